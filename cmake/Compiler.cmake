@@ -1,0 +1,20 @@
+# What holds for all of our own code: warnings as errors, log lines with function and line in every build
+# type, sanitizers, and ccache where it is installed.
+find_program(AI_CCACHE ccache)
+if(AI_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+    # Precompiled headers are cached only with these two allowances.
+    set(CMAKE_CXX_COMPILER_LAUNCHER
+        ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros,include_file_mtime,include_file_ctime
+        ${AI_CCACHE})
+    set(CMAKE_C_COMPILER_LAUNCHER ${CMAKE_CXX_COMPILER_LAUNCHER})
+endif()
+
+add_library(ai_warnings INTERFACE)
+target_compile_options(ai_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
+                       -Woverloaded-virtual -Wcast-qual -Werror -Wno-error=deprecated-declarations)
+target_compile_definitions(ai_warnings INTERFACE QT_MESSAGELOGCONTEXT QT_NO_CAST_TO_ASCII)
+
+if(AI_SANITIZE)
+    add_compile_options(-fsanitize=${AI_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${AI_SANITIZE})
+endif()

@@ -1,0 +1,83 @@
+# What is installed where, and the Debian package.
+#
+#   lib/aiservice/         the service, its recognisers and its model folder, which it looks for beside itself
+#   bin/                   a link to the service, and the tools
+#   lib/, include/aiclient/       libaiclient, for find_package(aiclient): ai::aiclient
+#   include/mirovane/             the recogniser interface, for find_package(mirovane): ai::mirovane
+#
+# Programs find our libraries by RUNPATH, relative to themselves: the tree can be moved as a whole, and
+# LD_LIBRARY_PATH still replaces a recogniser.
+include(CMakePackageConfigHelpers)
+
+set(AI_INSTALL_HOME ${CMAKE_INSTALL_LIBDIR}/aiservice)
+file(RELATIVE_PATH AI_HOME_FROM_BIN ${CMAKE_INSTALL_FULL_BINDIR}
+     ${CMAKE_INSTALL_FULL_LIBDIR}/aiservice)
+file(RELATIVE_PATH AI_LIB_FROM_BIN ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+
+# Installs a program that lies in bin and may link libaiclient.
+function(ai_install_tool name)
+    set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN/${AI_LIB_FROM_BIN}")
+    install(TARGETS ${name} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endfunction()
+
+# Installs the service: into its home, with a link to it in bin.
+function(ai_install_service name)
+    set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN")
+    install(TARGETS ${name} RUNTIME DESTINATION ${AI_INSTALL_HOME})
+    set(link ${CMAKE_BINARY_DIR}/package/${name})
+    file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/package)
+    file(CREATE_LINK ${AI_HOME_FROM_BIN}/${name} ${link} SYMBOLIC)
+    install(FILES ${link} DESTINATION ${CMAKE_INSTALL_BINDIR})
+endfunction()
+
+# Installs a library for others to build with: find_package(<target>) then knows ai::<target>.
+#
+#   ai_install_package(<target> HEADERS <files or folder/> DEPENDS <arguments of find_dependency>)
+function(ai_install_package target)
+    cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "HEADERS;DEPENDS")
+    set(folder ${CMAKE_INSTALL_LIBDIR}/cmake/${target})
+    target_include_directories(
+        ${target} INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
+                            $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/${target}>)
+    install(TARGETS ${target} EXPORT ${target} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+    install(FILES ${ARG_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${target})
+    install(EXPORT ${target} NAMESPACE ai:: FILE ${target}Targets.cmake DESTINATION ${folder})
+
+    list(JOIN ARG_DEPENDS " " AI_PACKAGE_DEPENDS)
+    set(AI_PACKAGE ${target})
+    configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/PackageConfig.cmake.in
+                                  ${CMAKE_BINARY_DIR}/package/${target}Config.cmake
+                                  INSTALL_DESTINATION ${folder})
+    write_basic_package_version_file(${CMAKE_BINARY_DIR}/package/${target}ConfigVersion.cmake
+                                     VERSION ${PROJECT_VERSION} COMPATIBILITY SameMinorVersion)
+    install(FILES ${CMAKE_BINARY_DIR}/package/${target}Config.cmake
+                  ${CMAKE_BINARY_DIR}/package/${target}ConfigVersion.cmake DESTINATION ${folder})
+endfunction()
+
+install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/docs/protocol.md
+              ${PROJECT_SOURCE_DIR}/docs/architecture.md ${PROJECT_SOURCE_DIR}/docs/operations.md
+        DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(PROGRAMS ${PROJECT_SOURCE_DIR}/examples/client.py DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME aiservice)
+set(CPACK_PACKAGE_CONTACT "The AIService developers <aiservice@localhost>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "headless vision service for a classroom")
+set(CPACK_PACKAGE_DESCRIPTION
+    "Takes the camera's picture out of shared memory, finds the students in it and tells\nits clients over a \
+local socket whose hand is up, how attentive the class is, who\nsmiles and where a student goes. With a \
+command line client, a camera program, the\nclient library and the interface of the recogniser libraries.")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION video)
+# Plugins that Qt loads at run time, which no program links: the store's driver and the JPEG format.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libqt5sql5-sqlite, libqt5gui5")
+# Cascades with which aictl cuts faces out of photographs; what a program needs that builds with us.
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "opencv-data")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "qtbase5-dev, libopencv-dev, opencv-doc")
+find_program(AI_SHLIBDEPS dpkg-shlibdeps)
+if(AI_SHLIBDEPS)
+    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+endif()
+include(CPack)
