@@ -1,0 +1,53 @@
+#pragma once
+
+#include <QObject>
+#include <QRunnable>
+#include <QVariant>
+
+class IService;
+
+/**
+ * One request on its way through the thread pool: turns the request map into a call of the service and its
+ * result into the response map.
+ *
+ * Threads: made on the server thread, run once on a pool thread, and deleted there by the pool. Nothing
+ * cancels it: a client that is gone or a deadline that has passed leaves it running.
+ */
+class IAsyncCommand : public QObject, public QRunnable
+{
+    Q_OBJECT
+
+public:
+    /// @param target the service that answers; not owned, lives longer than the command
+    IAsyncCommand(IService *target, QVariantMap requestMap);
+
+    /// A line for the log. A long request identifier is cut in it.
+    QString describe() const;
+
+    void run() override;
+
+signals:
+    /// The response, a map with "rsp_id" and "type" beside what the service answered. Comes exactly once.
+    void finished(QVariant result);
+
+private:
+    struct Command
+    {
+        unsigned int code = 0;
+        QVariant data;
+    };
+
+    int kind() const { return request.value("req_code").toInt(); }
+    QString requestID() const { return request.value("req_id").toString(); }
+    qint64 deadline() const { return request.value("req_deadline").toLongLong(); }
+    Command command() const;
+
+    QVariantMap callService() const;
+    QVariantMap open() const;
+    QVariantMap close() const;
+    QVariantMap execute() const;
+    QVariantMap info() const;
+
+    QVariantMap request;
+    IService *service;
+};

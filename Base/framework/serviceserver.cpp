@@ -1,0 +1,267 @@
+#include "serviceserver.h"
+
+#include "iasynccommand.h"
+#include "iservice.h"
+#include "wire.h"
+
+#include <QDebug>
+#include <QFile>
+#include <QLocalServer>
+#include <QThreadPool>
+
+namespace {
+
+constexpr int flushInterval = 2;    // milliseconds
+constexpr int writeTimeout = 30000; // milliseconds
+constexpr int probeTimeout = 10000; // milliseconds
+constexpr int eventType = 2;
+
+} // namespace
+
+ServiceServer::ServiceServer(QString name, IService *hosted, QObject *parent)
+    : QObject(parent), serviceName(std::move(name)), service(hosted), serverThread(new QThread(this))
+{
+    qInfo() << "ServiceServer::ServiceServer begin";
+    moveToThread(serverThread);
+    connect(this, &ServiceServer::initSignal, this, &ServiceServer::initSlot);
+    connect(&flushTimer, &QTimer::timeout, this, &ServiceServer::flushSocket);
+    connect(serverThread, &QThread::started, &flushTimer, QOverload<>::of(&QTimer::start));
+    connect(serverThread, &QThread::finished, &flushTimer, &QTimer::stop);
+    flushTimer.setInterval(flushInterval);
+    flushTimer.moveToThread(serverThread);
+    serverThread->start(QThread::InheritPriority);
+    emit initSignal();
+    qInfo() << "ServiceServer::ServiceServer end";
+}
+
+ServiceServer::~ServiceServer()
+{
+    qInfo() << "ServiceServer::~ServiceServer begin";
+    // Emitted on the thread itself, which deletes them before it ends.
+    connect(
+        serverThread, &QThread::finished, this,
+        [this] {
+            for (QLocalSocket *socket : qAsConst(sockets))
+                socket->deleteLater();
+            localServer->deleteLater();
+        },
+        Qt::DirectConnection);
+    serverThread->quit();
+    serverThread->wait();
+    qInfo() << "ServiceServer::~ServiceServer end";
+}
+
+void ServiceServer::initSlot()
+{
+    qInfo() << "ServiceServer::initSlot begin";
+    localServer = new QLocalServer;
+    localServer->setSocketOptions(QLocalServer::UserAccessOption);
+    connect(localServer, &QLocalServer::newConnection, this, &ServiceServer::newConnectionSlot);
+    start();
+    qInfo() << "ServiceServer::initSlot end";
+}
+
+bool ServiceServer::start()
+{
+    qInfo() << "ServiceServer::start begin";
+    QLocalSocket probe;
+    probe.connectToServer(serviceName, QIODevice::ReadWrite);
+    if (probe.waitForConnected(probeTimeout)) {
+        const QString text("ServiceServer::start end: service<%1> 宸茬粡鍦ㄨ繍琛?");
+        qInfo().noquote() << text.arg(serviceName);
+        return false;
+    }
+    if (!listen())
+        return false;
+    owningName = true;
+    qInfo() << "ServiceServer::start end";
+    return true;
+}
+
+bool ServiceServer::listen()
+{
+    QLocalServer::removeServer(serviceName);
+    const bool listening = localServer->listen(serviceName);
+    qInfo().noquote().nospace() << "start to listen >>" << localServer->serverName();
+    if (!listening) {
+        const QString text("ServiceServer::start end: service<%1> 鍚\uE21A姩鐩戝惉澶辫触.");
+        qInfo().noquote() << text.arg(serviceName);
+        qInfo().noquote() << localServer->errorString();
+    }
+    return listening;
+}
+
+/// A process that is out of file descriptors can't accept a connection, and QLocalServer then closes its
+/// socket and removes the file, but says that it listens. Called when a connection has given one back.
+void ServiceServer::listenAgain()
+{
+#ifndef Q_OS_WIN
+    if (!owningName || QFile::exists(localServer->fullServerName()))
+        return;
+    localServer->close();
+    listen();
+#endif
+}
+
+void ServiceServer::newConnectionSlot()
+{
+    qInfo() << "ServiceServer connection new begin";
+    QLocalSocket *socket = localServer->nextPendingConnection();
+    if (!socket)
+        return;
+    const Connection connection{++lastSerial, socket};
+    sockets.insert(connection.serial, socket);
+    // Queued, because a socket emits these also from within a wait for its own writing.
+    connect(
+        socket, &QLocalSocket::readyRead, this, [this, connection] { handleSocketRead(connection); },
+        Qt::QueuedConnection);
+    connect(
+        socket, &QLocalSocket::disconnected, this, [this, connection] { handleSocketDisconnect(connection); },
+        Qt::QueuedConnection);
+    connect(socket, &QLocalSocket::errorOccurred, this, &ServiceServer::handleSocketError);
+    connect(service, &IService::serviceMessgeSignal, this,
+            [this, connection](uint msg, const QVariant &eventInfo, const QString &type,
+                               const QString &requestID) {
+                postMessage(connection, msg, eventInfo, type, requestID);
+            });
+    {
+        QMutexLocker lock(&queueMutex);
+        responseQueues.insert(connection.serial, {});
+    }
+    qInfo().nospace() << "ServiceServer connection new end: socket=" << connection.address;
+}
+
+void ServiceServer::handleSocketRead(Connection connection)
+{
+    qInfo() << "ServiceServer::handleSocketRead begin";
+    QMutexLocker lock(&socketMutex);
+    QLocalSocket *socket = sockets.value(connection.serial);
+    while (socket && socket->bytesAvailable() > wire::lengthFieldBytes) {
+        QByteArray payload;
+        if (!wire::takePayload(*socket, frameSizes[connection.serial], payload))
+            return;
+        frameSizes.remove(connection.serial);
+        startCommand(connection, wire::decodePayload(payload).toMap());
+    }
+    lock.unlock();
+    qInfo() << "ServiceServer::handleSocketRead end";
+}
+
+void ServiceServer::startCommand(Connection connection, const QVariantMap &request)
+{
+    auto *command = new IAsyncCommand(service, request);
+    const void *const address = command; // the pool deletes the command when it has run
+    qInfo().noquote().nospace() << "new IAsyncCommand=" << address << ": data=" << command->describe();
+    connect(command, &IAsyncCommand::finished, this, [this, connection, address](const QVariant &result) {
+        qInfo().nospace() << "finished IAsyncCommand=" << address << ": ThreadPool active count="
+                          << QThreadPool::globalInstance()->activeThreadCount();
+        sendResponseData(connection, result);
+        qInfo().nospace() << "responsed IAsyncCommand=" << address;
+    });
+    QThreadPool::globalInstance()->start(command, 0);
+    qInfo().nospace() << "started IAsyncCommand=" << address
+                      << ": ThreadPool active count=" << QThreadPool::globalInstance()->activeThreadCount();
+}
+
+void ServiceServer::handleSocketDisconnect(Connection connection)
+{
+    qInfo().nospace() << "ServiceServer connection disconnect: socket=" << connection.address;
+    {
+        QMutexLocker lock(&socketMutex);
+        if (QLocalSocket *socket = sockets.take(connection.serial))
+            socket->deleteLater();
+        frameSizes.remove(connection.serial);
+        QMutexLocker queueLock(&queueMutex);
+        responseQueues.remove(connection.serial);
+    }
+    listenAgain();
+    if (!service->disconnectReset())
+        qCritical() << "failed to disconnectReset";
+    qInfo() << "ServiceServer connection disconnect end";
+}
+
+void ServiceServer::handleSocketError(QLocalSocket::LocalSocketError error)
+{
+    qCritical() << "ServiceServer::handleSocketError error" << error;
+}
+
+void ServiceServer::postMessage(Connection connection, unsigned int msg, const QVariant &eventInfo,
+                                const QString &type, const QString &requestID)
+{
+    qInfo().nospace() << "ServiceServer::postMessage begin: socket=" << connection.address;
+    if (!sockets.contains(connection.serial)) {
+        qWarning().nospace() << "ServiceServer::postMessage end: not found socket=" << connection.address;
+        return;
+    }
+    sendResponseData(connection, QVariantMap{{"msg", msg},
+                                             {"event_info", eventInfo},
+                                             {"type", eventType},
+                                             {"event_type", type},
+                                             {"event_req_id", requestID}});
+    qInfo() << "ServiceServer::postMessage end";
+}
+
+void ServiceServer::sendResponseData(Connection connection, const QVariant &data)
+{
+    const QByteArray payload = wire::encodePayload(data);
+    QMutexLocker lock(&queueMutex);
+    const auto queue = responseQueues.find(connection.serial);
+    if (queue == responseQueues.end())
+        return;
+    const int firstSize = queue->size();
+    queue->append(payload);
+    qDebug().nospace() << "ServiceServer::sendResponseData: socket=" << connection.address
+                       << "queueFirstSize=" << firstSize << ", queueLastSize=" << queue->size();
+}
+
+void ServiceServer::flushSocket()
+{
+    QMutexLocker lock(&socketMutex);
+    QMap<quint64, QList<QByteArray>> queues;
+    {
+        QMutexLocker queueLock(&queueMutex);
+        queues = responseQueues;
+    }
+    for (auto queue = queues.cbegin(); queue != queues.cend(); ++queue) {
+        QLocalSocket *socket = sockets.value(queue.key());
+        if (!socket || socket->state() != QLocalSocket::ConnectedState)
+            continue;
+        const QList<QByteArray> responses = takeResponses(queue.key());
+        if (!responses.isEmpty())
+            writeResponses(*socket, responses);
+    }
+}
+
+QList<QByteArray> ServiceServer::takeResponses(quint64 serial)
+{
+    QMutexLocker lock(&queueMutex);
+    const auto queue = responseQueues.find(serial);
+    if (queue == responseQueues.end() || queue->isEmpty())
+        return {};
+    QList<QByteArray> responses;
+    responses.swap(*queue);
+    return responses;
+}
+
+/// What the connection does not take at once stays in the socket, which sends it on from the event loop.
+/// While there is such a rest the wait comes first, so that what a client that never reads costs in memory
+/// does not grow.
+void ServiceServer::writeResponses(QLocalSocket &socket, const QList<QByteArray> &responses)
+{
+    const bool behind = socket.bytesToWrite() > 0;
+    bool written = !behind || socket.waitForBytesWritten(writeTimeout);
+    if (written) {
+        QDataStream stream(&socket);
+        stream.setVersion(wire::streamVersion);
+        for (const QByteArray &payload : responses)
+            stream << static_cast<qint32>(payload.size()) << payload;
+        written = behind || socket.waitForBytesWritten(writeTimeout);
+    }
+    if (written) {
+        qDebug().nospace() << "ServiceServer::flushSocket written ok: socket="
+                           << static_cast<const void *>(&socket);
+        return;
+    }
+    const QString text("ServiceServer::flushSocket: write response error <%1> <%2>");
+    qWarning().noquote() << text.arg(socket.error()).arg(socket.errorString());
+}

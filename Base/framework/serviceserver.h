@@ -1,0 +1,87 @@
+#pragma once
+
+#include <QList>
+#include <QLocalSocket>
+#include <QMap>
+#include <QMutex>
+#include <QObject>
+#include <QString>
+#include <QThread>
+#include <QTimer>
+#include <QVariant>
+
+#include <optional>
+
+class IService;
+class QLocalServer;
+
+/**
+ * The door of the process: listens on a local socket under the service's name, runs each request that a
+ * client sends as an IAsyncCommand on the global thread pool, and writes responses and events back. It does
+ * not interpret requests. Only processes of the same user can connect.
+ *
+ * Threads: the constructor returns at once on the caller's thread; everything else happens on a thread of the
+ * object's own, the server thread. That thread is blocked while the service's disconnectReset runs, and for
+ * at most 30 seconds at a time by a client that does not read what is sent to it.
+ *
+ * Lifetimes: a connection is known by a serial number, because the address of a socket is used again.
+ * Requests of a connection that has ended run to their end, and their responses are dropped. A process that
+ * finds the name in use, or can't listen, says so in the log and stays up without being reachable.
+ *
+ * Limits: none on connections, on the length of a frame, or on what waits in a queue. When a client has not
+ * read for 30 seconds, what waits for it is dropped with a warning.
+ */
+class ServiceServer : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// @param hosted the service that answers; not owned, lives longer than the server and all requests
+    ServiceServer(QString name, IService *hosted, QObject *parent);
+    ~ServiceServer() override;
+
+signals:
+    /// Starts the work on the server thread.
+    void initSignal();
+
+private slots:
+    void initSlot();
+    void newConnectionSlot();
+    void flushSocket();
+
+private:
+    /// The address is there to be printed and to tell nothing else: the socket behind it may be gone.
+    struct Connection
+    {
+        quint64 serial;
+        const void *address;
+    };
+
+    bool start();
+    bool listen();
+    void listenAgain();
+    void handleSocketRead(Connection connection);
+    void startCommand(Connection connection, const QVariantMap &request);
+    void handleSocketDisconnect(Connection connection);
+    void handleSocketError(QLocalSocket::LocalSocketError error);
+    void postMessage(Connection connection, unsigned int msg, const QVariant &eventInfo, const QString &type,
+                     const QString &requestID);
+    void sendResponseData(Connection connection, const QVariant &data);
+    QList<QByteArray> takeResponses(quint64 serial);
+    void writeResponses(QLocalSocket &socket, const QList<QByteArray> &responses);
+
+    // All of this belongs to the server thread. The locks are never contended; socketMutex comes before
+    // queueMutex, and queueMutex is not held across a socket operation.
+    QMap<quint64, QLocalSocket *> sockets; ///< the connected sockets, in order of connection
+    QLocalServer *localServer = nullptr;
+    QString serviceName;
+    IService *service;
+    QMap<quint64, std::optional<qint32>> frameSizes; ///< of the frames that connections are in the middle of
+    QMap<quint64, QList<QByteArray>> responseQueues; ///< payloads to be written; one list per connection
+    QMutex socketMutex;
+    QMutex queueMutex;
+    QTimer flushTimer;
+    QThread *serverThread;
+    quint64 lastSerial = 0;
+    bool owningName = false; ///< whether this process has listened under the name
+};

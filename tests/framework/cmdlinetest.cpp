@@ -1,0 +1,106 @@
+#include "cmdline.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+/// The parser of a program with one flag, one value and one needed value of digits.
+cmdline::parser makeParser()
+{
+    cmdline::parser parser;
+    parser.add("recovery", 'r', "recover first");
+    parser.add("folder", 'f', "folder for results", false, "here");
+    return parser;
+}
+
+bool parse(cmdline::parser &parser, std::vector<const char *> arguments)
+{
+    arguments.insert(arguments.begin(), "program");
+    return parser.parse(static_cast<int>(arguments.size()), arguments.data());
+}
+
+TEST(CommandLine, ReadsLongShortAndJoinedOptions)
+{
+    auto parser = makeParser();
+    EXPECT_TRUE(parse(parser, {}));
+    EXPECT_FALSE(parser.exist("recovery"));
+    EXPECT_EQ(parser.get("folder"), "here");
+
+    EXPECT_TRUE(parse(parser, {"stray", "-rf", "there", "-"}));
+    EXPECT_TRUE(parser.exist("recovery"));
+    EXPECT_EQ(parser.get("folder"), "there");
+    EXPECT_THAT(parser.rest(), ElementsAre("stray", "-"));
+
+    EXPECT_TRUE(parse(parser, {"--folder=a=b"}));
+    EXPECT_EQ(parser.get("folder"), "a=b");
+    EXPECT_TRUE(parse(parser, {"--folder", "c"}));
+    EXPECT_EQ(parser.get("folder"), "c");
+}
+
+TEST(CommandLine, TellsWhatIsWrong)
+{
+    const std::vector<std::pair<std::vector<const char *>, std::string>> cases = {
+        {{"--bogus"}, "undefined option: --bogus"},
+        {{"--bogus=1"}, "undefined option: --bogus"},
+        {{"--"}, "undefined option: --"},
+        {{"-x"}, "undefined short option: -x"},
+        {{"-rx"}, "undefined short option: -x"},
+        {{"--folder"}, "option needs value: --folder"},
+        {{"-fr"}, "option needs value: --folder"},
+        {{"--recovery=yes"}, "option value is invalid: --recovery=yes"},
+    };
+    for (const auto &[arguments, error] : cases) {
+        auto parser = makeParser();
+        EXPECT_FALSE(parse(parser, arguments)) << error;
+        EXPECT_EQ(parser.error(), error);
+    }
+
+    auto parser = makeParser();
+    EXPECT_FALSE(parser.parse(0, nullptr));
+    EXPECT_EQ(parser.error(), "argument number must be longer than 0");
+
+    parser.add("count", 'c', "how many", true, "", [](const std::string &value) { return value == "1"; });
+    EXPECT_FALSE(parse(parser, {}));
+    EXPECT_EQ(parser.error(), "need option: --count");
+    EXPECT_FALSE(parse(parser, {"-c", "one"}));
+    EXPECT_EQ(parser.error(), "option value is invalid: --count=one");
+    EXPECT_TRUE(parse(parser, {"-c", "1"}));
+}
+
+TEST(CommandLine, RefusesNamesThatAreTaken)
+{
+    auto parser = makeParser();
+    try {
+        parser.add("recovery", 'x', "again");
+        FAIL() << "defined twice";
+    } catch (const cmdline::cmdline_error &error) {
+        EXPECT_STREQ(error.what(), "multiple definition: recovery");
+    }
+
+    parser.add("rest", 'r', "same letter");
+    EXPECT_FALSE(parse(parser, {}));
+    EXPECT_EQ(parser.error(), "short option 'r' is ambiguous");
+    EXPECT_FALSE(parse(parser, {"-r"}));
+    EXPECT_FALSE(parser.exist("recovery"));
+}
+
+TEST(CommandLineDeathTest, CheckedParseLeavesTheProcess)
+{
+    const auto check = [](std::vector<const char *> arguments) {
+        auto parser = makeParser();
+        arguments.insert(arguments.begin(), "program");
+        parser.parse_check(static_cast<int>(arguments.size()), arguments.data());
+    };
+    const auto exits = [](int code) { return ::testing::ExitedWithCode(code); };
+    EXPECT_EXIT(check({"--help"}), exits(0), "^usage: program \\[options\\] \\.\\.\\. ");
+    EXPECT_EXIT(check({"-?"}), exits(0), "-\\?, --help +print this message");
+    EXPECT_EXIT(check({"--bogus", "-?"}), exits(0), "^usage: ");
+    EXPECT_EXIT(check({"--bogus"}), exits(1), "^undefined option: --bogus\nusage: program ");
+    check({"-r", "stray"});
+}
+
+} // namespace
