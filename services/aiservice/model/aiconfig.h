@@ -1,0 +1,101 @@
+#pragma once
+
+#include <QDir>
+#include <QMutex>
+#include <QVariantMap>
+
+#include <array>
+#include <atomic>
+#include <string>
+
+/**
+ * The process-wide record of the recognition settings: where the model files are, which recognisers the
+ * client wants, thresholds, and the fixed numbers of the face and body logic.
+ *
+ * Three things feed it: its constructor (the fixed numbers), load() once at the start of the process,
+ * and the client's settings. Everything else reads it.
+ *
+ * Threads: load() runs before any other thread exists; what it sets never changes afterwards and is read
+ * without a lock. The client's settings may be set and read on any thread.
+ */
+class AIConfig
+{
+public:
+    /// The one instance, a static object.
+    static AIConfig &instance();
+
+    AIConfig() = default;
+    AIConfig(const AIConfig &) = delete;
+    AIConfig &operator=(const AIConfig &) = delete;
+
+    /// Reads "model/aiconfig.ini" beside the executable. A missing file or key is no error: the default
+    /// stands.
+    void load();
+
+    /// Adds the bits of the recognisers whose key in the map is true. No bit is ever cleared by it.
+    void setModelFlags(const QVariantMap &params);
+    /// Whether one of the recognisers of the mask is wanted.
+    bool isModelWanted(unsigned mask) const { return (modelLoadFlag & mask) != 0; }
+    /// Replaces the whole bit set.
+    void setModelLoadFlag(unsigned flag) { modelLoadFlag = flag; }
+
+    /// The client's name for the room; the first piece of the names of video files.
+    QString identify() const;
+    void setIdentify(const QString &identify);
+    void setEnableEmotion(bool enable) { enableEmotion = enable; }
+
+    // Paths (full) and the recognisers wanted.
+    QDir modelDir;                          ///< the model folder
+    std::atomic<unsigned> modelLoadFlag{0}; ///< bit set, see the masks below
+    std::string modelConfigPath;            ///< common configuration, handed to every recogniser
+    std::string cmuConfigPath;
+    std::string mtcnnModel1Path;
+    std::string mtcnnModel2Path;
+    std::string mtcnnModel3Path;
+    std::string faceIdModelPath;
+    std::string faceAttrModelPath;
+    std::string ssdModelPath;
+    std::string cmuModelPath;
+    std::string cmuSingleModelPath;
+    std::string cmuPoseModelPath;
+    std::string handupModelPath;
+    std::string bodyPoseModelPath;
+    std::string colorDefinePath;
+    std::string faceEmotionModelPath;
+
+    // Fixed numbers, in pixels of the full frame unless told otherwise.
+    const int registerFaceSize = 128;   ///< side of a face picture that a client supplies
+    const int galleryFrameInterval = 5; ///< frames
+    const int faceRectPadding = 5;      ///< added on every side of a detected face
+    const double overlapThreshold = 0.85;
+    const int identifyEyeDistance = 40; ///< in the head crop for identification
+    const int showEyeDistance = 25;     ///< in the wider head crop shown to people
+    const int studentRoiMargin = 60;    ///< around a student whose gallery is fetched
+    const std::array<double, 5> bodyPoseWeights{0.9794, -0.5828, 1.4348, 0.877, 0.1807};
+    double fetchGalleryThre = 0.35;       ///< least cosine for an entry of the external gallery
+    double detectGalleryThre = 0.43;      ///< least score for an enrolled student
+    const int trackingFrameInterval = 10; ///< frames
+    float smileThre = 0.75F;              ///< least score of a smile
+    const int frameWidth = 1920;
+    const int frameHeight = 1080;
+    const int registerFaceMinSize = 20;
+    const int faceMinSize = 40;
+
+    // The client's settings.
+    std::atomic<bool> enableEmotion{true};
+
+    // Masks of modelLoadFlag.
+    static constexpr unsigned faceMtcnnMask = 0x1;
+    static constexpr unsigned faceIdMask = 0x8;
+    static constexpr unsigned ssdMask = 0x40;
+    static constexpr unsigned cmuMask = 0x200;
+    static constexpr unsigned bodyPoseMask = 0x1000;
+    static constexpr unsigned cmuPoseMask = 0x8000;
+    static constexpr unsigned emotionMask = 0x40000;
+    static constexpr unsigned handupMask = 0x200000;
+    static constexpr unsigned faceAttrMask = 0x1000000;
+
+private:
+    mutable QMutex m_identifyLock;
+    QString m_identify;
+};

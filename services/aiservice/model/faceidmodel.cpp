@@ -1,0 +1,76 @@
+#include "faceidmodel.h"
+
+#include <QDebug>
+#include <QElapsedTimer>
+#include <QMutex>
+
+namespace {
+
+QMutex recogniserLock;
+
+} // namespace
+
+FaceIDModel::FaceIDModel(const cv::Mat &image, std::shared_ptr<mirovane::FaceIDDetection> recogniser,
+                         int action, int id)
+    : BaseModel(image, recogniser != nullptr), m_recogniser(std::move(recogniser)), m_action(action), m_id(id)
+{
+}
+
+bool FaceIDModel::detect()
+{
+    if (!m_available)
+        return false;
+    QElapsedTimer clock;
+    clock.start();
+    QMutexLocker locker(&recogniserLock);
+    bool result = false;
+    const bool ran = guarded("faceid", [&] { result = runAction(); });
+    qDebug().nospace() << "faceid action:" << m_action << " time: " << clock.elapsed();
+    m_finished = true;
+    return ran && result;
+}
+
+void FaceIDModel::emitFinished(bool ret)
+{
+    emit finished(ret, this);
+}
+
+bool FaceIDModel::runAction()
+{
+    switch (m_action) {
+    case Register:
+        return registerFaceID();
+    case RegisterAndExtract: {
+        const bool registered = registerFaceID();
+        // Guarded by itself: a failing extraction must not make a face that is enrolled look refused.
+        guarded("faceid", [this] { m_recogniser->extractFeature(*m_image, &m_feature, false); });
+        return registered;
+    }
+    case RegisterAs:
+        m_id = m_recogniser->registerFace(*m_image, m_id);
+        return m_id >= 0;
+    case Identify:
+        return m_recogniser->identify(*m_image, &m_id, false) == 0;
+    case Extract: {
+        const int result = m_recogniser->extractFeature(*m_image, &m_feature, false);
+        return result == 0 || result == -1;
+    }
+    case IdentifyAll:
+        return m_recogniser->identifyAll(*m_image, &m_id, &m_feature, &m_candidates, &m_scores, false) == 0;
+    case Remove:
+        return m_recogniser->removeFace(m_id) == 0;
+    case Clear:
+        m_recogniser->clearFaces();
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool FaceIDModel::registerFaceID()
+{
+    m_id = m_recogniser->registerFace(*m_image, -1);
+    if (m_id < 0)
+        qWarning().nospace() << "regist faceid failed: " << m_id;
+    return m_id >= 0;
+}

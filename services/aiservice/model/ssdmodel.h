@@ -1,0 +1,24 @@
+#pragma once
+
+#include "basemodel.h"
+
+#include "mirovane/bodydetectionssd.h"
+
+/// Finds the bodies of a picture. See BaseModel.
+class SSDModel : public BaseModel
+{
+    Q_OBJECT
+
+public:
+    SSDModel(const cv::Mat &image, std::shared_ptr<mirovane::BodyDetectionSSD> recogniser);
+
+    bool detect() override;
+    void emitFinished(bool ret) override;
+
+    std::shared_ptr<mirovane::BodyDetectionSSD> m_recogniser;
+    std::vector<cv::Rect> m_rects;
+    std::vector<float> m_scores;
+
+signals:
+    void finished(bool ret, SSDModel *resultModel);
+};

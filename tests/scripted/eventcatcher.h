@@ -1,0 +1,61 @@
+#pragma once
+
+#include "iservice.h"
+#include "messageSender.h"
+
+#include <mutex>
+#include <vector>
+
+/// A service that keeps the events that MessageSender hands it.
+class EventCatcher : public IService
+{
+public:
+    struct Event
+    {
+        unsigned int code;
+        QVariantMap info;
+        QString type;
+        QString requestID;
+    };
+
+    /// The one catcher of the test program, empty.
+    static EventCatcher &fresh()
+    {
+        static EventCatcher catcher;
+        std::lock_guard<std::mutex> locker(catcher.m_lock);
+        catcher.m_events.clear();
+        return catcher;
+    }
+
+    std::vector<Event> events(unsigned int code = 0) const
+    {
+        std::lock_guard<std::mutex> locker(m_lock);
+        std::vector<Event> chosen;
+        for (const Event &event : m_events) {
+            if (code == 0 || event.code == code)
+                chosen.push_back(event);
+        }
+        return chosen;
+    }
+
+    QVariantMap open(const QString &) override { return {}; }
+    QVariantMap close(const QString &) override { return {}; }
+    QVariantMap info(unsigned int, const QVariant &, const QString &) override { return {}; }
+    QVariantMap execute(unsigned int, const QVariant &, const QString &) override { return {}; }
+
+private:
+    EventCatcher() : IService(QStringLiteral("catcher"), false)
+    {
+        connect(
+            this, &IService::serviceMessgeSignal, this,
+            [this](uint code, const QVariant &info, const QString &type, const QString &requestID) {
+                std::lock_guard<std::mutex> locker(m_lock);
+                m_events.push_back({code, info.toMap(), type, requestID});
+            },
+            Qt::DirectConnection);
+        MessageSender::instance()->setService(this);
+    }
+
+    mutable std::mutex m_lock;
+    std::vector<Event> m_events;
+};
