@@ -1,0 +1,135 @@
+#include "basestrategy.h"
+
+#include "imageutil.h"
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <QThread>
+
+namespace {
+
+std::atomic<int> seenByAll{0};
+
+} // namespace
+
+BaseStrategy::BaseStrategy(const QString &name, const QString &requestID, QObject *parent)
+    : QObject(parent), m_name(name), m_requestID(requestID), m_thread(new QThread)
+{
+    // Strategies are made on pool threads, which have no event loop in which the thread object could
+    // delete itself.
+    m_thread->moveToThread(QCoreApplication::instance()->thread());
+    connect(m_thread, &QThread::finished, m_thread, &QObject::deleteLater);
+    moveToThread(m_thread);
+}
+
+BaseStrategy::~BaseStrategy()
+{
+    qInfo().noquote().nospace() << "strategy destroy,name: " << m_name;
+    m_running = false;
+    if (!m_thread->isRunning()) {
+        m_thread->deleteLater();
+        return;
+    }
+    m_thread->quit();
+    if (QThread::currentThread() != m_thread)
+        m_thread->wait();
+}
+
+void BaseStrategy::setParameters(const QVariantMap &) {}
+
+void BaseStrategy::onStart() {}
+
+void BaseStrategy::onStop() {}
+
+void BaseStrategy::release(BaseStrategy *strategy)
+{
+    if (strategy->m_thread->isRunning())
+        strategy->deleteLater();
+    else
+        delete strategy;
+}
+
+bool BaseStrategy::start()
+{
+    if (m_running) {
+        qWarning("%s", qUtf8Printable(QStringLiteral("strategy<%1> is allready running").arg(m_name)));
+        return false;
+    }
+    onStart();
+    m_thread->start(QThread::InheritPriority);
+    m_running = true;
+    return true;
+}
+
+bool BaseStrategy::startWithinFrames(int frames)
+{
+    if (frames < 1) {
+        qWarning("%s", qUtf8Printable(
+                           QStringLiteral("strategy<%1> startWithinFrames param error,<%s>").arg(m_name)));
+        frames = 1;
+    }
+    if (m_running) {
+        qWarning("%s", qUtf8Printable(QStringLiteral("strategy<%1> is already running").arg(m_name)));
+        return false;
+    }
+    m_frameLimit = frames;
+    m_running = true;
+    m_thread->start(QThread::InheritPriority);
+    return true;
+}
+
+bool BaseStrategy::stop()
+{
+    qInfo().noquote().nospace() << "[BaseStrategy] stop begin: " << m_name;
+    m_running = false;
+    onStop();
+    emit finished();
+    qInfo().noquote().nospace() << "[BaseStrategy] stop end: " << m_name;
+    return true;
+}
+
+void BaseStrategy::offerFrame(const QImage &image)
+{
+    if (m_waitingFrames.load(std::memory_order_relaxed) >= frameBacklog)
+        return;
+    m_waitingFrames.fetch_add(1, std::memory_order_relaxed);
+    QMetaObject::invokeMethod(
+        this,
+        [this, image] {
+            m_waitingFrames.fetch_sub(1, std::memory_order_relaxed);
+            onRecieveFrame(image);
+        },
+        Qt::QueuedConnection);
+}
+
+int BaseStrategy::frameCount()
+{
+    return seenByAll.load(std::memory_order_relaxed);
+}
+
+void BaseStrategy::onRecieveFrame(const QImage &image)
+{
+    seenByAll.fetch_add(1, std::memory_order_relaxed);
+    if (!m_running)
+        return;
+    if (m_frameInterval < 1) {
+        qWarning("strategy<1%%> can not get frame every <2%%>");
+        return;
+    }
+    if (m_seenFrames++ % m_frameInterval != 0)
+        return;
+
+    const cv::Mat frame = ai_image::convertQImage2Mat(image);
+    if (frame.empty()) {
+        qWarning("strategy<1%%> got an empty frame");
+        return;
+    }
+    m_imageWidth = image.width();
+    m_imageHeight = image.height();
+    handleFrame(frame);
+
+    ++m_handledFrames;
+    const int limit = m_frameLimit;
+    if (limit != 0 && m_handledFrames >= limit)
+        stop();
+}
