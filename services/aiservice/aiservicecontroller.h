@@ -1,0 +1,137 @@
+#pragma once
+
+#include "imageblock.h"
+
+#include <opencv2/core.hpp>
+
+#include <QImage>
+#include <QMap>
+#include <QMutex>
+#include <QObject>
+#include <QVariantMap>
+
+#include <atomic>
+#include <memory>
+#include <thread>
+
+class BaseStrategy;
+class ImageReader;
+class QThread;
+class QTimer;
+
+/**
+ * The one object that ties the service together: holds the reader of the camera's frames and fans them
+ * out, keeps the registry of the running analyses, watches whether video arrives, saves the students
+ * every six minutes, and carries out the client's commands.
+ *
+ * Threads: lives on a work thread of its own, on which frames arrive and go out. Commands are called
+ * directly on request threads, one at a time (the service's mutex sees to that). The two timers fire on a
+ * third thread; a fourth tries to connect the reader until it succeeds. Strategies leave the registry on
+ * whichever thread ends them.
+ *
+ * Replies: every command returns a map with "rsp_error", 0 for success: -2 the recogniser refused or an
+ * internal failure, -9 the reader isn't connected, -12 parameters are missing or unusable, -15 wrong
+ * state, -1002 a strategy couldn't be made, -1003 no such student. Some failures add "rsp_error_detail",
+ * some commands "rsp_data".
+ *
+ * The students are touched in a fixed order without a transaction: recogniser, DataManager,
+ * ExternalGallery, store. A step that fails leaves the earlier ones done.
+ */
+class AIServiceController : public QObject
+{
+    Q_OBJECT
+
+public:
+    explicit AIServiceController(QObject *parent = nullptr);
+    ~AIServiceController() override;
+
+    /// Starts the connection of the reader and the timers. Cannot fail.
+    QVariantMap init();
+    /// Stops what init started, ends all analyses and the recording, and clears the students in memory.
+    /// Waits for a camera when none has ever been connected.
+    void close();
+    /// Loads the recognisers that AIConfig wants. Whether all of them are up; the reply isn't changed.
+    bool loadModel(QVariantMap &reply);
+    /// Takes "identify" and "enableEmotion" and saves the configuration. The result is empty.
+    QVariantMap setConfigData(const QVariantMap &params);
+    /// Ends all analyses, forgets all students and deletes the store's file.
+    QVariantMap reset(const QString &requestID);
+    /// Feeds what the store holds back through the commands, without writing to it.
+    void recovery();
+
+    /// Provides the strategy of a name: the one that is registered, or a new one. False for a name that
+    /// the factory doesn't know.
+    bool addNewStrategy(const QString &name, const QString &requestID);
+    /// Takes a strategy out of the registry, unless another object stands under its name by now.
+    void removeStrategy(const QString &name, const BaseStrategy *strategy);
+    /// Takes all strategies out of the registry. They end on their own threads, without `finished`.
+    void resetStrategies();
+
+    // Gallery commands.
+    QVariantMap setExternalGallery(const QVariantMap &params, const QString &requestID);
+    QVariantMap fetchGalleryNew(const QVariantMap &params, const QString &requestID);
+    QVariantMap registerGallery(const QVariantMap &params, const QString &requestID);
+    /// Enrols one student. Whether he is known afterwards.
+    /// @param faceImg JPEG data text of a head crop of 128 by 128
+    /// @param rect the face in frame pixels
+    bool registerStuGallery(const QString &stuID, const QString &faceImg, cv::Rect rect);
+    QVariantMap deleteGallery(const QVariantMap &params);
+    QVariantMap bestGallery(const QString &requestID);
+    /// Clears the recogniser's gallery and the students in memory, not the store.
+    void deleteAllGalleries();
+    QVariantMap clearHistoryGalleries(const QString &requestID);
+    QVariantMap updateStudentID(const QVariantMap &params);
+    QVariantMap updateStudentGallery(const QVariantMap &params);
+
+    // Analyses; the flag is 1 to start and 0 to stop.
+    QVariantMap detectHandup(const QVariantMap &params, const QString &requestID, int start);
+    QVariantMap detectConcerntration(const QVariantMap &params, const QString &requestID, int start);
+    QVariantMap startAttributeDetection(const QVariantMap &params, const QString &requestID);
+    QVariantMap tracking(const QVariantMap &params, const QString &requestID, int start);
+    QVariantMap startFunctionGame(const QVariantMap &params, const QString &requestID, int start);
+
+    // Recording.
+    QVariantMap startVideoRecord(const QVariantMap &params, const QString &requestID);
+    QVariantMap stopVideoRecord(const QString &requestID);
+
+signals:
+    /// One for each accepted frame, on the work thread. The pixels aren't copied: the reader's next poll
+    /// overwrites them.
+    void newImageSignal(const QImage &image);
+    /// Events of the controller's own; it has none at present.
+    void serviceMessgeSignal(unsigned int msg, const QVariant &eventInfo, const QString &type,
+                             const QString &requestID);
+
+public slots:
+    void onIPCVideoFrame(const ImageBlock &block);
+    void onStorageTimeDone();
+    void onCheckTimerDone();
+
+private:
+    /// Words in which detectHandup and detectConcerntration differ.
+    struct DetectionTexts;
+
+    static void ipcConnect(void *controller);
+
+    /// The registered strategy of a name, or null. Leaves a null entry behind for a name that isn't there.
+    std::shared_ptr<BaseStrategy> registeredStrategy(const QString &name);
+    QVariantMap detect(const DetectionTexts &texts, const QString &requestID, int start);
+    bool removeFace(int faceID);
+
+    ImageReader *m_reader;
+    QMutex m_strategyLock;                                     ///< guards m_strategies
+    QMap<QString, std::shared_ptr<BaseStrategy>> m_strategies; ///< by registered name; may hold nulls
+    std::atomic<bool> m_valid{false};      ///< the reader is connected, or init has just run
+    QThread *m_workThread;                 ///< deletes itself when it has finished
+    std::atomic<bool> m_ipcRunning{false}; ///< the reader is connected
+    QThread *m_timerThread = nullptr;
+    QTimer *m_storageTimer = nullptr;
+    QTimer *m_checkTimer = nullptr;
+    std::shared_ptr<std::thread> m_ipcThread;
+    // Wall clock in ticks of 100 nanoseconds.
+    std::atomic<qint64> m_checkTime{0};
+    std::atomic<qint64> m_lastFrameTime{0};
+    std::atomic<bool> m_modelLoaded{false};
+    std::atomic<bool> m_videoAlive{true};  ///< the video state last told to the client
+    std::atomic<bool> m_recovering{false}; ///< nothing is written to the store
+};

@@ -1,0 +1,207 @@
+// The commands that start and stop the analyses and the recording.
+
+#include "aiservicecontroller.h"
+
+#include "basestrategy.h"
+#include "commandreply.h"
+#include "functionGameStrategy.h"
+#include "messageSender.h"
+#include "trackingstrategy.h"
+#include "videorecorder.h"
+
+#include <QDebug>
+
+using command::reply;
+
+namespace {
+
+/// Sends the strategy's events on to the client, on the thread that emits them.
+void connectEvents(BaseStrategy *strategy, int unique = 0)
+{
+    QObject::connect(strategy, &BaseStrategy::serviceMessgeSignal, MessageSender::instance(),
+                     &MessageSender::sendMessage,
+                     static_cast<Qt::ConnectionType>(Qt::DirectConnection | unique));
+}
+
+} // namespace
+
+struct AIServiceController::DetectionTexts
+{
+    QString strategy;
+    const char *invalid;
+    const char *stopWarning;
+    const char *stopDetail;
+    const char *createWarning;
+    const char *startWarning;
+    const char *startDetail;
+};
+
+QVariantMap AIServiceController::detect(const DetectionTexts &texts, const QString &requestID, int start)
+{
+    if (!m_valid) {
+        qWarning("%s", texts.invalid);
+        return reply(-9);
+    }
+    if (start != 1) {
+        const std::shared_ptr<BaseStrategy> running = registeredStrategy(texts.strategy);
+        if (!running) {
+            qWarning("%s", texts.stopWarning);
+            return reply(-15, texts.stopDetail);
+        }
+        running->stop();
+        return reply(0);
+    }
+    if (!addNewStrategy(texts.strategy, requestID)) {
+        qWarning("%s", texts.createWarning);
+        return reply(-1002);
+    }
+    // Connected before the start on purpose: a refused second start leaves its connection behind, and each
+    // event goes out once more from then on.
+    const std::shared_ptr<BaseStrategy> strategy = registeredStrategy(texts.strategy);
+    if (strategy)
+        connectEvents(strategy.get());
+    if (!strategy || !strategy->start()) {
+        qWarning("%s", texts.startWarning);
+        return reply(-15, texts.startDetail);
+    }
+    return reply(0);
+}
+
+QVariantMap AIServiceController::detectHandup(const QVariantMap &, const QString &requestID, int start)
+{
+    return detect({QStringLiteral("HandupPickStrategy"), "[detectHandup] controller is invalid",
+                   "[detectHandup] stop failed,not start", "handup not start",
+                   "[detectHandup] failed to create handup strategy", "[detectHandup] start failed",
+                   "handup already start"},
+                  requestID, start);
+}
+
+QVariantMap AIServiceController::detectConcerntration(const QVariantMap &, const QString &requestID,
+                                                      int start)
+{
+    return detect({QStringLiteral("ConcerntrationStrategy"), "[detectConcerntration] controller is invalid",
+                   "[detectConcerntration] stop failed,not start", "concerntration not start",
+                   "[detectConcerntration] failed to create concerntration strategy",
+                   "[detectConcerntration] start failed", "concerntration already start"},
+                  requestID, start);
+}
+
+QVariantMap AIServiceController::startAttributeDetection(const QVariantMap &, const QString &requestID)
+{
+    if (!m_valid) {
+        qWarning("[startAttributeDetection] controller is invalid");
+        return reply(-9);
+    }
+    const QString name = QStringLiteral("AttributeStrategy");
+    if (!addNewStrategy(name, requestID)) {
+        qWarning("[startAttributeDetection] failed to create attribute strategy");
+        return reply(-1002);
+    }
+    const std::shared_ptr<BaseStrategy> strategy = registeredStrategy(name);
+    if (strategy)
+        connectEvents(strategy.get());
+    if (!strategy || !strategy->startWithinFrames(1)) {
+        qWarning("[startAttributeDetection] start failed");
+        return reply(-2, "start failed");
+    }
+    return reply(0);
+}
+
+QVariantMap AIServiceController::tracking(const QVariantMap &params, const QString &requestID, int start)
+{
+    if (!m_valid) {
+        qWarning("[tracking] controller is invalid");
+        return reply(-9);
+    }
+    const QString stuID = params.value(QStringLiteral("stuID")).toString();
+    qInfo().noquote().nospace() << "[tracking] stuID: " << stuID << "--------------------" << start;
+    if (stuID.isEmpty()) {
+        qWarning("[tracking] params error");
+        return reply(-12);
+    }
+    const QString name = QStringLiteral("TrackingStrategy");
+    if (!addNewStrategy(name, requestID)) {
+        qWarning("[tracking] failed to create tracking strategy");
+        return reply(-1002);
+    }
+    const auto strategy = std::dynamic_pointer_cast<TrackingStrategy>(registeredStrategy(name));
+    if (!strategy) {
+        qWarning("[tracking] stop failed,not start");
+        return reply(-15, "tracking not start");
+    }
+    if (start == 0) {
+        strategy->stopTracking(stuID, params.value(QStringLiteral("requestID")).toString());
+        if (strategy->trackerCount() == 0)
+            strategy->stop();
+        return reply(0);
+    }
+
+    const int started = strategy->startTracking(stuID, requestID);
+    if (started == -1) {
+        qWarning().noquote().nospace() << "[tracking] start failed,stuID : " << stuID << "not found";
+        return reply(-1003);
+    }
+    if (started == -2) {
+        qWarning().noquote().nospace() << "[tracking] start failed,stuID : " << stuID << "is tracking";
+        return reply(-15);
+    }
+    // Once more for every student: with two of them each event goes out twice.
+    connectEvents(strategy.get());
+    if (!strategy->start() && strategy->trackerCount() == 0) {
+        qWarning("[tracking] start failed");
+        return reply(-15, "tracking start failed");
+    }
+    return reply(0);
+}
+
+QVariantMap AIServiceController::startFunctionGame(const QVariantMap &params, const QString &requestID,
+                                                   int start)
+{
+    if (!m_valid) {
+        qWarning("controller is invalid");
+        return reply(-9);
+    }
+    const QString name = QStringLiteral("FunctionGameStrategy");
+    if (!addNewStrategy(name, requestID)) {
+        qWarning("failed to create function game strategy");
+        return reply(-1002);
+    }
+    const auto strategy = std::dynamic_pointer_cast<FunctionGameStrategy>(registeredStrategy(name));
+    if (strategy) {
+        connectEvents(strategy.get(), Qt::UniqueConnection);
+        if (!strategy->isGameStarted()) {
+            strategy->startGame(params.value(QStringLiteral("stuList")).toList());
+            strategy->start();
+        }
+        if (start == 0)
+            strategy->stop();
+    }
+    return reply(0);
+}
+
+QVariantMap AIServiceController::startVideoRecord(const QVariantMap &params, const QString &)
+{
+    if (VideoRecorder::instance()->isRunning()) {
+        qWarning("video record already start");
+        return reply(-15, "video record already start");
+    }
+    RecordParam record;
+    record.recordPath = params.value(QStringLiteral("recordPath")).toString().toStdString();
+    VideoRecorder::instance()->start(record);
+    // Unique: the connection of a start that found no folder is still there.
+    connect(this, &AIServiceController::newImageSignal, VideoRecorder::instance(),
+            &VideoRecorder::onRecvFrame, Qt::UniqueConnection);
+    return reply(0);
+}
+
+QVariantMap AIServiceController::stopVideoRecord(const QString &)
+{
+    if (!VideoRecorder::instance()->isRunning()) {
+        qWarning("video record not start");
+        return reply(-15, "video record not start");
+    }
+    disconnect(this, &AIServiceController::newImageSignal, VideoRecorder::instance(),
+               &VideoRecorder::onRecvFrame);
+    VideoRecorder::instance()->stop();
+    return reply(0);
+}

@@ -1,0 +1,329 @@
+// The commands by which the client enrols, replaces, renames and deletes students.
+
+#include "aiservicecontroller.h"
+
+#include "aiconfig.h"
+#include "basestrategy.h"
+#include "commandreply.h"
+#include "datamanager.h"
+#include "externalgallery.h"
+#include "imageutil.h"
+#include "messageSender.h"
+#include "modelmanager.h"
+#include "qstorage.h"
+#include "rectutil.h"
+
+#include <QDebug>
+
+using command::reply;
+
+namespace {
+
+constexpr unsigned int registeredEvent = 1018;
+constexpr unsigned int bestGalleryEvent = 1021;
+
+QString text(const QVariantMap &params, const char *key)
+{
+    return params.value(QLatin1String(key)).toString();
+}
+
+QVariantMap studentEntry(const QString &stuID)
+{
+    return {{QStringLiteral("stuID"), stuID}};
+}
+
+bool isGalleryEntry(const QVariantMap &entry)
+{
+    return entry.contains(QStringLiteral("stuID")) && entry.contains(QStringLiteral("faceImg"));
+}
+
+/// The head crop of a JPEG data text; empty unless it has the side of a gallery picture.
+cv::Mat decodeGallery(const QString &faceImg)
+{
+    const cv::Mat face = ai_image::convertBase642Mat(faceImg);
+    const int side = AIConfig::instance().registerFaceSize;
+    return face.cols == side && face.rows == side ? face : cv::Mat();
+}
+
+/// Sides from 20 to 39 pixels are too small for the recogniser's gallery; those below 20 aren't judged.
+bool isSmallSide(int side)
+{
+    return side >= AIConfig::instance().registerFaceMinSize && side < AIConfig::instance().faceMinSize;
+}
+
+} // namespace
+
+bool AIServiceController::removeFace(int faceID)
+{
+    const cv::Mat none;
+    return ModelManager::instance().createFaceIDModel(none, FaceIDModel::Remove, faceID)->detect();
+}
+
+QVariantMap AIServiceController::setExternalGallery(const QVariantMap &params, const QString &)
+{
+    const QVariantList galleries = params.value(QStringLiteral("galleries")).toList();
+    if (galleries.isEmpty()) {
+        qWarning("[setExternalGallery] galleries empty");
+        return reply(-12);
+    }
+    QVariantList failed;
+    for (const QVariant &gallery : galleries) {
+        const QVariantMap entry = gallery.toMap();
+        if (!isGalleryEntry(entry)) {
+            qWarning("params data is invalid");
+            return reply(-12);
+        }
+        const QString stuID = text(entry, "stuID");
+        const QString faceImg = text(entry, "faceImg");
+        const cv::Mat face = decodeGallery(faceImg);
+        if (face.empty()) {
+            qWarning("convert base64 failed");
+            failed.append(studentEntry(stuID));
+            continue;
+        }
+        qDebug().noquote().nospace() << "[ExternalGallery] stuID:  " << stuID << " img: " << faceImg;
+        const auto model = ModelManager::instance().createFaceIDModel(face, FaceIDModel::Extract, -1);
+        if (!model->detect()) {
+            qWarning("faceID detect feature error");
+            failed.append(studentEntry(stuID));
+            continue;
+        }
+        cv::Mat feature = model->m_feature.clone();
+        ExternalGallery::instance()->addFaceFeature(stuID, feature);
+        if (!m_recovering)
+            QSqliteStorage::instance()->setHistoryGalleries(stuID, faceImg);
+    }
+    QVariantMap result = reply(0);
+    result.insert(QStringLiteral("rsp_data"), QVariantMap{{QStringLiteral("failedStuList"), failed}});
+    return result;
+}
+
+QVariantMap AIServiceController::fetchGalleryNew(const QVariantMap &params, const QString &requestID)
+{
+    if (!m_valid) {
+        qWarning("[fetchGalleryNew] controller is invalid");
+        return reply(-9);
+    }
+    StudentInfo student;
+    if (!params.isEmpty()) {
+        const QString stuID = text(params, "stuID");
+        qInfo().noquote().nospace() << "[fetchGalleryNew] stuID: " << stuID;
+        student = DataManager::instance()->getStudentInfo(stuID);
+        if (student.stuID.isEmpty()) {
+            qWarning().noquote().nospace() << "[fetchGalleryNew] stuID: " << stuID << " not found";
+            return reply(-1003);
+        }
+    }
+    const QString name = QStringLiteral("GalleryStrategyNew");
+    if (!addNewStrategy(name, requestID)) {
+        qWarning("[fetchGalleryNew] failed to create gallery strategy");
+        return reply(-1002);
+    }
+    // Null if the running one, which addNewStrategy has just found, has ended in between.
+    const std::shared_ptr<BaseStrategy> strategy = registeredStrategy(name);
+    int frames = 3;
+    if (strategy && !student.stuID.isEmpty()) {
+        QVariantMap place = studentEntry(student.stuID);
+        rect_util::insert(place, student.faceRect);
+        strategy->setParameters(place);
+        frames = 1;
+    }
+    if (!strategy || !strategy->startWithinFrames(frames)) {
+        qWarning("[fetchGalleryNew] already start");
+        return reply(-15, "fetch galleries already start");
+    }
+    return reply(0);
+}
+
+QVariantMap AIServiceController::registerGallery(const QVariantMap &params, const QString &requestID)
+{
+    if (!m_valid) {
+        qWarning("[registerGallery] controller is invalid");
+        return reply(-9);
+    }
+    const QVariantList galleries = params.value(QStringLiteral("galleries")).toList();
+    if (galleries.isEmpty()) {
+        qWarning("[registerGallery] galleries empty");
+        return reply(-12);
+    }
+    const AIConfig &config = AIConfig::instance();
+    QVariantList registered;
+    for (const QVariant &gallery : galleries) {
+        const QVariantMap entry = gallery.toMap();
+        if (!isGalleryEntry(entry)) {
+            qWarning("params data is invalid");
+            continue;
+        }
+        cv::Rect rect = rect_util::fromMap(entry);
+        rect.x = std::max(rect.x, 0);
+        rect.y = std::max(rect.y, 0);
+        rect.width = std::min(config.frameWidth, rect.width);
+        rect.height = std::min(config.frameHeight, rect.height);
+        const QString stuID = text(entry, "stuID");
+        if (registerStuGallery(stuID, text(entry, "faceImg"), rect))
+            registered.append(studentEntry(stuID));
+    }
+    MessageSender::instance()->sendMessage(
+        registeredEvent, QVariantMap{{QStringLiteral("successList"), registered}}, requestID);
+    return reply(0);
+}
+
+bool AIServiceController::registerStuGallery(const QString &stuID, const QString &faceImg, cv::Rect rect)
+{
+    if (stuID.isEmpty() || faceImg.isEmpty()) {
+        qWarning("[registerGallery] param null");
+        return false;
+    }
+    if (DataManager::instance()->isStudentExist(stuID)) {
+        qWarning().noquote().nospace() << "[registerGallery] student is exist,stuID: " << stuID;
+        return false;
+    }
+    const cv::Mat face = decodeGallery(faceImg);
+    if (face.empty()) {
+        qWarning("[registerGallery] convert base64 failed");
+        return false;
+    }
+    const auto model = ModelManager::instance().createFaceIDModel(face, FaceIDModel::RegisterAndExtract, -1);
+    if (!model->detect()) {
+        qWarning().noquote().nospace() << "[registerGallery] register failed,student: " << stuID;
+        return false;
+    }
+
+    StudentInfo student;
+    if (isSmallSide(rect.width) || isSmallSide(rect.height)) {
+        student.faceIDValid = false;
+        if (!removeFace(model->m_id)) {
+            qWarning().noquote().nospace() << "[registerGallery] register delete failed,student: " << stuID;
+            return false;
+        }
+    }
+    student.stuID = stuID;
+    student.faceID = model->m_id;
+    student.faceRect = rect;
+    student.galleryImage = face.clone();
+    student.bestGallery = face.clone();
+    student.registerFeature = model->m_feature.clone();
+    student.meanFeature = model->m_feature.clone();
+    qInfo().noquote().nospace() << "[registerGallery] stuID: " << stuID << " faceID: " << student.faceID
+                                << rect_util::text(rect);
+    qDebug().noquote().nospace() << "[registerGallery] stduID: " << stuID << " faceImg: " << faceImg;
+    if (!DataManager::instance()->addStudent(student)) {
+        qWarning().noquote().nospace() << "[registerGallery] add failed,student: " << stuID;
+        return false;
+    }
+    ExternalGallery::instance()->disableFaceFeature(stuID);
+    if (!m_recovering)
+        QSqliteStorage::instance()->addFaceMat(stuID, faceImg, rect);
+    return true;
+}
+
+QVariantMap AIServiceController::deleteGallery(const QVariantMap &params)
+{
+    const QString stuID = text(params, "stuID");
+    if (stuID.isEmpty()) {
+        qWarning("[deleteGallery] param failed, studentID empty");
+        return reply(-12);
+    }
+    const int faceID = DataManager::instance()->getFaceID(stuID);
+    if (faceID < 0) {
+        qWarning().noquote().nospace() << "[deleteGallery] failed,stuID: " << stuID << " not found";
+        return reply(-1003);
+    }
+    if (!removeFace(faceID)) {
+        qWarning().noquote().nospace() << "[deleteGallery] failed,faceID delete error,student: " << stuID;
+        return reply(-2, "delete galleries: detect failed");
+    }
+    qInfo().noquote().nospace() << "[deleteGallery] stuID: " << stuID << " faceID: " << faceID;
+    if (!DataManager::instance()->removeStudent(stuID)) {
+        qWarning().noquote().nospace() << "[deleteGallery] remove failed,student: " << stuID;
+        return reply(-1003);
+    }
+    ExternalGallery::instance()->enableFaceFeature(stuID);
+    if (!m_recovering)
+        QSqliteStorage::instance()->deleteStudent(stuID);
+    return reply(0);
+}
+
+QVariantMap AIServiceController::bestGallery(const QString &requestID)
+{
+    QVariantList galleries;
+    for (const StudentInfo &student : DataManager::instance()->getAllStudents()) {
+        const QString face = ai_image::convertMat2Base64(student.bestGallery.clone());
+        const double score = student.galleryScore * 100;
+        galleries.append(QVariantMap{{QStringLiteral("stuID"), student.stuID},
+                                     {QStringLiteral("bestFaceImg"), face},
+                                     {QStringLiteral("score"), score}});
+        qDebug().noquote().nospace() << "[bestGallery] stuID: " << student.stuID << " score: " << score
+                                     << " bestFaceImg: " << face;
+    }
+    MessageSender::instance()->sendMessage(
+        bestGalleryEvent, QVariantMap{{QStringLiteral("bestGalleries"), galleries}}, requestID);
+    return reply(0);
+}
+
+void AIServiceController::deleteAllGalleries()
+{
+    qInfo("[deleteAllGalleries] begin");
+    const cv::Mat none;
+    if (!ModelManager::instance().createFaceIDModel(none, FaceIDModel::Clear, -1)->detect())
+        qWarning("[deleteAllGalleries] faceid clear failed");
+    DataManager::instance()->clear();
+    qWarning("[deleteAllGalleries] end");
+}
+
+QVariantMap AIServiceController::clearHistoryGalleries(const QString &)
+{
+    ExternalGallery::instance()->clear();
+    if (!m_recovering)
+        QSqliteStorage::instance()->clearHistoryGalleries();
+    return reply(0);
+}
+
+QVariantMap AIServiceController::updateStudentID(const QVariantMap &params)
+{
+    const QString newID = text(params, "newStuID");
+    const QString oldID = text(params, "oldStuID");
+    if (newID.isEmpty() || oldID.isEmpty()) {
+        qWarning().noquote().nospace()
+            << "[updateStudentID] param failed, old stuID: " << oldID << " new stuID: " << newID;
+        return reply(-12);
+    }
+    const int takenFace = DataManager::instance()->getFaceID(newID);
+    if (takenFace >= 0) {
+        if (removeFace(takenFace))
+            qWarning().noquote().nospace() << "[updateStuID] faceID delete success,student: " << newID;
+        else
+            qWarning().noquote().nospace() << "[updateStuID] failed,faceID delete error,student: " << newID;
+    }
+    if (!DataManager::instance()->updateStudentID(oldID, newID)) {
+        qWarning().noquote().nospace()
+            << "[updateStudentID] update failed, old stuID: " << oldID << " new stuID: " << newID;
+        return reply(-1003);
+    }
+    qInfo().noquote().nospace() << "[updateStudentID] success,old stuID: " << oldID
+                                << " new stuID: " << newID;
+    if (!m_recovering) {
+        QSqliteStorage::instance()->deleteStudent(newID);
+        QSqliteStorage::instance()->updateStudentName(oldID, newID);
+    }
+    ExternalGallery::instance()->enableFaceFeature(oldID);
+    ExternalGallery::instance()->disableFaceFeature(newID);
+    return reply(0);
+}
+
+QVariantMap AIServiceController::updateStudentGallery(const QVariantMap &params)
+{
+    const QString stuID = text(params, "oldStuID");
+    const QString faceImg = text(params, "faceImageBase64");
+    if (stuID.isEmpty() || faceImg.isEmpty()) {
+        qWarning().noquote().nospace()
+            << "[updateStudentGallery] param failed,old stuID: " << stuID << " faceImg: " << faceImg;
+        return reply(-12);
+    }
+    // A delete that fails, say of a student whom nobody knows, doesn't stop the registration.
+    deleteGallery(studentEntry(stuID));
+    if (!registerStuGallery(stuID, faceImg, rect_util::fromMap(params)))
+        return reply(-12);
+    qDebug().noquote().nospace() << "[updateStudentGallery] old stuID: " << stuID << " faceImg: " << faceImg;
+    return reply(0);
+}

@@ -1,0 +1,74 @@
+#include "aiconfig.h"
+#include "aiservice.h"
+#include "crash_dump.h"
+#include "kqstartservice.h"
+#include "messageSender.h"
+#include "mylog.h"
+#include "videorecorder.h"
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <QDir>
+#include <QTextCodec>
+
+#include <csignal>
+#include <cstdlib>
+
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
+namespace {
+
+constexpr char serviceName[] = "AI";
+constexpr char logFolder[] = "Orelia/logs";
+constexpr char dumpFolder[] = "Orelia/logs/dump/aidump";
+constexpr int everyLevel = 0;
+constexpr qint64 longestInfo = 10000; // bytes
+
+/// Pictures and events of some megabytes come and go with every frame. Kept in the heap, they aren't
+/// faulted in anew each time.
+void keepHeap()
+{
+#ifdef __GLIBC__
+    constexpr int kept = 256 * 1024 * 1024;
+    mallopt(M_MMAP_THRESHOLD, kept);
+    mallopt(M_TRIM_THRESHOLD, kept);
+#endif
+}
+
+/// The console's reader may go while the service lives; writing to it must not end the process.
+void ignoreBrokenPipes()
+{
+#ifdef SIGPIPE
+    std::signal(SIGPIPE, SIG_IGN);
+#endif
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    keepHeap();
+    ignoreBrokenPipes();
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("utf-8"));
+    QCoreApplication application(argc, argv);
+
+    MyLog::init(QLatin1String(serviceName), QDir(QDir::temp().filePath(QLatin1String(logFolder))),
+                QStringList(), everyLevel, longestInfo);
+    MyLog::setConsole(true);
+    qInfo("AIService Start,version: %s", qUtf8Printable(AIService::version()));
+    CrashDump::init(QLatin1String(dumpFolder), nullptr);
+    AIConfig::instance().load();
+
+    auto *service = new AIService;
+    KQStartService(QLatin1String(serviceName), service, argc, argv);
+    MessageSender::instance()->setService(service);
+    const int result = QCoreApplication::exec();
+
+    // Threads still run and log, and nothing of this is taken down in order: a file that is being recorded
+    // is closed, so that it plays, the log is written, and the process ends before any destructor.
+    VideoRecorder::instance()->stop();
+    MyLog::flush();
+    std::_Exit(result);
+}

@@ -1,0 +1,334 @@
+#pragma once
+
+#include "imageutil.h"
+#include "studentinfo.h"
+
+#include <QDebug>
+#include <QFile>
+#include <QList>
+#include <QMap>
+#include <QMutex>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QVariant>
+
+/// The statements of the store, letter for letter; the tabs are part of them.
+namespace storage_sql {
+
+constexpr char DATABASE_FILE[] = "ai.data";
+
+constexpr char CREATE_STUDENT[] =
+    "create table ai_student (stuID TEXT,faceImg TEXT,faceX int,faceY int, \t\t\t\t\tfaceW int,faceH int,"
+    "bodyX int,bodyY int,bodyW int,bodyH int, \t\t\t\t\tgalleryScore double,bestGallery TEXT)";
+constexpr char CREATE_HISTORY[] = "create table ai_galleries_history(stuID TEXT,faceImg TEXT)";
+constexpr char CREATE_CONFIG[] = "create table ai_config(modelLoadFlag int,identify TEXT)";
+
+constexpr char SELECT_CONFIG[] = "select * from ai_config";
+constexpr char INSERT_CONFIG[] = "insert into ai_config values(?,?)";
+constexpr char DELETE_CONFIG[] = "delete from ai_config";
+
+constexpr char INSERT_STUDENT[] =
+    "insert into ai_student(stuID,faceImg,faceX,faceY,faceW,faceH) "
+    "\t\t\t\t\t\t\t\t\t\t\t\tvalues(:stuID,:faceImg,:facex,:facey,:facew,:faceh)";
+constexpr char UPDATE_STUDENT[] =
+    "UPDATE ai_student SET faceX =?,faceY =?,faceW =?,faceH =?,bodyX =?,\t\t\t\t\t\t\t\t\t\t\t bodyY =?,"
+    "bodyW =?,bodyH =?,galleryScore =?,bestGallery =?\t\t\t\t\t\t\t\t\t\t\t\t where stuID =?";
+constexpr char UPDATE_STUDENT_NAME[] = "UPDATE ai_student SET stuID=? where stuID=?";
+constexpr char UPDATE_STUDENT_IMAGE[] = "UPDATE ai_student SET faceImg =:mFaceImg where stuID = :mStuID";
+constexpr char DELETE_STUDENT[] = "delete from ai_student where stuID = ?";
+constexpr char DELETE_STUDENTS[] = "delete from ai_student";
+constexpr char SELECT_STUDENTS[] = "select * from ai_student";
+
+constexpr char INSERT_HISTORY[] = "insert into ai_galleries_history values(?,?)";
+constexpr char SELECT_HISTORY[] = "select * from ai_galleries_history";
+constexpr char DELETE_HISTORY[] = "delete from ai_galleries_history";
+
+} // namespace storage_sql
+
+/**
+ * The one persistent store: the SQLite file "ai.data" in the working directory, from which a restarted
+ * service finds its students, external galleries and configuration again. A write-behind copy: it is read
+ * only in a recovery.
+ *
+ * Threads: any; one lock orders every statement. Each operation holds it from before its query is made until
+ * after the query is gone, and locks nothing else meanwhile. All threads share one handle under that lock
+ * and never ask Qt for the connection by its name, which only the opening thread may do.
+ *
+ * Durability: no transactions, each statement commits by itself, so the file is readable after a crash at
+ * any moment. Errors: a failed write leaves one warning in the log and is lost; a failed read gives the same
+ * shape with an empty list.
+ */
+class QSqliteStorage
+{
+public:
+    static QSqliteStorage *instance()
+    {
+        static QSqliteStorage storage;
+        return &storage;
+    }
+
+    /// Opens the file; with create set, a file that is there is deleted first and the tables are made anew.
+    /// Without it, the file is taken as it stands (a missing one becomes an empty one without tables).
+    void open(bool create)
+    {
+        QMutexLocker locker(&m_mutex);
+        if (create && QFile::exists(storage_sql::DATABASE_FILE)) {
+            qInfo() << "remove aidata";
+            connectDatabase();
+            removeFile();
+        }
+        connectDatabase();
+        if (!m_database.open()) {
+            qWarning().noquote().nospace() << "database open failed,error: " << m_database.lastError().text();
+            return;
+        }
+        if (create)
+            createTables();
+    }
+
+    /// Closes the store and deletes its file; until the next open every write fails.
+    void remove()
+    {
+        QMutexLocker locker(&m_mutex);
+        m_database.close();
+        if (!QFile::exists(storage_sql::DATABASE_FILE))
+            return;
+        qInfo() << "remove aidata1";
+        removeFile();
+    }
+
+    /// The first configuration that was written. False, with both arguments untouched, if there is none.
+    bool getConfig(unsigned int &modelLoadFlag, QString &identify)
+    {
+        QMutexLocker locker(&m_mutex);
+        Statement select(m_database, storage_sql::SELECT_CONFIG);
+        if (!select.exec() || !select.query.next()) {
+            qWarning() << "config read failed";
+            return false;
+        }
+        modelLoadFlag = select.query.value(0).toUInt();
+        identify = select.query.value(1).toString();
+        qInfo().noquote().nospace() << " model: " << modelLoadFlag << " identify: " << identify;
+        return true;
+    }
+
+    /// Adds a row; an earlier one keeps its precedence.
+    void setConfig(unsigned int modelLoadFlag, const QString &identify)
+    {
+        QMutexLocker locker(&m_mutex);
+        Statement insert(m_database, storage_sql::INSERT_CONFIG);
+        insert.query.addBindValue(modelLoadFlag);
+        insert.query.addBindValue(identify);
+        insert.write("sqlite exec add config failed,error: ");
+    }
+
+    /// Adds a student's row with the image text as the client sent it; the columns of the body, the score and
+    /// the best gallery stay NULL. An empty id or text does nothing.
+    void addFaceMat(const QString &stuID, const QString &faceImg, const cv::Rect_<int> &faceRect)
+    {
+        if (stuID.isEmpty() || faceImg.isEmpty())
+            return;
+        QMutexLocker locker(&m_mutex);
+        Statement insert(m_database, storage_sql::INSERT_STUDENT);
+        insert.query.bindValue(":stuID", stuID);
+        insert.query.bindValue(":faceImg", faceImg);
+        insert.query.bindValue(":facex", faceRect.x);
+        insert.query.bindValue(":facey", faceRect.y);
+        insert.query.bindValue(":facew", faceRect.width);
+        insert.query.bindValue(":faceh", faceRect.height);
+        insert.write("sqlite exec add student failed,error: ");
+    }
+
+    /// Saves rectangles, score and best gallery picture in every row of the student.
+    void updateStudentInfo(const StudentInfo &student)
+    {
+        QMutexLocker locker(&m_mutex);
+        if (student.stuID.isEmpty())
+            return;
+        Statement update(m_database, storage_sql::UPDATE_STUDENT);
+        bindRect(update.query, 0, student.faceRect);
+        bindRect(update.query, 4, student.bodyRect);
+        update.query.bindValue(8, student.galleryScore);
+        update.query.bindValue(9, ai_image::convertMat2Base64(student.bestGallery));
+        update.query.bindValue(10, student.stuID);
+        update.write("sqlite exec add student failed,error: ");
+    }
+
+    void updateStudentName(const QString &oldID, const QString &newID)
+    {
+        QMutexLocker locker(&m_mutex);
+        if (oldID.isEmpty() || newID.isEmpty())
+            return;
+        Statement update(m_database, storage_sql::UPDATE_STUDENT_NAME);
+        update.query.bindValue(0, newID);
+        update.query.bindValue(1, oldID);
+        update.write("sqlite exec update student name student failed,error: ");
+    }
+
+    void deleteStudent(const QString &stuID)
+    {
+        if (stuID.isEmpty())
+            return;
+        QMutexLocker locker(&m_mutex);
+        Statement remove(m_database, storage_sql::DELETE_STUDENT);
+        remove.query.bindValue(0, stuID);
+        remove.write("sqlite exec delete student failed,error: ");
+    }
+
+    /// The students in the form of a gallery registration: "galleries", a list of maps with "stuID" and
+    /// "faceImg".
+    QMap<QString, QVariant> fetchStudentInfo()
+    {
+        qInfo() << "[storage] fetch student info";
+        QMutexLocker locker(&m_mutex);
+        return readGalleries(storage_sql::SELECT_STUDENTS, "[storage] fetch galleries, stuID: ");
+    }
+
+    /// One map for each student's row, with all that updateStudentInfo saves. NULL reads as 0 or empty text.
+    QList<QVariant> getStudentInfo()
+    {
+        QMutexLocker locker(&m_mutex);
+        QList<QVariant> students;
+        Statement select(m_database, storage_sql::SELECT_STUDENTS);
+        if (!select.exec())
+            return students;
+        while (select.query.next()) {
+            const auto column = [&](int index) { return select.query.value(index); };
+            qInfo().noquote().nospace() << "[storage] fetch galleries, stuID: " << column(0).toString();
+            students.append(QVariantMap{{"stuID", column(0).toString()},
+                                        {"faceX", column(2).toInt()},
+                                        {"faceY", column(3).toInt()},
+                                        {"faceW", column(4).toInt()},
+                                        {"faceH", column(5).toInt()},
+                                        {"bodyX", column(6).toInt()},
+                                        {"bodyY", column(7).toInt()},
+                                        {"bodyW", column(8).toInt()},
+                                        {"bodyH", column(9).toInt()},
+                                        {"galleryScore", column(10).toDouble()},
+                                        {"bestGallery", column(11).toString()}});
+        }
+        return students;
+    }
+
+    /// Keeps an accepted external gallery. Does nothing unless both texts are there.
+    void setHistoryGalleries(const QString &stuID, const QString &faceImg)
+    {
+        QMutexLocker locker(&m_mutex);
+        if (stuID.isEmpty() || faceImg.isEmpty())
+            return;
+        Statement insert(m_database, storage_sql::INSERT_HISTORY);
+        insert.query.addBindValue(stuID);
+        insert.query.addBindValue(faceImg);
+        insert.write("sqlite exec add gallery history failed,error: ");
+    }
+
+    /// The external galleries in the form in which the client sets them; shaped like fetchStudentInfo.
+    QMap<QString, QVariant> getHistoryGalleries()
+    {
+        QMutexLocker locker(&m_mutex);
+        return readGalleries(storage_sql::SELECT_HISTORY, "[storage] fetch history galleries, stuID: ");
+    }
+
+    void clearHistoryGalleries()
+    {
+        QMutexLocker locker(&m_mutex);
+        Statement remove(m_database, storage_sql::DELETE_HISTORY);
+        remove.write("sqlite exec clear gallery history failed,error: ");
+    }
+
+private:
+    /// One statement on a query of its own: prepared at once, bound by the caller, then run.
+    struct Statement
+    {
+        /// On a closed handle nothing is prepared: Qt would warn in words of its own.
+        Statement(const QSqlDatabase &database, const char *text) : query(database)
+        {
+            prepared = database.isOpen() && query.prepare(text);
+            if (!prepared)
+                error = database.isOpen() ? query.lastError().text() : QStringLiteral("database not open");
+        }
+
+        bool exec()
+        {
+            if (!prepared)
+                return false;
+            if (query.exec())
+                return true;
+            error = query.lastError().text();
+            return false;
+        }
+
+        void write(const char *failure)
+        {
+            if (!exec())
+                qWarning().noquote().nospace() << failure << error;
+        }
+
+        QSqlQuery query;
+        QString error;
+        bool prepared = false;
+    };
+
+    QSqliteStorage() = default;
+
+    /// Leaves the handle with a fresh, closed default connection. The old one goes first, and with it the
+    /// last handle: Qt warns of a second connection of the same name and of one that is still in use.
+    void connectDatabase()
+    {
+        const QString connection = QLatin1String(QSqlDatabase::defaultConnection);
+        m_database = QSqlDatabase();
+        if (QSqlDatabase::contains(connection))
+            QSqlDatabase::removeDatabase(connection);
+        m_database = QSqlDatabase::addDatabase("QSQLITE", connection);
+        m_database.setDatabaseName(storage_sql::DATABASE_FILE);
+    }
+
+    void removeFile()
+    {
+        m_database.close();
+        QFile::remove(storage_sql::DATABASE_FILE);
+    }
+
+    void createTables()
+    {
+        if (createTable(storage_sql::CREATE_STUDENT, "sqlite exec create student failed,error: ") &&
+            createTable(storage_sql::CREATE_HISTORY, "sqlite exec create face history failed,error: "))
+            createTable(storage_sql::CREATE_CONFIG, "sqlite exec create config failed,error: ");
+    }
+
+    bool createTable(const char *text, const char *failure)
+    {
+        Statement create(m_database, text);
+        if (create.exec())
+            return true;
+        qWarning().noquote().nospace() << failure << create.error;
+        return false;
+    }
+
+    static void bindRect(QSqlQuery &query, int index, const cv::Rect &rect)
+    {
+        query.bindValue(index, rect.x);
+        query.bindValue(index + 1, rect.y);
+        query.bindValue(index + 2, rect.width);
+        query.bindValue(index + 3, rect.height);
+    }
+
+    QMap<QString, QVariant> readGalleries(const char *text, const char *logged)
+    {
+        QVariantList galleries;
+        Statement select(m_database, text);
+        if (select.exec()) {
+            while (select.query.next()) {
+                const QString stuID = select.query.value(0).toString();
+                const QString faceImg = select.query.value(1).toString();
+                qInfo().noquote().nospace() << logged << stuID << " faceImg: " << faceImg;
+                galleries.append(QVariantMap{{"stuID", stuID}, {"faceImg", faceImg}});
+            }
+        }
+        return {{"galleries", galleries}};
+    }
+
+    QSqlDatabase m_database;
+    QMutex m_mutex;
+};
