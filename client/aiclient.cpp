@@ -1,0 +1,216 @@
+#include "aiclient.h"
+
+#include "wire.h"
+
+#include <QDir>
+#include <QtEndian>
+
+namespace {
+
+constexpr int expiryInterval = 20;
+constexpr int farewellTimeout = 1000;
+constexpr int headerSize = 8;
+
+QString connectError(const QLocalSocket &socket, const QString &name)
+{
+    const auto place = QDir::isAbsolutePath(name) ? name : QDir::temp().filePath(name);
+    switch (socket.error()) {
+    case QLocalSocket::ServerNotFoundError:
+        return QStringLiteral("no service at %1: it is not running, or has another TMPDIR").arg(place);
+    case QLocalSocket::ConnectionRefusedError:
+        return QStringLiteral("nobody answers at %1: the service has ended without removing its socket")
+            .arg(place);
+    case QLocalSocket::SocketAccessError:
+        return QStringLiteral("no permission for %1: the service belongs to another user").arg(place);
+    default:
+        return QStringLiteral("cannot connect to %1: %2").arg(place, socket.errorString());
+    }
+}
+
+} // namespace
+
+QString AiReply::errorText() const
+{
+    if (ok())
+        return {};
+    if (outcome != Answered)
+        return detail;
+    return detail.isEmpty() ? QStringLiteral("error %1").arg(error)
+                            : QStringLiteral("error %1: %2").arg(error).arg(detail);
+}
+
+AiClient::AiClient(QObject *parent) : QObject(parent)
+{
+    qRegisterMetaType<AiEvent>();
+    m_clock.start();
+    m_expiry.setInterval(expiryInterval);
+    connect(&m_expiry, &QTimer::timeout, this, &AiClient::expire);
+    connect(&m_socket, &QLocalSocket::readyRead, this, &AiClient::readFrames);
+    connect(&m_socket, &QLocalSocket::disconnected, this,
+            [this] { lose(QStringLiteral("the service has closed the connection")); });
+}
+
+AiClient::~AiClient()
+{
+    m_socket.disconnect(this);
+    m_socket.abort();
+}
+
+bool AiClient::connectToService(const QString &name, int timeout)
+{
+    if (m_connected)
+        disconnectFromService();
+    m_socket.connectToServer(name, QIODevice::ReadWrite);
+    if (!m_socket.waitForConnected(timeout)) {
+        m_error = connectError(m_socket, name);
+        m_socket.abort();
+        return false;
+    }
+    m_error.clear();
+    m_connected = true;
+    return true;
+}
+
+void AiClient::disconnectFromService()
+{
+    if (!m_connected)
+        return;
+    while (m_socket.bytesToWrite() > 0 && m_socket.waitForBytesWritten(farewellTimeout)) {
+    }
+    lose(QStringLiteral("the client has closed the connection"));
+}
+
+bool AiClient::isConnected() const
+{
+    return m_connected;
+}
+
+void AiClient::request(Kind kind, uint code, const QVariant &data, const QString &requestID,
+                       Callback callback, int timeout)
+{
+    const auto id = ++m_lastID;
+    m_pending.insert(id, {std::move(callback), timeout > 0 ? m_clock.elapsed() + timeout : -1});
+    if (!m_connected) {
+        fail(id, AiReply::Disconnected, QStringLiteral("not connected to the service"));
+        return;
+    }
+    if (!m_expiry.isActive())
+        m_expiry.start();
+
+    QVariantMap message{{"req_code", int(kind)}, {"req_id", requestID}, {"req_id2", id}};
+    if (kind == Execute || kind == Info)
+        message["req_data"] = QVariantMap{{"command_code", int(code)}, {"data", data}};
+    m_socket.write(wire::encodeFrame(message));
+}
+
+AiReply AiClient::call(Kind kind, uint code, const QVariant &data, const QString &requestID, int timeout)
+{
+    AiReply answer;
+    bool done = false;
+    request(
+        kind, code, data, requestID,
+        [&answer, &done](const AiReply &reply) {
+            answer = reply;
+            done = true;
+        },
+        timeout);
+    while (!done)
+        waitForMessages(expiryInterval);
+    return answer;
+}
+
+bool AiClient::waitForMessages(int timeout)
+{
+    if (!m_connected)
+        return false;
+    const bool arrived = m_socket.waitForReadyRead(timeout);
+    // Called from a receiver of readyRead, the wait does not emit it again.
+    if (arrived)
+        readFrames();
+    expire();
+    return arrived;
+}
+
+void AiClient::readFrames()
+{
+    while (m_connected && m_socket.bytesAvailable() >= headerSize) {
+        char header[headerSize];
+        m_socket.peek(header, headerSize);
+        const auto size = qFromBigEndian<qint32>(static_cast<const void *>(header));
+        if (size < 0 || qFromBigEndian<qint32>(static_cast<const void *>(header + 4)) != size) {
+            lose(QStringLiteral("the service sent something that is not a frame"));
+            return;
+        }
+        if (m_socket.bytesAvailable() < headerSize + qint64(size))
+            return;
+        m_socket.skip(headerSize);
+        const auto message = wire::decodePayload(m_socket.read(size));
+        if (message.type() != QVariant::Map) {
+            lose(QStringLiteral("the service sent a frame without a map"));
+            return;
+        }
+        handleMessage(message.toMap());
+    }
+}
+
+void AiClient::handleMessage(QVariantMap message)
+{
+    if (message.value("type").toInt() == 2) {
+        emit eventReceived({message.value("msg").toUInt(), message.value("event_info").toMap(),
+                            message.value("event_type").toString(),
+                            message.value("event_req_id").toString()});
+        return;
+    }
+    const auto pending = m_pending.find(message.take("rsp_id").toLongLong());
+    if (pending == m_pending.end())
+        return;
+    const auto callback = pending->callback;
+    m_pending.erase(pending);
+    if (!callback)
+        return;
+    AiReply reply;
+    reply.outcome = AiReply::Answered;
+    reply.error = message.value("rsp_error").toInt();
+    reply.detail = message.value("rsp_error_detail").toString();
+    reply.data = message.value("rsp_data");
+    reply.map = std::move(message);
+    callback(reply);
+}
+
+void AiClient::fail(qint64 id, AiReply::Outcome outcome, const QString &detail)
+{
+    const auto callback = m_pending.take(id).callback;
+    if (!callback)
+        return;
+    AiReply reply;
+    reply.outcome = outcome;
+    reply.detail = detail;
+    callback(reply);
+}
+
+void AiClient::expire()
+{
+    const auto now = m_clock.elapsed();
+    const auto ids = m_pending.keys();
+    for (const auto id : ids) {
+        const auto pending = m_pending.constFind(id);
+        if (pending != m_pending.constEnd() && pending->deadline >= 0 && pending->deadline <= now)
+            fail(id, AiReply::TimedOut, QStringLiteral("the service did not answer in time"));
+    }
+    if (m_pending.isEmpty())
+        m_expiry.stop();
+}
+
+void AiClient::lose(const QString &reason)
+{
+    if (!m_connected)
+        return;
+    m_connected = false;
+    m_error = reason;
+    m_socket.abort();
+    const auto ids = m_pending.keys();
+    for (const auto id : ids)
+        fail(id, AiReply::Disconnected, reason);
+    m_expiry.stop();
+    emit disconnected(reason);
+}

@@ -1,0 +1,36 @@
+#include "arguments.h"
+
+QStringList splitLine(const QString &line, QString *error)
+{
+    QStringList words;
+    QString word;
+    bool inWord = false;
+    QChar quote;
+    for (int i = 0; i < line.size(); ++i) {
+        const auto c = line[i];
+        if (c == '\\' && quote != '\'' && i + 1 < line.size()) {
+            word += line[++i];
+            inWord = true;
+        } else if (!quote.isNull()) {
+            if (c == quote)
+                quote = QChar();
+            else
+                word += c;
+        } else if (c == '\'' || c == '"') {
+            quote = c;
+            inWord = true;
+        } else if (!c.isSpace()) {
+            word += c;
+            inWord = true;
+        } else if (inWord) {
+            words.append(word);
+            word.clear();
+            inWord = false;
+        }
+    }
+    if (!quote.isNull())
+        *error = QStringLiteral("a quote %1 is not closed").arg(quote);
+    if (inWord)
+        words.append(word);
+    return words;
+}

@@ -1,0 +1,99 @@
+#include "eventtext.h"
+
+#include "json.h"
+#include "picture.h"
+
+namespace {
+
+QString nameOf(const QVariantMap &entry)
+{
+    const auto name = entry.value("stuID").toString();
+    return name.isEmpty() ? QStringLiteral("(unknown)") : name;
+}
+
+QString placeOf(const QVariantMap &entry)
+{
+    return QStringLiteral("at %1,%2 %3x%4")
+        .arg(entry.value("x").toInt())
+        .arg(entry.value("y").toInt())
+        .arg(entry.value("width").toInt())
+        .arg(entry.value("height").toInt());
+}
+
+/// The entries of a list, each as one text, or a word for an empty list.
+template <class Describe>
+QString each(const QVariant &list, const QString &separator, const QString &none, Describe describe)
+{
+    QStringList texts;
+    for (const auto &entry : list.toList())
+        texts.append(describe(entry.toMap()));
+    return texts.isEmpty() ? none : texts.join(separator);
+}
+
+QString tell(const AiEvent &event)
+{
+    const auto &info = event.info;
+    const auto nobody = QStringLiteral("nobody");
+    const auto nameAndPlace = [](const QVariantMap &entry) { return nameOf(entry) + ' ' + placeOf(entry); };
+    switch (event.code) {
+    case 1011:
+        return "faces: " + each(info["galleries"], "; ", "none", [](const QVariantMap &face) {
+                   return QStringLiteral("#%1 ").arg(face["gid"].toInt()) + nameOf(face) +
+                          (face["isDetected"].toBool() ? " enrolled " : " ") + placeOf(face);
+               });
+    case 1012:
+        return QStringLiteral("attention %1: ").arg(info["concerntration"].toDouble(), 0, 'f', 4) +
+               each(info["studentStates"], "; ", nobody, [](const QVariantMap &student) {
+                   return nameOf(student) + QStringLiteral(" state %1 ").arg(student["state"].toInt()) +
+                          placeOf(student);
+               });
+    case 1013:
+        return "hands up: " + each(info["handupStudents"], "; ", nobody, nameAndPlace);
+    case 1014:
+        return "following " + nameAndPlace(info);
+    case 1015:
+        return "game regions: " + each(info["functionGameShowRegion"], "; ", "none", nameAndPlace);
+    case 1016:
+        return "game: " + each(info["functionGameResult"], "; ", nobody, [](const QVariantMap &player) {
+                   return nameOf(player) + QStringLiteral(" %1 points").arg(player["bones"].toList().size());
+               });
+    case 1017:
+        return "attributes: " + each(info["studentsAttribute"], "; ", nobody, [](const QVariantMap &student) {
+                   return nameOf(student) + QStringLiteral(" row %1").arg(student["row"].toInt()) +
+                          (student["glass"].toBool() ? ", glasses" : ", no glasses") + ", clothes " +
+                          student["clothColor"].toString();
+               });
+    case 1018:
+        return "registered: " + each(info["successList"], ", ", nobody, nameOf);
+    case 1019:
+        return "smile: " + nameAndPlace(info);
+    case 1020:
+        return "recording to " + info["videoLocalPath"].toString() + " since " +
+               info["startRecordDate"].toString();
+    case 1021:
+        return "students: " + each(info["bestGalleries"], ", ", nobody, [](const QVariantMap &student) {
+                   return nameOf(student) +
+                          QStringLiteral(" score %1").arg(student["score"].toDouble(), 0, 'f', 1);
+               });
+    case 1022:
+        return info["status"].toInt() ? "video is back" : "video has stopped";
+    default:
+        return json::line(json::fromVariant(picture::withoutPictures(info)).toObject());
+    }
+}
+
+} // namespace
+
+QString eventText(const AiEvent &event)
+{
+    return QStringLiteral("%1 %2").arg(event.code).arg(tell(event));
+}
+
+QJsonObject eventObject(const AiEvent &event, bool pictures)
+{
+    const QVariant info = pictures ? QVariant(event.info) : picture::withoutPictures(event.info);
+    return {{"msg", int(event.code)},
+            {"event_type", event.type},
+            {"event_req_id", event.requestID},
+            {"event_info", json::fromVariant(info)}};
+}
