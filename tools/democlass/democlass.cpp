@@ -1,0 +1,263 @@
+#include "democlass.h"
+
+#include "cutout.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <map>
+
+namespace {
+
+const cv::Size frameSize(1920, 1080);
+
+/// What stands in front of each row of people: a cupboard before the walker, then the three rows of desks.
+/// The bands reach down to the next row's desk, so that nobody shows below a desk.
+struct Furniture
+{
+    int top;
+    int height;
+    cv::Scalar colour;
+};
+const Furniture furniture[] = {{286, 60, {128, 146, 158}},
+                               {452, 60, {92, 132, 168}},
+                               {738, 74, {86, 126, 164}},
+                               {1000, 80, {80, 120, 158}}};
+const int walkersRow = 0;
+
+/// Where somebody sits, and how: the middle of the face, the row, and a phase that sets the movements apart.
+struct Seat
+{
+    const char *name;
+    cv::Point2d face;
+    double phase;
+    int row;
+    int armSide; ///< -1: a raised arm is left of the head in the picture, 1: right of it, 0: never raised
+};
+const Seat seats[] = {
+    {"Gustav", {960, 168}, 0.0, walkersRow, 0}, {"Flora", {470, 374}, 1.1, 1, -1},
+    {"Henry", {1450, 352}, 2.3, 1, 0},          {"Dora", {720, 592}, 3.7, 2, 0},
+    {"Emma", {1215, 590}, 4.4, 2, 1},           {"Adrian", {330, 844}, 5.2, 3, -1},
+    {"Carl", {965, 838}, 0.6, 3, -1},           {"Bruno", {1590, 830}, 1.9, 3, 0},
+};
+
+/// The frames in which somebody raises a hand; the whole plan repeats itself each minute.
+struct Raise
+{
+    const char *name;
+    int begin;
+    int end;
+};
+const int planLength = 1800;
+const Raise raises[] = {{"Adrian", 120, 480},
+                        {"Emma", 300, 720},
+                        {"Flora", 600, 960},
+                        {"Carl", 900, 1260},
+                        {"Adrian", 1200, 1440}};
+const int raiseFrames = 15; // from the desk all the way up
+
+double wave(int number, double period, double phase)
+{
+    return std::sin(2 * CV_PI * number / period + phase);
+}
+
+cv::Rect bandBelow(const Furniture &piece)
+{
+    return {0, piece.top, frameSize.width, piece.height};
+}
+
+/// A soft-edged coloured sheet on the wall.
+void hang(cv::Mat &wall, const cv::Rect &place, const cv::Scalar &colour)
+{
+    cv::rectangle(wall, place, colour, cv::FILLED);
+    cv::rectangle(wall, place, colour * 0.7, 5);
+    for (int y = place.y + 25; y < place.br().y - 15; y += 22)
+        cv::line(wall, {place.x + 18, y}, {place.br().x - 18 - (y * 7) % 40, y}, colour * 0.86, 6);
+}
+
+/// The room without people: the back wall, the cupboard, the desks.
+cv::Mat paintedRoom()
+{
+    cv::Mat room(frameSize, CV_8UC3);
+    for (int y = 0; y < room.rows; ++y)
+        room.row(y).setTo(cv::Scalar(168, 186, 192) * (0.92 + 0.12 * (1 - double(y) / room.rows)));
+    hang(room, {90, 24, 210, 200}, {176, 158, 120});
+    hang(room, {760, 16, 330, 210}, {126, 150, 132});
+    hang(room, {1560, 30, 240, 190}, {140, 152, 182});
+    cv::GaussianBlur(room, room, cv::Size(0, 0), 3);
+
+    for (const Furniture &piece : furniture) {
+        const cv::Rect band = bandBelow(piece);
+        // The floor between this piece and the next one lies in its shade.
+        const cv::Rect below =
+            cv::Rect(0, band.br().y, frameSize.width, frameSize.height) & cv::Rect(cv::Point(), frameSize);
+        if (!below.empty())
+            room(below).setTo(cv::Scalar(118, 128, 134));
+        for (int y = band.y; y < band.br().y; ++y) {
+            const double light = y < band.y + 10 ? 1.12 : 0.92 - 0.2 * (y - band.y) / band.height;
+            room.row(y).setTo(piece.colour * light);
+        }
+    }
+
+    cv::Mat grain(frameSize, CV_16SC3), result;
+    cv::RNG(11).fill(grain, cv::RNG::NORMAL, 0, 5);
+    cv::GaussianBlur(grain, grain, cv::Size(0, 0), 0.8);
+    cv::add(room, grain, result, cv::noArray(), CV_8U);
+    return result;
+}
+
+const Portrait *portraitOf(const char *name)
+{
+    for (const Portrait &portrait : portraits())
+        if (qstrcmp(portrait.name, name) == 0)
+            return &portrait;
+    return nullptr;
+}
+
+cv::Rect rounded(const cv::Rect2d &rect)
+{
+    return {cv::Point(cvRound(rect.x), cvRound(rect.y)),
+            cv::Point(cvRound(rect.x + rect.width), cvRound(rect.y + rect.height))};
+}
+
+} // namespace
+
+QString DemoClass::findPhotographs()
+{
+    const QString photographs = QStringLiteral("usr/share/doc/opencv-doc/opencv4/html");
+    const auto lieIn = [](const QString &folder) {
+        return QFileInfo::exists(folder + QLatin1Char('/') + QLatin1String(handFile()));
+    };
+    QDir place(QCoreApplication::applicationDirPath());
+    do {
+        for (const char *unpacked : {"opencv-doc/", "build/opencv-doc/"}) {
+            const QString folder = place.filePath(QLatin1String(unpacked) + photographs);
+            if (lieIn(folder))
+                return folder;
+        }
+    } while (place.cdUp());
+    const QString installed = QLatin1Char('/') + photographs;
+    return lieIn(installed) ? installed : QString();
+}
+
+DemoClass::DemoClass(const QString &photoFolder)
+{
+    std::map<QString, cv::Mat> photographs;
+    const auto photograph = [&](const QString &file) {
+        const auto known = photographs.find(file);
+        if (known != photographs.end())
+            return known->second;
+        const QString path = QDir(photoFolder).filePath(file);
+        const cv::Mat picture =
+            QFileInfo::exists(path) ? cv::imread(path.toLocal8Bit().constData()) : cv::Mat();
+        if (picture.empty() && m_error.isEmpty())
+            m_error = QStringLiteral("cannot read the photograph %1").arg(path);
+        return photographs[file] = picture;
+    };
+
+    const cv::Mat hand = photograph(handFile());
+    for (const Seat &seat : seats) {
+        const Portrait &portrait = *portraitOf(seat.name);
+        const cv::Mat picture = photograph(portrait.file);
+        if (!isValid())
+            return;
+        if (!cv::Rect(cv::Point(), picture.size()).contains(portrait.face.br())) {
+            m_error = QStringLiteral("the photograph %1 is not the expected one").arg(portrait.file);
+            return;
+        }
+        Actor actor;
+        actor.name = seat.name;
+        actor.sprite = cutOut(portrait, picture);
+        if (seat.armSide != 0)
+            actor.arm = raisedArm(portrait, picture, hand, seat.armSide < 0);
+        actor.row = seat.row;
+        actor.smiling = portrait.smiling;
+        actor.glasses = portrait.glasses;
+        m_actors.push_back(actor);
+    }
+    m_background = paintedRoom();
+}
+
+DemoClass::Pose DemoClass::pose(int actor, int number) const
+{
+    const Seat &seat = seats[actor];
+    Pose pose;
+    if (seat.row == walkersRow) {
+        // To and fro along the wall in five minutes, up and down with each step. No faster: whoever follows
+        // him begins at the place where he was found up to a second and a half ago.
+        const double way = std::abs(number % 9000 - 4500) / 4500.0;
+        pose.face = seat.face + cv::Point2d(700 - 1400 * way, 2 * wave(number, 24, 0));
+        return pose;
+    }
+    pose.face = seat.face + cv::Point2d(6 * wave(number, 230 + 20 * seat.phase, seat.phase),
+                                        3 * wave(number, 170, 2 * seat.phase));
+    pose.scale = 1 + 0.02 * wave(number, 310, 3 * seat.phase);
+
+    const int moment = number % planLength;
+    for (const Raise &raise : raises) {
+        if (qstrcmp(raise.name, seat.name) != 0 || moment < raise.begin || moment >= raise.end)
+            continue;
+        const int fromEdge = std::min(moment - raise.begin, raise.end - 1 - moment);
+        pose.armUp = std::min(1.0, double(fromEdge) / raiseFrames);
+    }
+    return pose;
+}
+
+cv::Mat DemoClass::frame(int number) const
+{
+    cv::Mat frame = m_background.clone();
+    for (int row = 0; row < int(std::size(furniture)) && isValid(); ++row) {
+        const cv::Rect aboveFurniture(0, 0, frameSize.width, furniture[row].top);
+        for (int i = 0; i < int(m_actors.size()); ++i) {
+            const Actor &actor = m_actors[i];
+            if (actor.row != row)
+                continue;
+            const Pose now = pose(i, number);
+            blend(frame, actor.sprite, now.face, now.scale, aboveFurniture);
+            if (now.armUp <= 0)
+                continue;
+            // The elbow stands on the desk; a lowered arm is below it.
+            const double side = seats[i].armSide * actor.sprite.face.width * 1.4;
+            const double sunk = (1 - now.armUp) * actor.arm.picture.rows;
+            blend(frame, actor.arm, {now.face.x + side, furniture[row].top + sunk}, 1, aboveFurniture);
+        }
+    }
+    return frame;
+}
+
+QVector<DemoClass::Person> DemoClass::truth(int number) const
+{
+    QVector<Person> people;
+    for (int i = 0; i < int(m_actors.size()); ++i) {
+        const Actor &actor = m_actors[i];
+        const Pose now = pose(i, number);
+        const auto placed = [&](const cv::Rect2d &part) {
+            const cv::Point2d corner = now.face + (part.tl() - actor.sprite.anchor) * now.scale;
+            return rounded({corner.x, corner.y, part.width * now.scale, part.height * now.scale});
+        };
+        Person person;
+        person.name = actor.name;
+        person.face = placed(actor.sprite.face);
+        person.body =
+            placed(actor.sprite.outline) & cv::Rect(0, 0, frameSize.width, furniture[actor.row].top);
+        person.handUp = now.armUp >= 0.5;
+        person.smiling = actor.smiling;
+        person.glasses = actor.glasses;
+        people.append(person);
+    }
+    return people;
+}
+
+QStringList DemoClass::names() const
+{
+    QStringList names;
+    for (const Actor &actor : m_actors)
+        names.append(actor.name);
+    return names;
+}
