@@ -96,13 +96,13 @@ std::string parser::usage() const
     std::string text = "usage: " + programName + " ";
     for (const Option &option : options) {
         if (option.needed)
-            text += "--" + option.name + "=value ";
+            text.append("--").append(option.name).append("=value ");
     }
     text += "[options] ... \noptions:\n";
     for (const Option &option : options) {
-        const std::string shortName = option.shortName ? std::string{'-', option.shortName, ','} : "   ";
-        const std::string padding(widest - option.name.size() + 4, ' ');
-        text += "  " + shortName + " --" + option.name + padding + option.help + "\n";
+        text += option.shortName ? std::string{' ', ' ', '-', option.shortName, ',', ' '} : "      ";
+        text.append("--").append(option.name).append(widest - option.name.size() + 4, ' ');
+        text.append(option.help).append("\n");
     }
     return text;
 }

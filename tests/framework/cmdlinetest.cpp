@@ -5,8 +5,6 @@
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::StartsWith;
 
 /// The parser of a program with one flag, one value and one needed value of digits.
 cmdline::parser makeParser()
