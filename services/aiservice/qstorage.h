@@ -16,33 +16,33 @@
 /// The statements of the store, letter for letter; the tabs are part of them.
 namespace storage_sql {
 
-constexpr char DATABASE_FILE[] = "ai.data";
+constexpr char databaseFile[] = "ai.data";
 
-constexpr char CREATE_STUDENT[] =
+constexpr char createStudent[] =
     "create table ai_student (stuID TEXT,faceImg TEXT,faceX int,faceY int, \t\t\t\t\tfaceW int,faceH int,"
     "bodyX int,bodyY int,bodyW int,bodyH int, \t\t\t\t\tgalleryScore double,bestGallery TEXT)";
-constexpr char CREATE_HISTORY[] = "create table ai_galleries_history(stuID TEXT,faceImg TEXT)";
-constexpr char CREATE_CONFIG[] = "create table ai_config(modelLoadFlag int,identify TEXT)";
+constexpr char createHistory[] = "create table ai_galleries_history(stuID TEXT,faceImg TEXT)";
+constexpr char createConfig[] = "create table ai_config(modelLoadFlag int,identify TEXT)";
 
-constexpr char SELECT_CONFIG[] = "select * from ai_config";
-constexpr char INSERT_CONFIG[] = "insert into ai_config values(?,?)";
-constexpr char DELETE_CONFIG[] = "delete from ai_config";
+constexpr char selectConfig[] = "select * from ai_config";
+constexpr char insertConfig[] = "insert into ai_config values(?,?)";
+constexpr char deleteConfig[] = "delete from ai_config";
 
-constexpr char INSERT_STUDENT[] =
+constexpr char insertStudent[] =
     "insert into ai_student(stuID,faceImg,faceX,faceY,faceW,faceH) "
     "\t\t\t\t\t\t\t\t\t\t\t\tvalues(:stuID,:faceImg,:facex,:facey,:facew,:faceh)";
-constexpr char UPDATE_STUDENT[] =
+constexpr char updateStudentInfo[] =
     "UPDATE ai_student SET faceX =?,faceY =?,faceW =?,faceH =?,bodyX =?,\t\t\t\t\t\t\t\t\t\t\t bodyY =?,"
     "bodyW =?,bodyH =?,galleryScore =?,bestGallery =?\t\t\t\t\t\t\t\t\t\t\t\t where stuID =?";
-constexpr char UPDATE_STUDENT_NAME[] = "UPDATE ai_student SET stuID=? where stuID=?";
-constexpr char UPDATE_STUDENT_IMAGE[] = "UPDATE ai_student SET faceImg =:mFaceImg where stuID = :mStuID";
-constexpr char DELETE_STUDENT[] = "delete from ai_student where stuID = ?";
-constexpr char DELETE_STUDENTS[] = "delete from ai_student";
-constexpr char SELECT_STUDENTS[] = "select * from ai_student";
+constexpr char updateStudentName[] = "UPDATE ai_student SET stuID=? where stuID=?";
+constexpr char updateStudentImage[] = "UPDATE ai_student SET faceImg =:mFaceImg where stuID = :mStuID";
+constexpr char deleteStudent[] = "delete from ai_student where stuID = ?";
+constexpr char deleteStudents[] = "delete from ai_student";
+constexpr char selectStudents[] = "select * from ai_student";
 
-constexpr char INSERT_HISTORY[] = "insert into ai_galleries_history values(?,?)";
-constexpr char SELECT_HISTORY[] = "select * from ai_galleries_history";
-constexpr char DELETE_HISTORY[] = "delete from ai_galleries_history";
+constexpr char insertHistory[] = "insert into ai_galleries_history values(?,?)";
+constexpr char selectHistory[] = "select * from ai_galleries_history";
+constexpr char deleteHistory[] = "delete from ai_galleries_history";
 
 } // namespace storage_sql
 
@@ -73,7 +73,7 @@ public:
     void open(bool create)
     {
         QMutexLocker locker(&m_mutex);
-        if (create && QFile::exists(storage_sql::DATABASE_FILE)) {
+        if (create && QFile::exists(storage_sql::databaseFile)) {
             qInfo() << "remove aidata";
             connectDatabase();
             removeFile();
@@ -92,7 +92,7 @@ public:
     {
         QMutexLocker locker(&m_mutex);
         m_database.close();
-        if (!QFile::exists(storage_sql::DATABASE_FILE))
+        if (!QFile::exists(storage_sql::databaseFile))
             return;
         qInfo() << "remove aidata1";
         removeFile();
@@ -102,7 +102,7 @@ public:
     bool getConfig(unsigned int &modelLoadFlag, QString &identify)
     {
         QMutexLocker locker(&m_mutex);
-        Statement select(m_database, storage_sql::SELECT_CONFIG);
+        Statement select(m_database, storage_sql::selectConfig);
         if (!select.exec() || !select.query.next()) {
             qWarning() << "config read failed";
             return false;
@@ -117,7 +117,7 @@ public:
     void setConfig(unsigned int modelLoadFlag, const QString &identify)
     {
         QMutexLocker locker(&m_mutex);
-        Statement insert(m_database, storage_sql::INSERT_CONFIG);
+        Statement insert(m_database, storage_sql::insertConfig);
         insert.query.addBindValue(modelLoadFlag);
         insert.query.addBindValue(identify);
         insert.write("sqlite exec add config failed,error: ");
@@ -130,7 +130,7 @@ public:
         if (stuID.isEmpty() || faceImg.isEmpty())
             return;
         QMutexLocker locker(&m_mutex);
-        Statement insert(m_database, storage_sql::INSERT_STUDENT);
+        Statement insert(m_database, storage_sql::insertStudent);
         insert.query.bindValue(":stuID", stuID);
         insert.query.bindValue(":faceImg", faceImg);
         insert.query.bindValue(":facex", faceRect.x);
@@ -146,7 +146,7 @@ public:
         QMutexLocker locker(&m_mutex);
         if (student.stuID.isEmpty())
             return;
-        Statement update(m_database, storage_sql::UPDATE_STUDENT);
+        Statement update(m_database, storage_sql::updateStudentInfo);
         bindRect(update.query, 0, student.faceRect);
         bindRect(update.query, 4, student.bodyRect);
         update.query.bindValue(8, student.galleryScore);
@@ -160,7 +160,7 @@ public:
         QMutexLocker locker(&m_mutex);
         if (oldID.isEmpty() || newID.isEmpty())
             return;
-        Statement update(m_database, storage_sql::UPDATE_STUDENT_NAME);
+        Statement update(m_database, storage_sql::updateStudentName);
         update.query.bindValue(0, newID);
         update.query.bindValue(1, oldID);
         update.write("sqlite exec update student name student failed,error: ");
@@ -171,7 +171,7 @@ public:
         if (stuID.isEmpty())
             return;
         QMutexLocker locker(&m_mutex);
-        Statement remove(m_database, storage_sql::DELETE_STUDENT);
+        Statement remove(m_database, storage_sql::deleteStudent);
         remove.query.bindValue(0, stuID);
         remove.write("sqlite exec delete student failed,error: ");
     }
@@ -182,7 +182,7 @@ public:
     {
         qInfo() << "[storage] fetch student info";
         QMutexLocker locker(&m_mutex);
-        return readGalleries(storage_sql::SELECT_STUDENTS, "[storage] fetch galleries, stuID: ");
+        return readGalleries(storage_sql::selectStudents, "[storage] fetch galleries, stuID: ");
     }
 
     /// One map for each student's row, with all that updateStudentInfo saves. NULL reads as 0 or empty text.
@@ -190,7 +190,7 @@ public:
     {
         QMutexLocker locker(&m_mutex);
         QList<QVariant> students;
-        Statement select(m_database, storage_sql::SELECT_STUDENTS);
+        Statement select(m_database, storage_sql::selectStudents);
         if (!select.exec())
             return students;
         while (select.query.next()) {
@@ -217,7 +217,7 @@ public:
         QMutexLocker locker(&m_mutex);
         if (stuID.isEmpty() || faceImg.isEmpty())
             return;
-        Statement insert(m_database, storage_sql::INSERT_HISTORY);
+        Statement insert(m_database, storage_sql::insertHistory);
         insert.query.addBindValue(stuID);
         insert.query.addBindValue(faceImg);
         insert.write("sqlite exec add gallery history failed,error: ");
@@ -227,13 +227,13 @@ public:
     QMap<QString, QVariant> getHistoryGalleries()
     {
         QMutexLocker locker(&m_mutex);
-        return readGalleries(storage_sql::SELECT_HISTORY, "[storage] fetch history galleries, stuID: ");
+        return readGalleries(storage_sql::selectHistory, "[storage] fetch history galleries, stuID: ");
     }
 
     void clearHistoryGalleries()
     {
         QMutexLocker locker(&m_mutex);
-        Statement remove(m_database, storage_sql::DELETE_HISTORY);
+        Statement remove(m_database, storage_sql::deleteHistory);
         remove.write("sqlite exec clear gallery history failed,error: ");
     }
 
@@ -281,20 +281,20 @@ private:
         if (QSqlDatabase::contains(connection))
             QSqlDatabase::removeDatabase(connection);
         m_database = QSqlDatabase::addDatabase("QSQLITE", connection);
-        m_database.setDatabaseName(storage_sql::DATABASE_FILE);
+        m_database.setDatabaseName(storage_sql::databaseFile);
     }
 
     void removeFile()
     {
         m_database.close();
-        QFile::remove(storage_sql::DATABASE_FILE);
+        QFile::remove(storage_sql::databaseFile);
     }
 
     void createTables()
     {
-        if (createTable(storage_sql::CREATE_STUDENT, "sqlite exec create student failed,error: ") &&
-            createTable(storage_sql::CREATE_HISTORY, "sqlite exec create face history failed,error: "))
-            createTable(storage_sql::CREATE_CONFIG, "sqlite exec create config failed,error: ");
+        if (createTable(storage_sql::createStudent, "sqlite exec create student failed,error: ") &&
+            createTable(storage_sql::createHistory, "sqlite exec create face history failed,error: "))
+            createTable(storage_sql::createConfig, "sqlite exec create config failed,error: ");
     }
 
     bool createTable(const char *text, const char *failure)

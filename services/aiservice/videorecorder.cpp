@@ -15,19 +15,19 @@
 
 namespace {
 
-constexpr int RECORD_INTERVAL = 30; // frames
-constexpr unsigned int NEW_VIDEO_EVENT = 1020;
-constexpr char DISPLAY_TIME[] = "yyyy-MM-dd hh::mm::ss";
+constexpr int recordInterval = 30; // frames
+constexpr unsigned int newVideoEvent = 1020;
+constexpr char displayTime[] = "yyyy-MM-dd hh::mm::ss";
 
 #ifdef Q_OS_WIN
-const QString SEPARATOR = "\\";
+const QString separator = "\\";
 
 QString videoFolder(const QString &rootPath)
 {
     return rootPath.left(1) + ":\\Mirovane\\Video";
 }
 #else
-const QString SEPARATOR = "/";
+const QString separator = "/";
 
 QString videoFolder(const QString &rootPath)
 {
@@ -127,7 +127,7 @@ void VideoRecorder::onRecvFrame(const QImage &image)
 {
     if (!isRunning())
         return;
-    if (m_frameCounter.fetch_add(1, std::memory_order_relaxed) % RECORD_INTERVAL != 0)
+    if (m_frameCounter.fetch_add(1, std::memory_order_relaxed) % recordInterval != 0)
         return;
 
     QMutexLocker locker(&m_lock);
@@ -139,7 +139,7 @@ void VideoRecorder::onRecvFrame(const QImage &image)
 
 void VideoRecorder::recordFrame(const QImage &image)
 {
-    const QString time = QDateTime::currentDateTime().toString(DISPLAY_TIME);
+    const QString time = QDateTime::currentDateTime().toString(displayTime);
     cv::Mat picture = ai_image::convertQImage2Mat(image);
     if (!m_writer)
         createWriter();
@@ -162,7 +162,7 @@ void VideoRecorder::createWriter()
 {
     const QDateTime now = QDateTime::currentDateTime();
     const QString fileName = AIConfig::instance().identify() + "_" + now.toString("yyyyMMddhhmmss") + ".mp4";
-    const QString path = QString::fromStdString(m_record.recordPath) + SEPARATOR + fileName;
+    const QString path = QString::fromStdString(m_record.recordPath) + separator + fileName;
 
     // Only FFmpeg knows the codec; another back end would take a path that FFmpeg refused for something else.
     guarded([&] {
@@ -178,8 +178,8 @@ void VideoRecorder::createWriter()
 
     qInfo().noquote().nospace() << "[VideoRecorder] record filepath: " << path;
     const QVariantMap video{
-        {"videoName", fileName}, {"startRecordDate", now.toString(DISPLAY_TIME)}, {"videoLocalPath", path}};
-    MessageSender::instance()->sendMessage(NEW_VIDEO_EVENT, video, QString());
+        {"videoName", fileName}, {"startRecordDate", now.toString(displayTime)}, {"videoLocalPath", path}};
+    MessageSender::instance()->sendMessage(newVideoEvent, video, QString());
 }
 
 void VideoRecorder::closeWriter()

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int ROW_HEIGHT = 90;
+constexpr int rowHeight = 90;
 
 bool fits(const cv::Mat &meanFeature, const cv::Mat &feature)
 {
@@ -262,7 +262,7 @@ void DataManager::sortStudentRows()
     int row = 1;
     qint64 referenceY = students.front()->bodyRect.y;
     for (StudentInfo *student : students) {
-        if (referenceY - student->bodyRect.y > ROW_HEIGHT) {
+        if (referenceY - student->bodyRect.y > rowHeight) {
             ++row;
             referenceY = student->bodyRect.y;
         }

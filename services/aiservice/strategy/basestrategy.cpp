@@ -43,6 +43,7 @@ void BaseStrategy::onStop() {}
 
 void BaseStrategy::release(BaseStrategy *strategy)
 {
+    strategy->m_running = false; // frames that wait before the deletion need no handling any more
     if (strategy->m_thread->isRunning())
         strategy->deleteLater();
     else

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr int MAX_DECODED_SIDE = 8192;
+constexpr int maxDecodedSide = 8192;
 
 cv::Mat wrapBits(const QImage &image, int type)
 {
@@ -76,7 +76,7 @@ cv::Mat ai_image::convertBase642Mat(const QString &text)
     // Only the JPEG decoder ever sees what a client sent.
     reader.setAutoDetectImageFormat(false);
     const QSize size = reader.size();
-    if (size.isEmpty() || size.width() > MAX_DECODED_SIDE || size.height() > MAX_DECODED_SIDE)
+    if (size.isEmpty() || size.width() > maxDecodedSide || size.height() > maxDecodedSide)
         return {};
     return convertQImage2Mat(reader.read());
 }
