@@ -114,6 +114,7 @@ public:
 
     QString error() const { return m_class.error(); }
     cv::Mat next() override { return m_class.frame(m_number++); }
+    void skip(int pictures) override { m_number += pictures; }
 
 private:
     DemoClass m_class;

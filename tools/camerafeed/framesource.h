@@ -20,6 +20,10 @@ public:
     /// their end. An empty picture when nothing more can be had: a camera was unplugged, a file vanished.
     virtual cv::Mat next() = 0;
 
+    /// Leaves out pictures that come too late. Only the demo class does, whose film keeps to the clock;
+    /// every picture of the others is shown.
+    virtual void skip(int pictures) { Q_UNUSED(pictures) }
+
     /// Opens a camera ("/dev/video0" or "0"), a video, a picture, or a folder of pictures. Null when that
     /// can't be done, with the reason in error.
     /// @param hold for how many frames each picture of a folder stays, at least 1

@@ -3,6 +3,7 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QSystemSemaphore>
 #include <QTimer>
 
@@ -61,6 +62,8 @@ public:
             if (endAsked)
                 QCoreApplication::exit(Done);
         });
+        m_framesPerMillisecond = framesPerSecond / 1000;
+        m_clock.start();
         frameTimer.start(qMax(1, qRound(1000 / framesPerSecond)));
         endTimer.start(endCheckInterval);
         return QCoreApplication::exec();
@@ -70,6 +73,12 @@ private:
     /// False when this was the last frame; then the end is under way.
     bool writeFrame()
     {
+        const int due = int(m_clock.elapsed() * m_framesPerMillisecond);
+        if (due > m_shown) {
+            m_source->skip(due - m_shown);
+            m_shown = due;
+        }
+        ++m_shown;
         const cv::Mat picture = m_source->next();
         if (picture.empty()) {
             QCoreApplication::exit(fail(SourceFailed, QStringLiteral("the source gives no more pictures")));
@@ -93,6 +102,9 @@ private:
     ImageWritter m_writer;
     std::unique_ptr<FrameSource> m_source;
     int m_framesLeft; ///< 0: no end
+    QElapsedTimer m_clock;
+    double m_framesPerMillisecond = 0;
+    int m_shown = 0; ///< pictures of the source, with those that were left out
 };
 
 /// Takes the semaphore of the key out of the system when nobody has the segment any more. Whoever made it

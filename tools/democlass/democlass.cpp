@@ -31,6 +31,13 @@ const Furniture furniture[] = {{286, 60, {128, 146, 158}},
                                {1000, 80, {80, 120, 158}}};
 const int walkersRow = 0;
 
+/// The walker stands, walks, stands ...: who is to be followed from the place where he was found must not be
+/// far away from it when that comes to an end. Up and down with each step, to and fro along the wall.
+const int standFrames = 240;
+const int walkFrames = 240;
+const int walkCycle = standFrames + walkFrames;
+const int crossingFrames = 2400; // of walking, from one end of the wall to the other
+
 /// Where somebody sits, and how: the middle of the face, the row, and a phase that sets the movements apart.
 struct Seat
 {
@@ -189,10 +196,9 @@ DemoClass::Pose DemoClass::pose(int actor, int number) const
     const Seat &seat = seats[actor];
     Pose pose;
     if (seat.row == walkersRow) {
-        // To and fro along the wall in five minutes, up and down with each step. No faster: whoever follows
-        // him begins at the place where he was found up to a second and a half ago.
-        const double way = std::abs(number % 9000 - 4500) / 4500.0;
-        pose.face = seat.face + cv::Point2d(700 - 1400 * way, 2 * wave(number, 24, 0));
+        const int walked = number / walkCycle * walkFrames + std::max(0, number % walkCycle - standFrames);
+        const double way = std::abs(walked % (2 * crossingFrames) - crossingFrames) / double(crossingFrames);
+        pose.face = seat.face + cv::Point2d(700 - 1400 * way, 2 * wave(walked, 24, 0));
         return pose;
     }
     pose.face = seat.face + cv::Point2d(6 * wave(number, 230 + 20 * seat.phase, seat.phase),

@@ -13,9 +13,10 @@
 /**
  * A class of eight people, composed from photographs, for demonstrations and measurements without a camera.
  *
- * Seven people sit in three rows of desks and one walks to and fro along the back wall; all of them move
- * gently. Some raise a hand for stretches of the film, some smile, some wear glasses. Every frame comes with
- * the truth about it, so that recognisers can be measured.
+ * Seven people sit in three rows of desks and one walks to and fro along the back wall, eight seconds
+ * of standing and eight of walking in turn; all of them move gently. Some raise a hand for stretches of the
+ * film, some smile, some wear glasses. Every frame comes with the truth about it, so that recognisers can be
+ * measured.
  *
  * The photographs are those of the Debian package opencv-doc, folder
  * .../share/doc/opencv-doc/opencv4/html; nothing is written to them.

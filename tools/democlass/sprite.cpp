@@ -8,7 +8,6 @@ cv::Mat Sprite::premultiplied(const cv::Mat &colours, const cv::Mat &opacity)
     cv::cvtColor(opacity, opacities, cv::COLOR_GRAY2BGR);
     cv::multiply(colours, opacities, product, 1.0 / 255);
     cv::merge(std::vector<cv::Mat>{product, opacity}, result);
-    // Four planes out of three and one: merge counts channels, so the result is CV_8UC4.
     return result;
 }
 
@@ -19,7 +18,7 @@ void blendRow(const uchar *over, uchar *under, int pixels)
     for (int i = 0; i < pixels; ++i, over += 4, under += 3) {
         const int through = 255 - over[3];
         for (int c = 0; c < 3; ++c) {
-            // (v * 257 + 257) >> 16 divides by 255 for every product of two bytes.
+            // Times 257 and shifted by 16 is a division by 255, rounded.
             const int sum = over[c] + ((under[c] * through * 257 + 32768) >> 16);
             under[c] = static_cast<uchar>(sum > 255 ? 255 : sum);
         }

@@ -1,0 +1,108 @@
+# shellcheck shell=bash
+#
+# Sets the machine up for the build. Sourced by the commands ./run and ./test; everything here is done once
+# and costs next to nothing when there is nothing left to do.
+#
+# Expects the variable "root", the top folder of the source tree.
+: "${root:?}"
+
+packages=(
+    g++ cmake ninja-build ccache pkg-config git
+    qtbase5-dev libqt5sql5-sqlite
+    libopencv-dev libopencv-contrib-dev opencv-data
+    libspdlog-dev libfmt-dev
+    libgtest-dev libgmock-dev libbenchmark-dev
+    ffmpeg python3 nodejs
+)
+
+say() { printf '== %s\n' "$*"; }
+die() {
+    printf '%s: %s\n' "${0##*/}" "$*" >&2
+    exit 1
+}
+
+missing_packages() {
+    local package
+    for package in "${packages[@]}"; do
+        [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || echo "$package"
+    done
+    # Some builds of nodejs bring npm along, Debian's has it in a package of its own.
+    command -v npm >/dev/null || echo npm
+}
+
+all_installed() {
+    local states
+    states=$(dpkg-query -W -f='${db:Status-Status}\n' "${packages[@]}" 2>/dev/null) || return 1
+    ! grep -qvx installed <<<"$states" && command -v npm >/dev/null
+}
+
+as_root() {
+    if [ "$(id -u)" = 0 ]; then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        die "packages are missing, and only root can install them: $*"
+    fi
+}
+
+install_packages() {
+    all_installed && return
+    local missing
+    mapfile -t missing < <(missing_packages)
+    say "installing ${missing[*]}"
+    as_root apt-get update -q </dev/null
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -qy --no-install-recommends "${missing[@]}" \
+        </dev/null
+}
+
+# The crash dump library's sources, as package-lock.json pins them.
+install_crash_library() {
+    pkg-config --exists breakpad-client && return
+    [ "$root/node_modules/.package-lock.json" -nt "$root/package-lock.json" ] &&
+        [ -d "$root/node_modules/minidump/deps" ] && return
+    say "fetching the crash dump library"
+    (cd "$root" && npm ci --ignore-scripts --no-audit --no-fund </dev/null)
+    touch "$root/node_modules/.package-lock.json"
+}
+
+# The photographs of the demo class: the package is unpacked below build, not installed.
+unpack_photographs() {
+    local target=$root/build/opencv-doc download
+    [ -e "$target/usr/share/doc/opencv-doc/opencv4/html/handSrc.jpg" ] && return
+    say "fetching the photographs of the demo class"
+    mkdir -p "$root/build"
+    download=$(mktemp -d "$root/build/download.XXXXXX")
+    (cd "$download" && { apt-get -q download opencv-doc ||
+        { as_root apt-get update -q </dev/null && apt-get -q download opencv-doc; }; })
+    dpkg-deb -x "$download"/opencv-doc_*.deb "$download/unpacked"
+    rm -rf "$target"
+    mv "$download/unpacked" "$target"
+    rm -rf "$download"
+}
+
+set_up() {
+    command -v dpkg-query >/dev/null || die "this system has no Debian packages"
+    install_packages
+    install_crash_library
+    unpack_photographs
+}
+
+# What one checkout has compiled serves every other one: paths below the root count relative to it.
+export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=1
+
+# build PRESET [TARGET...]: one at a time in each build folder.
+build() {
+    local preset=$1 target options=()
+    shift
+    for target in "$@"; do
+        options+=(--target "$target")
+    done
+    mkdir -p "$root/build"
+    (
+        cd "$root" || exit
+        flock 8
+        cmake --preset "$preset" >/dev/null 8>&-
+        cmake --build --preset "$preset" "${options[@]}" 8>&-
+    ) 8>"$root/build/$preset.lock"
+}
