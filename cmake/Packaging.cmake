@@ -30,17 +30,20 @@ function(ai_install_service name)
     install(FILES ${link} DESTINATION ${CMAKE_INSTALL_BINDIR})
 endfunction()
 
-# Installs a library for others to build with: find_package(<target>) then knows ai::<target>.
+# Installs a library for others to build with: find_package(<target>) then knows ai::<target>. Its headers are
+# included as <header.h>, with PREFIXED as <target/header.h>.
 #
-#   ai_install_package(<target> HEADERS <files or folder/> DEPENDS <arguments of find_dependency>)
+#   ai_install_package(<target> [PREFIXED] HEADERS <files> DEPENDS <arguments of find_dependency>)
 function(ai_install_package target)
-    cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "HEADERS;DEPENDS")
+    cmake_parse_arguments(PARSE_ARGV 1 ARG "PREFIXED" "" "HEADERS;DEPENDS")
     set(folder ${CMAKE_INSTALL_LIBDIR}/cmake/${target})
-    target_include_directories(
-        ${target} INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
-                            $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/${target}>)
+    set(headers ${CMAKE_INSTALL_INCLUDEDIR}/${target})
+    install(FILES ${ARG_HEADERS} DESTINATION ${headers})
+    if(ARG_PREFIXED)
+        set(headers ${CMAKE_INSTALL_INCLUDEDIR})
+    endif()
+    target_include_directories(${target} INTERFACE $<INSTALL_INTERFACE:${headers}>)
     install(TARGETS ${target} EXPORT ${target} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-    install(FILES ${ARG_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${target})
     install(EXPORT ${target} NAMESPACE ai:: FILE ${target}Targets.cmake DESTINATION ${folder})
 
     list(JOIN ARG_DEPENDS " " AI_PACKAGE_DEPENDS)
@@ -56,8 +59,9 @@ endfunction()
 
 install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/docs/protocol.md
               ${PROJECT_SOURCE_DIR}/docs/architecture.md ${PROJECT_SOURCE_DIR}/docs/operations.md
-        DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(PROGRAMS ${PROJECT_SOURCE_DIR}/examples/client.py DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/aiservice)
+install(PROGRAMS ${PROJECT_SOURCE_DIR}/examples/client.py
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/aiservice/examples)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME aiservice)

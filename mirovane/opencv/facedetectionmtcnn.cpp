@@ -56,7 +56,6 @@ constexpr int eyesWidth = 96;
 constexpr float usualLeftEyeX = 0.31F;
 constexpr float usualRightEyeX = 0.69F;
 constexpr float usualEyeY = 0.39F;
-constexpr float eyeReach = 0.24F;
 
 bool isSameFace(const cv::Rect &a, const cv::Rect &b)
 {
