@@ -113,6 +113,11 @@ struct HandCase
     int state;
 };
 
+void PrintTo(const HandCase &hand, std::ostream *out)
+{
+    *out << ::testing::PrintToString(hand.labels) << ' ' << ::testing::PrintToString(hand.scores);
+}
+
 class HandTable : public Wrappers, public ::testing::WithParamInterface<HandCase>
 {
 };

@@ -14,6 +14,11 @@ struct RegionCase
     cv::Rect region;
 };
 
+void PrintTo(const RegionCase &region, std::ostream *out)
+{
+    *out << region.body;
+}
+
 class GameRegion : public ::testing::TestWithParam<RegionCase>
 {
 };

@@ -121,8 +121,8 @@ cv::Mat MTCNNModel::cropHeadMat(std::vector<cv::Point> &landmarks, int eyeDistan
     // A list without two eyes is treated like one whose eyes coincide.
     const cv::Point first = landmarks.size() < 2 ? cv::Point() : landmarks[0];
     const cv::Point second = landmarks.size() < 2 ? cv::Point() : landmarks[1];
-    const cv::Point2f centre(static_cast<float>((first.x + second.x) / 2),
-                             static_cast<float>((first.y + second.y) / 2));
+    const cv::Point middle((first.x + second.x) / 2, (first.y + second.y) / 2); // whole pixels
+    const cv::Point2f centre = middle;
     const double dx = second.x - first.x;
     const double dy = second.y - first.y;
     const double distance = std::sqrt(dx * dx + dy * dy);

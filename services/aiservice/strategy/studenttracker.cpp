@@ -71,6 +71,7 @@ bool StudentTracker::startTracking(const cv::Mat &frame)
 
 void StudentTracker::stop()
 {
+    m_stopping.store(true, std::memory_order_relaxed);
     QMutexLocker locker(&m_lock);
     m_tracker.reset();
     m_running = false;
@@ -137,7 +138,7 @@ cv::Rect StudentTracker::findFace(const cv::Mat &frame) const
     if (!detector->detect())
         return cv::Rect();
     const std::vector<cv::Mat> crops = detector->cropHeads(AIConfig::instance().identifyEyeDistance);
-    for (size_t i = 0; i < crops.size(); ++i) {
+    for (size_t i = 0; i < crops.size() && !m_stopping.load(std::memory_order_relaxed); ++i) {
         const auto model = ModelManager::instance().createFaceIDModel(crops[i], FaceIDModel::Identify, -1);
         if (!model->detect() || model->m_id != m_faceID)
             continue;

@@ -6,6 +6,7 @@
 #include <QObject>
 #include <QVariant>
 
+#include <atomic>
 #include <memory>
 
 namespace cv::legacy {
@@ -19,7 +20,8 @@ class TrackerKCF;
  * against the face recognisers and restarted on the student's face when it has strayed.
  *
  * Threads: made on a request thread; passes run on the strategy's thread; stop() may come from any
- * thread and waits for a pass. Events are sent with the lock held.
+ * thread and waits for a pass, which makes no further recogniser calls then. Events are sent with the lock
+ * held.
  *
  * Failure: nothing fails towards the client. Every pass ends in a report of the best box at hand; a box
  * that leaves the frame counts as a failed step of the tracker.
@@ -55,6 +57,7 @@ private:
     void report(const cv::Rect &halfBox);
 
     QMutex m_lock;
+    std::atomic<bool> m_stopping{false}; ///< set before stop() waits for the lock
     QString m_stuID;
     QString m_requestID;
     cv::Ptr<cv::legacy::TrackerKCF> m_tracker; ///< null after stop()

@@ -8,6 +8,16 @@
 namespace {
 
 constexpr int maxDecodedSide = 8192;
+constexpr int maxScans = 64;
+
+/// Whether a JPEG file can hold the picture that its header tells of: each block of 8 by 8 pixels takes a bit
+/// at least. A scan may have next to no bytes but costs a pass over the whole picture; encoders make a dozen.
+bool canHold(const QByteArray &file, const QSize &size)
+{
+    constexpr qint64 pixelsPerByte = 8 * 8 * 8;
+    return qint64(size.width()) * size.height() <= pixelsPerByte * file.size() &&
+           file.count("\xff\xda") <= maxScans;
+}
 
 cv::Mat wrapBits(const QImage &image, int type)
 {
@@ -76,7 +86,8 @@ cv::Mat ai_image::convertBase642Mat(const QString &text)
     // Only the JPEG decoder ever sees what a client sent.
     reader.setAutoDetectImageFormat(false);
     const QSize size = reader.size();
-    if (size.isEmpty() || size.width() > maxDecodedSide || size.height() > maxDecodedSide)
+    if (size.isEmpty() || size.width() > maxDecodedSide || size.height() > maxDecodedSide ||
+        !canHold(file, size))
         return {};
     return convertQImage2Mat(reader.read());
 }

@@ -20,8 +20,8 @@ namespace ai_image {
 cv::Mat convertQImage2Mat(const QImage &image);
 
 /// The picture in a JPEG data text, with the type "image/jpg" or "image/jpeg". Empty for another type, for
-/// anything that is no colour JPEG, and for a JPEG of more than 8192 pixels a side, which is refused by its
-/// header before memory is taken for its pixels.
+/// anything that is no colour JPEG, and for a JPEG of more than 8192 pixels a side, of more pixels than so
+/// many bytes can hold, or of more than 64 scans: these are refused before memory is taken for the pixels.
 cv::Mat convertBase642Mat(const QString &text);
 
 /// The JPEG data text (default quality) of a CV_8UC3 or CV_8UC4 matrix. Any other type gives the bare prefix.
