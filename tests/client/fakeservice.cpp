@@ -1,7 +1,5 @@
 #include "fakeservice.h"
 
-#include "wire.h"
-
 #include <QtEndian>
 
 FakeService::FakeService(Answer answer) : m_answer(std::move(answer)), m_context(new QObject)
@@ -51,10 +49,7 @@ void FakeService::readFrom(QLocalSocket *socket)
         if (socket->bytesAvailable() < size + 8)
             return;
         const auto request = wire::decodePayload(socket->read(size + 8).mid(8)).toMap();
-        {
-            const QMutexLocker guard(&m_mutex);
-            m_requests.append(request);
-        }
+        m_requests.append(request);
         for (const auto &value : m_answer(request)) {
             auto message = value.toMap();
             if (!message.contains("type")) {
@@ -68,8 +63,9 @@ void FakeService::readFrom(QLocalSocket *socket)
 
 QList<QVariantMap> FakeService::requests() const
 {
-    const QMutexLocker guard(&m_mutex);
-    return m_requests;
+    QList<QVariantMap> requests;
+    onThread([&] { requests = m_requests; });
+    return requests;
 }
 
 void FakeService::sendBytes(const QByteArray &bytes)
@@ -80,11 +76,6 @@ void FakeService::sendBytes(const QByteArray &bytes)
             socket->flush();
         }
     });
-}
-
-void FakeService::send(const QVariantMap &message)
-{
-    sendBytes(wire::encodeFrame(message));
 }
 
 void FakeService::dropClients()

@@ -1,8 +1,9 @@
 #pragma once
 
+#include "wire.h"
+
 #include <QLocalServer>
 #include <QLocalSocket>
-#include <QMutex>
 #include <QThread>
 #include <QVariant>
 
@@ -28,7 +29,7 @@ public:
     /// Sends raw bytes to all clients.
     void sendBytes(const QByteArray &bytes);
     /// Sends a message to all clients.
-    void send(const QVariantMap &message);
+    void send(const QVariantMap &message) { sendBytes(wire::encodeFrame(message)); }
     void dropClients();
     int clientCount() const;
 
@@ -43,8 +44,8 @@ private:
     const Answer m_answer;
     QThread m_thread;
     std::unique_ptr<QObject> m_context; // lives on the thread
+    // The rest is only touched on the thread.
     QLocalServer *m_server = nullptr;
     QList<QLocalSocket *> m_sockets;
-    mutable QMutex m_mutex;
-    QList<QVariantMap> m_requests; // guarded by m_mutex
+    QList<QVariantMap> m_requests;
 };

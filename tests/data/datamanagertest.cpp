@@ -45,59 +45,38 @@ protected:
         StudentInfo info = student("a", 1);
         info.meanFeature = registered.clone();
         info.bestGallery = FACE.clone();
-        ASSERT_TRUE(manager->addStudent(info));
+        manager->addStudent(info);
     }
 
     LogCapture log;
     DataManager *manager = DataManager::instance();
 };
 
-TEST_F(DataManagerTest, KeepsOneRecordForAKey)
+TEST_F(DataManagerTest, KeepsOneRecordForAKeyAndFindsNobodyForOthers)
 {
     EXPECT_TRUE(manager->addStudent(student("b", 2)));
     EXPECT_TRUE(manager->addStudent(student("a", 1)));
     EXPECT_FALSE(manager->addStudent(student("a", 9)));
     EXPECT_EQ(manager->getFaceID("a"), 1);
     EXPECT_EQ(ids(manager->getAllStudents()), "a b");
-
     EXPECT_TRUE(manager->updateStudent(student("a", 5)));
     EXPECT_FALSE(manager->updateStudent(student("c", 3)));
-    EXPECT_EQ(manager->getStudentID(5), "a");
-
     EXPECT_TRUE(manager->updateStudentID("a", "b"));
-    EXPECT_TRUE(manager->updateStudentID("b", "b"));
     EXPECT_FALSE(manager->updateStudentID("a", "c"));
     EXPECT_EQ(manager->count(), 1);
     EXPECT_EQ(manager->getStudentInfo(5).stuID, "b");
-
-    EXPECT_TRUE(manager->isStudentExist("b"));
     EXPECT_TRUE(manager->removeStudent("b"));
     EXPECT_FALSE(manager->removeStudent("b"));
-    EXPECT_FALSE(manager->isStudentExist("b"));
     EXPECT_EQ(log.takeLines(), QStringList({"info: add stuid: b fid: 2", "info: add stuid: a fid: 1",
                                             "warning: can not add a student who has exist",
                                             "warning: can not update a student who don't exist",
-                                            "warning: update studentID,old student id: a can't found",
-                                            "warning: stuID: b exist"}));
-}
+                                            "warning: update studentID,old student id: a can't found"}));
 
-TEST_F(DataManagerTest, FindsNobodyForUnknownKeys)
-{
-    const StudentInfo nobody = manager->getStudentInfo("x");
-    EXPECT_TRUE(nobody.stuID.isEmpty());
-    EXPECT_EQ(nobody.galleryScore, 0.7);
-    EXPECT_TRUE(nobody.faceIDValid);
-    EXPECT_EQ(nobody.row, -1);
-    EXPECT_EQ(nobody.clothColor, "others");
-
-    EXPECT_TRUE(manager->getStudentInfo(-1).stuID.isEmpty());
-    EXPECT_TRUE(manager->getStudentID(7).isEmpty());
-    EXPECT_EQ(manager->getFaceID("x"), -1);
+    EXPECT_TRUE(manager->getStudentInfo("b").stuID.isEmpty());
+    EXPECT_TRUE(manager->getStudentID(5).isEmpty());
+    EXPECT_EQ(manager->getFaceID("b"), -1);
     EXPECT_FALSE(manager->updateBodyRect(-1, cv::Rect(1, 2, 3, 4), 1));
-    EXPECT_FALSE(manager->updateFaceRect(7, cv::Rect(), feature({1}), FACE));
-    EXPECT_FALSE(manager->updateBodyMat(7, FACE));
-    manager->sortStudentRows();
-    EXPECT_TRUE(log.takeLines().isEmpty());
+    EXPECT_FALSE(manager->updateFaceRect(5, cv::Rect(), feature({1}), FACE));
 }
 
 TEST_F(DataManagerTest, ListsByTheStateOfTheMatchingPass)
@@ -183,37 +162,31 @@ TEST_F(DataManagerTest, NumbersRowsFromTheirLowestStudent)
     };
     for (const auto &members : classes) {
         manager->clear();
-        int faceID = 0;
         for (const auto &[y, row] : members) {
+            const int faceID = manager->count();
             manager->addStudent(student(QString::number(faceID), faceID));
-            manager->updateBodyRect(faceID++, cv::Rect(1, y, 10, 10), 0);
+            manager->updateBodyRect(faceID, cv::Rect(1, y, 10, 10), 0);
         }
         manager->sortStudentRows();
-        faceID = 0;
+        int faceID = 0;
         for (const auto &[y, row] : members)
             EXPECT_EQ(manager->getStudentInfo(faceID++).row, row) << y;
     }
 }
 
-TEST_F(DataManagerTest, DrawsFoundStudentsAndOpensNoWindow)
+TEST_F(DataManagerTest, DrawsWhatItCanAndOpensNoWindow)
 {
-    cv::Mat frame = cv::Mat::zeros(100, 400, CV_8UC3);
-    const std::vector<cv::Vec3b> colours = {{0, 0, 0}, {255, 0, 0}, {0, 0, 255}, {0, 255, 0}, {0, 0, 0}};
-    for (int status = 0; status <= 4; ++status) {
-        manager->addStudent(student(QString::number(status), status));
-        manager->updateBodyRect(status, cv::Rect(10 + 70 * status, 40, 50, 30), status);
-    }
-    manager->showStudents(frame);
-    for (int status = 0; status <= 4; ++status) {
-        EXPECT_EQ(frame.at<cv::Vec3b>(69, 10 + 70 * status), colours[static_cast<size_t>(status)]) << status;
-        const cv::Scalar label = cv::sum(frame(cv::Rect(10 + 70 * status, 28, 50, 11)));
-        EXPECT_EQ(label[2] > 0, status > 0) << status;
-    }
     const int far = std::numeric_limits<int>::max();
-    manager->updateBodyRect(1, cv::Rect(far, far, far, far), 1);
-    manager->updateBodyRect(2, cv::Rect(-far, -far, -1, far), 2);
-    for (const cv::Mat &odd : {frame, cv::Mat(), cv::Mat(20, 20, CV_16F)})
-        EXPECT_NO_THROW(manager->showStudents(odd));
+    for (const cv::Rect &rect :
+         {cv::Rect(10, 40, 50, 30), cv::Rect(far, far, far, far), cv::Rect(-far, -far, -1, far)}) {
+        const int faceID = manager->count();
+        manager->addStudent(student(QString::number(faceID), faceID));
+        manager->updateBodyRect(faceID, rect, 1);
+    }
+    cv::Mat frame = cv::Mat::zeros(100, 400, CV_8UC3);
+    for (const cv::Mat &picture : {frame, cv::Mat(), cv::Mat(20, 20, CV_16F)})
+        EXPECT_NO_THROW(manager->showStudents(picture));
+    EXPECT_EQ(frame.at<cv::Vec3b>(69, 10), cv::Vec3b(255, 0, 0));
 }
 
 /// Under ThreadSanitizer this reports a writer that writes into pixels which copies of a record share.

@@ -1,12 +1,11 @@
 #include "serviceserver.h"
 #include "eventually.h"
 #include "iservice.h"
-#include "kqstartservice.h"
+#include "logcapture.h"
 #include "testclient.h"
 
 #include <gtest/gtest.h>
 
-#include <QCoreApplication>
 #include <QFile>
 #include <QSemaphore>
 #include <QThreadPool>
@@ -33,18 +32,11 @@ class ScriptedService : public IService
 public:
     ScriptedService() : IService("AI", false) {}
 
-    QVariantMap open(const QString &requestID) override
+    QVariantMap open(const QString &) override { return {}; }
+    QVariantMap close(const QString &) override { return {}; }
+    QVariantMap info(unsigned int code, const QVariant &, const QString &requestID) override
     {
-        allUseQueue = true;
-        return makeResponse(0, requestID);
-    }
-
-    QVariantMap close(const QString &) override { return {{"rsp_error", -15}}; }
-
-    QVariantMap info(unsigned int code, const QVariant &data, const QString &requestID) override
-    {
-        return makeResponse(0, QVariantMap{{"command_code", code}, {"data", data}, {"id", requestID}},
-                            "info");
+        return makeResponse(0, QVariant(code), requestID);
     }
 
     QVariantMap execute(unsigned int code, const QVariant &data, const QString &requestID) override
@@ -69,95 +61,46 @@ public:
         }
     }
 
-    bool recover() override
-    {
-        recovered = true;
-        listeningAtRecovery = QFile::exists(socketFile());
-        return false;
-    }
-
     bool disconnectReset() override
     {
         ++resets;
         return false;
     }
 
-    static QString socketFile() { return qEnvironmentVariable("TMPDIR") + "/AI"; }
-
     QSemaphore waiting;
     QSemaphore gate;
     std::atomic<int> resets{0};
-    bool recovered = false;
-    bool listeningAtRecovery = false;
 };
-
-QMutex logMutex;
-QStringList logLines;
-
-void keepLine(QtMsgType, const QMessageLogContext &, const QString &text)
-{
-    QMutexLocker lock(&logMutex);
-    logLines.append(text);
-}
-
-QStringList linesWith(const QString &text)
-{
-    QMutexLocker lock(&logMutex);
-    return logLines.filter(text);
-}
 
 class ServiceServerTest : public ::testing::Test
 {
 protected:
     void SetUp() override
     {
-        logLines.clear();
-        qInstallMessageHandler(keepLine);
         server = std::make_unique<ServiceServer>("AI", &service, nullptr);
-        ASSERT_TRUE(eventually([] { return QFile::exists(ScriptedService::socketFile()); }));
+        ASSERT_TRUE(eventually([] { return QFile::exists(qEnvironmentVariable("TMPDIR") + "/AI"); }));
     }
 
     void TearDown() override
     {
         QThreadPool::globalInstance()->waitForDone(20000);
         server.reset();
-        qInstallMessageHandler(nullptr);
     }
 
+    LogCapture log;
     ScriptedService service;
     std::unique_ptr<ServiceServer> server;
 };
 
-TEST_F(ServiceServerTest, AnswersEachKindOfRequest)
-{
-    TestClient client;
-    EXPECT_EQ(client.execute(echo, "value", "id 1"), (QVariantMap{{"rsp_error", 0},
-                                                                  {"rsp_error_detail", "id 1"},
-                                                                  {"rsp_data", "value"},
-                                                                  {"rsp_id", "request 1"},
-                                                                  {"type", 1}}));
-    EXPECT_EQ(client.info(77)["rsp_data"].toMap()["command_code"], 77u);
-
-    const QVariantMap opened = client.open();
-    EXPECT_EQ(opened["all_use_queue"], true);
-    for (const char *key : {"info_use_queue", "cmd_use_queue"})
-        EXPECT_EQ(opened[key], QVariantList()) << key;
-    for (const char *key : {"use_share_memory", "forbid_restart"})
-        EXPECT_EQ(opened[key], false) << key;
-
-    EXPECT_EQ(client.close(), (QVariantMap{{"rsp_error", -15}, {"rsp_id", "request 4"}, {"type", 1}}));
-}
-
 TEST_F(ServiceServerTest, ConvertsAndEchoesWhatAClientMaySend)
 {
     TestClient client;
-    const QVariantMap unknown{
-        {"rsp_error", -10}, {"rsp_data", QVariant()}, {"rsp_id", QVariant()}, {"type", 1}};
-    client.send({});
-    EXPECT_EQ(client.receive(), unknown);
-    client.send({{"req_code", 5}});
-    EXPECT_EQ(client.receive(), unknown);
-
+    for (const QVariantMap &request : {QVariantMap(), QVariantMap{{"req_code", 5}}}) {
+        client.send(request);
+        EXPECT_EQ(
+            client.receive(),
+            (QVariantMap{{"rsp_error", -10}, {"rsp_data", QVariant()}, {"rsp_id", QVariant()}, {"type", 1}}));
+    }
     client.send({{"req_code", "3"},
                  {"req_id2", QVariantList{1, QByteArray("x")}},
                  {"req_data", QVariantMap{{"command_code", "1"}, {"data", 7}}},
@@ -168,7 +111,7 @@ TEST_F(ServiceServerTest, ConvertsAndEchoesWhatAClientMaySend)
 
     // Without a code the service is asked for code 0.
     EXPECT_EQ(client.request({{"req_code", 3}})["rsp_error"], -10);
-    EXPECT_EQ(client.request({{"req_code", 4}, {"req_data", 5}})["rsp_data"].toMap()["command_code"], 0u);
+    EXPECT_EQ(client.request({{"req_code", 4}, {"req_data", 5}})["rsp_data"], 0u);
 }
 
 TEST_F(ServiceServerTest, ExceptionsBecomeAnErrorWithoutDetail)
@@ -187,12 +130,9 @@ TEST_F(ServiceServerTest, FramesMayArriveTogetherOrInPieces)
 {
     TestClient client;
     const QByteArray one = TestClient::frame(makeRequest(Kind::execute, echo, 1));
-    const QByteArray two = TestClient::frame(makeRequest(Kind::execute, echo, 2));
-    client.sendBytes(one + two);
-    QVariantList answers = {client.receive()["rsp_data"], client.receive()["rsp_data"]};
-    std::sort(answers.begin(), answers.end(),
-              [](const QVariant &a, const QVariant &b) { return a.toInt() < b.toInt(); });
-    EXPECT_EQ(answers, (QVariantList{1, 2}));
+    client.sendBytes(one + one);
+    EXPECT_EQ(client.receive()["rsp_data"], 1);
+    EXPECT_EQ(client.receive()["rsp_data"], 1);
 
     // Up to the first length field, then all but the last four bytes with the rest in time: N bytes are there
     // only when the frame is complete but for these, so they travel with the byte before.
@@ -209,40 +149,24 @@ TEST_F(ServiceServerTest, FramesMayArriveTogetherOrInPieces)
 /// The two lengths of a frame: the first one tells when to read, the second one how much.
 TEST_F(ServiceServerTest, LengthsOfAFrameAreTakenAsDocumented)
 {
+    const auto hex = [](const char *text) { return QByteArray::fromHex(text); };
     const QByteArray good = TestClient::frame(makeRequest(Kind::execute, echo, 1));
-    const QByteArray behind = good.mid(4);
-    {
-        // All but the last three bytes are more than N, so the read comes up short.
+    // All but the last three bytes are more than N, so the read comes up short; an array longer than all that
+    // is there; a null array.
+    for (const QByteArray &bytes : {good.left(good.size() - 3), hex("00000001 7fffffff 00") + good,
+                                    hex("00000005 ffffffff 0000000000")}) {
         TestClient client;
-        client.sendBytes(good.left(good.size() - 3));
-        EXPECT_EQ(client.receive()["rsp_error"], -10);
+        client.sendBytes(bytes);
+        EXPECT_EQ(client.receive()["rsp_error"], -10) << bytes.toHex().constData();
         EXPECT_EQ(client.execute(echo, 1)["rsp_data"], 1) << "what arrives later is a new frame";
     }
     for (const char *first : {"00000001", "00000000", "ffffffff", "80000000"}) {
         TestClient client;
-        client.sendBytes(QByteArray::fromHex(first) + behind);
+        client.sendBytes(hex(first) + good.mid(4));
         EXPECT_EQ(client.receive()["rsp_data"], 1) << first;
     }
-    {
-        TestClient client;
-        client.sendBytes(QByteArray::fromHex("00000001"
-                                             "7fffffff"
-                                             "00") +
-                         good);
-        EXPECT_EQ(client.receive()["rsp_error"], -10) << "the array is longer than all that is there";
-        EXPECT_EQ(client.execute(echo, 2)["rsp_data"], 2);
-    }
-    {
-        TestClient client;
-        client.sendBytes(QByteArray::fromHex("00000005"
-                                             "ffffffff"
-                                             "0000000000"));
-        EXPECT_EQ(client.receive()["rsp_error"], -10) << "a null array";
-    }
     TestClient client;
-    client.sendBytes(QByteArray::fromHex("7fffffff"
-                                         "7fffffff"
-                                         "00"));
+    client.sendBytes(hex("7fffffff 7fffffff 00"));
     TestClient other;
     EXPECT_EQ(other.execute(echo, 3)["rsp_data"], 3) << "while one waits for two gigabytes";
 }
@@ -254,17 +178,13 @@ TEST_F(ServiceServerTest, EventsReachEveryClient)
     one.info(0);
     two.info(0);
     EXPECT_EQ(one.execute(sendEvents, "text", "mine")["rsp_error"], 0);
+    const auto event = [](uint code, const char *type, const char *id) {
+        return QVariantMap{
+            {"msg", code}, {"event_info", "text"}, {"type", 2}, {"event_type", type}, {"event_req_id", id}};
+    };
     for (TestClient *client : {&one, &two}) {
-        EXPECT_EQ(client->event(1011), (QVariantMap{{"msg", 1011u},
-                                                    {"event_info", "text"},
-                                                    {"type", 2},
-                                                    {"event_type", "execute"},
-                                                    {"event_req_id", "mine"}}));
-        EXPECT_EQ(client->event(1022), (QVariantMap{{"msg", 1022u},
-                                                    {"event_info", "text"},
-                                                    {"type", 2},
-                                                    {"event_type", "service"},
-                                                    {"event_req_id", "0"}}));
+        EXPECT_EQ(client->event(1011), event(1011, "execute", "mine"));
+        EXPECT_EQ(client->event(1022), event(1022, "service", "0"));
     }
 }
 
@@ -279,8 +199,7 @@ TEST_F(ServiceServerTest, NothingOfADeadConnectionReachesALaterOne)
             TestClient leaving;
             leaving.send(makeRequest(Kind::execute, hold));
             ASSERT_TRUE(service.waiting.tryAcquire(1, 10000));
-            leaving.sendBytes(QByteArray::fromHex("00001000"
-                                                  "0000")); // and half a frame
+            leaving.sendBytes(QByteArray::fromHex("000010000000")); // and half a frame
         }
         ASSERT_TRUE(eventually([&] { return service.resets == ended; }));
         TestClient next;
@@ -294,8 +213,9 @@ TEST_F(ServiceServerTest, NothingOfADeadConnectionReachesALaterOne)
         ++ended;
         ASSERT_TRUE(eventually([&] { return service.resets == ended; }));
     }
-    EXPECT_EQ(linesWith("failed to disconnectReset").size(), service.resets);
-    EXPECT_FALSE(linesWith("ServiceServer::postMessage end: not found socket=").isEmpty());
+    const QStringList lines = log.takeLines();
+    EXPECT_EQ(lines.filter("failed to disconnectReset").size(), service.resets);
+    EXPECT_FALSE(lines.filter("ServiceServer::postMessage end: not found socket=").isEmpty());
 }
 
 TEST_F(ServiceServerTest, ServesAgainAfterRunningOutOfDescriptors)
@@ -318,54 +238,14 @@ TEST_F(ServiceServerTest, ServesAgainAfterRunningOutOfDescriptors)
     setrlimit(RLIMIT_NOFILE, &usual);
 }
 
-TEST_F(ServiceServerTest, ASecondServerLeavesTheNameToTheFirst)
-{
-    ScriptedService idle;
-    ServiceServer second("AI", &idle, nullptr);
-    ASSERT_TRUE(eventually([&] { return service.resets == 1; })) << "the first one sees a short connection";
-    EXPECT_TRUE(eventually([&] { return linesWith("ServiceServer::start end").size() == 2; }));
-    EXPECT_EQ(linesWith("service<AI>").join("").toUtf8().toHex(),
-              QByteArray("ServiceServer::start end: service<AI> ").toHex() +
-                  "e5aeb8e88cace7b2a1e98da6e384a8e7b98de7909b3f");
-    TestClient client;
-    EXPECT_EQ(client.execute(echo, 1)["rsp_data"], 1);
-}
-
 TEST_F(ServiceServerTest, LongIdentifiersAreCutInTheLog)
 {
     TestClient client;
     const QString id(100000, 'i');
     EXPECT_EQ(client.execute(echo, 1, id)["rsp_error_detail"], id);
-    EXPECT_TRUE(linesWith(QString(1000, 'i')).isEmpty());
-    EXPECT_EQ(linesWith(": data=type: 3. cmdCode: 1. requestID: iii").size(), 1);
-}
-
-TEST(ServiceStart, RecoversBeforeItListens)
-{
-    for (const char *option : {"", "-r", "--recovery"}) {
-        ScriptedService service;
-        char *arguments[] = {const_cast<char *>("program"), const_cast<char *>(option), nullptr};
-        std::unique_ptr<ServiceServer> server(KQStartService("AI", &service, 2, arguments));
-        ASSERT_TRUE(eventually([] { return QFile::exists(ScriptedService::socketFile()); }));
-        EXPECT_EQ(TestClient().info(1)["rsp_error"], 0);
-        EXPECT_EQ(service.recovered, *option != 0);
-        EXPECT_FALSE(service.listeningAtRecovery);
-    }
-}
-
-TEST(ServiceStart, SaysWhyItCannotListen)
-{
-    logLines.clear();
-    qInstallMessageHandler(keepLine);
-    ScriptedService service;
-    {
-        ServiceServer server("/no folder here/AI", &service, nullptr);
-        EXPECT_TRUE(eventually([] { return !linesWith("ServiceServer::initSlot end").isEmpty(); }));
-    }
-    qInstallMessageHandler(nullptr);
-    EXPECT_EQ(linesWith("ServiceServer::start end").join("").toUtf8().toHex(),
-              QByteArray("ServiceServer::start end: service</no folder here/AI> ").toHex() +
-                  "e98d9aee889ae5a7a9e990a9e6889de68389e6beb6e8beabe8a7a62e");
+    const QStringList lines = log.takeLines();
+    EXPECT_TRUE(lines.filter(QString(1000, 'i')).isEmpty());
+    EXPECT_EQ(lines.filter(": data=type: 3. cmdCode: 1. requestID: iii").size(), 1);
 }
 
 } // namespace

@@ -13,6 +13,19 @@ int left(const QElapsedTimer &clock, int milliseconds)
     return qMax(0, milliseconds - static_cast<int>(clock.elapsed()));
 }
 
+/// The next message with this value; what comes before it is kept for later.
+QVariantMap next(TestClient &client, const QString &key, const QVariant &value, int milliseconds)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (true) {
+        const QVariantMap message = client.receive(left(clock, milliseconds));
+        if (message.isEmpty() || message[key] == value)
+            return message;
+        client.others.append(message);
+    }
+}
+
 } // namespace
 
 QVariantMap makeRequest(Kind kind, int code, const QVariant &data, const QString &requestID)
@@ -60,18 +73,11 @@ QVariantMap TestClient::receive(int milliseconds)
 
 QVariantMap TestClient::request(QVariantMap message, int milliseconds)
 {
-    QElapsedTimer clock;
-    clock.start();
     const QString mark = QString("request %1").arg(++lastRequest);
     message["req_id2"] = mark;
     if (!send(message))
         return {};
-    while (true) {
-        const QVariantMap answer = receive(left(clock, milliseconds));
-        if (answer.isEmpty() || answer["rsp_id"] == mark)
-            return answer;
-        others.append(answer);
-    }
+    return next(*this, "rsp_id", mark, milliseconds);
 }
 
 QVariantMap TestClient::execute(int code, const QVariant &data, const QString &requestID)
@@ -81,18 +87,11 @@ QVariantMap TestClient::execute(int code, const QVariant &data, const QString &r
 
 QVariantMap TestClient::event(unsigned int code, int milliseconds)
 {
-    QElapsedTimer clock;
-    clock.start();
     for (int i = 0; i < others.size(); ++i) {
         if (others[i]["msg"] == code)
             return others.takeAt(i);
     }
-    while (true) {
-        const QVariantMap message = receive(left(clock, milliseconds));
-        if (message.isEmpty() || message["msg"] == code)
-            return message;
-        others.append(message);
-    }
+    return next(*this, "msg", code, milliseconds);
 }
 
 bool TestClient::waitForEnd(int milliseconds)

@@ -51,7 +51,6 @@ protected:
 
 TEST_F(FramesTest, ComeOnceAndOldestFirstWhileTheRingTurns)
 {
-    EXPECT_EQ(poll(), QList<int>());
     int number = 0;
     for (int batch : {1, 2, 3, 1, 3, 2}) {
         QList<int> expected;
@@ -70,55 +69,46 @@ TEST_F(FramesTest, ComeOnceAndOldestFirstWhileTheRingTurns)
     EXPECT_EQ(ring.changeText().size(), 38);
 }
 
-TEST_F(FramesTest, ReaderFindsOnlyTheNewestWhenItIsLate)
+TEST_F(FramesTest, TheOldestAreLostWhenReaderOrWriterIsLate)
 {
     for (int number = 1; number <= 5; ++number) {
         write(number);
         m_writer.copyDataToShm();
     }
     EXPECT_EQ(poll(), (QList<int>{3, 4, 5}));
-}
-
-TEST_F(FramesTest, WriterDropsTheOldestWhenItsCopiesAreLate)
-{
-    for (int count = 3; count <= 9; ++count) {
-        for (int number = 1; number <= count; ++number)
-            write(number);
-        EXPECT_EQ(copyAndPoll(), (QList<int>{count - 2, count - 1, count})) << count << " frames";
-    }
+    for (int number = 6; number <= 12; ++number)
+        write(number);
+    EXPECT_EQ(copyAndPoll(), (QList<int>{10, 11, 12}));
 }
 
 TEST_F(FramesTest, RestartDeliversNoFrameTwice)
 {
     write(1);
-    write(2);
-    EXPECT_EQ(copyAndPoll(), (QList<int>{1, 2}));
+    EXPECT_EQ(copyAndPoll(), QList<int>{1});
     EXPECT_TRUE(m_reader.stopToRead());
-    write(3);
+    write(2);
     EXPECT_EQ(copyAndPoll(), QList<int>());
     EXPECT_TRUE(m_reader.startToRead());
     takeOverTimer(m_reader);
-    m_reader.readDataSlot();
-    EXPECT_EQ(frames(), QList<int>{3});
+    EXPECT_EQ(poll(), QList<int>{2});
 }
 
 TEST_F(FramesTest, WriterDropsWhatIsNoFrame)
 {
     QByteArray pixels(m_frameSize + 1, 'x');
     ImageBlock ib;
+    ib.size = m_frameSize; // and no data
+    EXPECT_TRUE(m_writer.writeImageBlock(ib));
+    ib.data = pixels.data();
     for (int size : {m_frameSize + 1, 0, -1, INT32_MIN, INT32_MAX}) {
         ib.size = size;
-        ib.data = pixels.data();
         EXPECT_TRUE(m_writer.writeImageBlock(ib));
     }
-    ib.size = m_frameSize;
-    ib.data = nullptr;
-    EXPECT_TRUE(m_writer.writeImageBlock(ib));
     write(1);
     EXPECT_EQ(copyAndPoll(), QList<int>{1});
 }
 
-TEST_F(SegmentTest, WriterWithoutASegmentTakesFramesAndLives)
+TEST_F(SegmentTest, WritersThatFitNoSegmentTakeFramesAndLive)
 {
     for (const auto &[blocks, size] : {std::pair{0, 64u}, {-1, 64u}, {3, 4294967295u}, {2147483647, 64u}}) {
         ImageWritter writer(m_key, blocks, size);
@@ -130,10 +120,6 @@ TEST_F(SegmentTest, WriterWithoutASegmentTakesFramesAndLives)
         EXPECT_TRUE(writer.writeImageBlock(ib));
         writer.copyDataToShm();
     }
-}
-
-TEST_F(SegmentTest, SecondWriterOfALargerLayoutNeverWritesOutside)
-{
     ImageWritter small(m_key, 1, 16);
     ImageWritter large(m_key, 3, m_frameSize);
     EXPECT_TRUE(small.isAttached());

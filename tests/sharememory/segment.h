@@ -52,12 +52,6 @@ protected:
         return std::exchange(m_frames, {});
     }
 
-    std::size_t frameCount()
-    {
-        QMutexLocker locker(&m_mutex);
-        return std::size_t(m_frames.size());
-    }
-
     static constexpr int m_frameSize = 64;
     const QString m_key = "segmenttest";
     QMutex m_mutex;

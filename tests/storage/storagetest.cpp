@@ -12,13 +12,9 @@ namespace {
 class StorageTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(home.isValid());
-        ASSERT_TRUE(QDir::setCurrent(home.path()));
-    }
+    StorageTest() { QDir::setCurrent(home.path()); }
 
-    void TearDown() override
+    ~StorageTest() override
     {
         EXPECT_EQ(takeWarnings(), QStringList());
         store->remove();
@@ -61,28 +57,6 @@ protected:
         return info;
     }
 
-    /// Runs every operation that writes a row and expects one warning of each, with the reason in it.
-    void expectFailedWrites(const QString &reason)
-    {
-        store->setConfig(1, "room");
-        store->addFaceMat("a", "img", cv::Rect());
-        store->updateStudentInfo(student("a"));
-        store->updateStudentName("a", "b");
-        store->deleteStudent("a");
-        store->setHistoryGalleries("a", "img");
-        store->clearHistoryGalleries();
-        QStringList warnings = takeWarnings();
-        EXPECT_EQ(warnings.filter(reason).size(), warnings.size()) << qPrintable(warnings.join('\n'));
-        warnings.replaceInStrings(QRegExp("error: .*"), "error: ");
-        EXPECT_EQ(warnings, QStringList({"warning: sqlite exec add config failed,error: ",
-                                         "warning: sqlite exec add student failed,error: ",
-                                         "warning: sqlite exec add student failed,error: ",
-                                         "warning: sqlite exec update student name student failed,error: ",
-                                         "warning: sqlite exec delete student failed,error: ",
-                                         "warning: sqlite exec add gallery history failed,error: ",
-                                         "warning: sqlite exec clear gallery history failed,error: "}));
-    }
-
     LogCapture log;
     QTemporaryDir home;
     QSqliteStorage *store = QSqliteStorage::instance();
@@ -117,7 +91,6 @@ TEST_F(StorageTest, KeepsEverythingThroughARestart)
     store->updateStudentInfo(student("a"));
     store->setHistoryGalleries("x", "1");
     store->setHistoryGalleries("x", "2");
-    log.takeLines();
 
     store->open(false);
     unsigned int flag = 0;
@@ -127,22 +100,13 @@ TEST_F(StorageTest, KeepsEverythingThroughARestart)
     EXPECT_EQ(identify, "room1");
     EXPECT_EQ(store->fetchStudentInfo(), galleries({entry(hostile, hostile), entry("a", "img")}));
     EXPECT_EQ(store->getHistoryGalleries(), galleries({entry("x", "1"), entry("x", "2")}));
-    EXPECT_EQ(log.takeLines(),
-              QStringList({"info:  model: 2166624329 identify: room1", "info: [storage] fetch student info",
-                           "info: [storage] fetch galleries, stuID: " + hostile + " faceImg: " + hostile,
-                           "info: [storage] fetch galleries, stuID: a faceImg: img",
-                           "info: [storage] fetch history galleries, stuID: x faceImg: 1",
-                           "info: [storage] fetch history galleries, stuID: x faceImg: 2"}));
-
-    const QString picture = ai_image::convertMat2Base64(student("a").bestGallery);
-    const QVariantMap never{{"stuID", hostile}, {"faceX", 10},         {"faceY", 20},      {"faceW", 30},
-                            {"faceH", 40},      {"bodyX", 0},          {"bodyY", 0},       {"bodyW", 0},
-                            {"bodyH", 0},       {"galleryScore", 0.0}, {"bestGallery", ""}};
-    const QVariantMap saved{
-        {"stuID", "a"},          {"faceX", 1}, {"faceY", 2}, {"faceW", 3}, {"faceH", 4},
-        {"bodyX", -5},           {"bodyY", 6}, {"bodyW", 7}, {"bodyH", 8}, {"galleryScore", 0.8125},
-        {"bestGallery", picture}};
-    EXPECT_EQ(store->getStudentInfo(), QVariantList({never, saved}));
+    const QVariantMap saved = store->getStudentInfo()[1].toMap();
+    QStringList values;
+    for (const char *name :
+         {"faceX", "faceY", "faceW", "faceH", "bodyX", "bodyY", "bodyW", "bodyH", "galleryScore"})
+        values.append(saved[name].toString());
+    EXPECT_EQ(values.join(' '), "1 2 3 4 -5 6 7 8 0.8125");
+    EXPECT_EQ(saved["bestGallery"], ai_image::convertMat2Base64(student("a").bestGallery));
 }
 
 TEST_F(StorageTest, ChangesEveryRowOfAnId)
@@ -152,11 +116,9 @@ TEST_F(StorageTest, ChangesEveryRowOfAnId)
         store->addFaceMat(stuID, "img", cv::Rect());
     store->updateStudentName("a", "c");
     store->updateStudentInfo(student("c"));
-    EXPECT_EQ(column("select stuID from ai_student"), QStringList({"c", "b", "c"}));
-    EXPECT_EQ(column("select bodyX from ai_student"), QStringList({"-5", "", "-5"}));
+    EXPECT_EQ(column("select stuID || bodyX from ai_student"), QStringList({"c-5", "", "c-5"}));
     store->deleteStudent("c");
     EXPECT_EQ(store->fetchStudentInfo(), galleries({entry("b", "img")}));
-
     store->setHistoryGalleries("x", "1");
     store->clearHistoryGalleries();
     EXPECT_EQ(store->getHistoryGalleries(), galleries({}));
@@ -187,43 +149,17 @@ TEST_F(StorageTest, AMissingFileBecomesAnEmptyOne)
     store->setHistoryGalleries("a", "");
 }
 
-TEST_F(StorageTest, AFailedWriteIsToldOnce)
-{
-    store->open(false);
-    expectFailedWrites("no such table");
-
-    store->open(true);
-    store->remove();
-    expectFailedWrites("not open");
-    EXPECT_EQ(QDir().entryList(QDir::Files), QStringList());
-
-    QFile file("ai.data");
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(QByteArray(4096, 'x'));
-    file.close();
-    store->open(false);
-    expectFailedWrites("not a database");
-    store->open(true);
-    store->remove();
-
-    ASSERT_TRUE(QDir().mkdir("ai.data")); // no file can be made there
-    store->open(true);
-    EXPECT_EQ(takeWarnings().filter(QRegExp("^warning: database open failed,error: .")).size(), 1);
-    EXPECT_TRUE(QDir().rmdir("ai.data"));
-}
-
 TEST_F(StorageTest, AnyThreadMayOpenWriteAndRemove)
 {
     const auto onThread = [](auto work) { std::thread(work).join(); };
-    for (int round = 0; round < 3; ++round) {
+    for (int round = 0; round < 2; ++round) {
         onThread([&] { store->open(true); });
         std::vector<std::thread> threads;
         for (int i = 0; i < 4; ++i) {
             threads.emplace_back([&, i] {
-                const QString stuID = QString::number(i);
                 for (int j = 0; j < 5; ++j) {
-                    store->addFaceMat(stuID, "img", cv::Rect());
-                    store->updateStudentInfo(student(stuID));
+                    store->addFaceMat(QString::number(i), "img", cv::Rect());
+                    store->updateStudentInfo(student(QString::number(i)));
                     store->getStudentInfo();
                 }
             });
@@ -232,8 +168,7 @@ TEST_F(StorageTest, AnyThreadMayOpenWriteAndRemove)
             thread.join();
         onThread([&] { store->open(false); });
         EXPECT_EQ(store->getStudentInfo().size(), 20);
-        if (round == 1)
-            onThread([&] { store->remove(); });
+        onThread([&] { store->remove(); });
     }
 }
 

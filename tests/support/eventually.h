@@ -5,7 +5,8 @@
 #include <QTimer>
 
 /// Runs the event loop until the condition holds or the time is up. Tells whether it holds.
-template <class Condition> bool eventually(Condition condition, int milliseconds = 10000)
+template <class Condition>
+bool eventually(Condition condition, int milliseconds = 10000)
 {
     QElapsedTimer clock;
     clock.start();

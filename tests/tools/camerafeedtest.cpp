@@ -24,9 +24,8 @@ const int frameBytes = 1920 * 1080 * 3;
 class CameraFeedTest : public ::testing::Test
 {
 protected:
-    void SetUp() override
+    CameraFeedTest()
     {
-        m_feed.setProcessChannelMode(QProcess::SeparateChannels);
         QObject::connect(
             &m_reader, &ImageReader::newImageBlockSignal, &m_reader,
             [this](const ImageBlock &block) { keep(block); }, Qt::DirectConnection);
@@ -52,17 +51,14 @@ protected:
 
     void start(const QStringList &arguments) { m_feed.start(CAMERAFEED, arguments); }
 
-    bool running()
-    {
-        return eventually([this] { return m_feed.readAllStandardOutput().contains("writing"); });
-    }
-
+    /// Waits until that many pictures have come.
     bool received(int count)
     {
-        return eventually([this, count] {
-            QMutexLocker locker(&m_mutex);
-            return int(m_pictures.size()) >= count;
-        });
+        return eventually([this] { return m_feed.readAllStandardOutput().contains("writing"); }) &&
+               eventually([this] { return m_reader.startToRead(); }) && eventually([this, count] {
+                   QMutexLocker locker(&m_mutex);
+                   return int(m_pictures.size()) >= count;
+               });
     }
 
     bool ended()
@@ -83,22 +79,20 @@ protected:
     QMutex m_mutex;
     std::vector<ImageBlock> m_blocks;
     std::vector<cv::Mat> m_pictures;
-    ImageReader m_reader{QStringLiteral("Camera")}; // last: its poll thread ends before what it fills
+    ImageReader m_reader{"Camera"}; // last: its poll thread ends before what it fills
 };
 
 } // namespace
 
 TEST_F(CameraFeedTest, writesPicturesInOrderLetterboxedAsRgb)
 {
-    paint(QStringLiteral("1.png"), {640, 480}, {255, 0, 0});
-    paint(QStringLiteral("2.png"), {960, 540}, {0, 0, 255});
-    paint(QStringLiteral("3.png"), {4000, 500}, {0, 255, 0});
-    QFile damaged(m_folder.filePath(QStringLiteral("0.png")));
+    paint("1.png", {640, 480}, {255, 0, 0});
+    paint("2.png", {960, 540}, {0, 0, 255});
+    paint("3.png", {4000, 500}, {0, 255, 0});
+    QFile damaged(m_folder.filePath("0.png"));
     ASSERT_TRUE(damaged.open(QIODevice::WriteOnly));
     damaged.close();
-    start({m_folder.path(), QStringLiteral("--fps"), QStringLiteral("10")});
-    ASSERT_TRUE(running());
-    ASSERT_TRUE(eventually([this] { return m_reader.startToRead(); }));
+    start({m_folder.path(), "--fps", "10"});
     ASSERT_TRUE(received(4));
 
     QMutexLocker locker(&m_mutex);
@@ -122,9 +116,7 @@ TEST_F(CameraFeedTest, writesPicturesInOrderLetterboxedAsRgb)
 
 TEST_F(CameraFeedTest, takesItsSegmentAlongWhenItIsTerminated)
 {
-    start({QStringLiteral("--still"), paint(QStringLiteral("1.png"), {1920, 1080}, {1, 2, 3})});
-    ASSERT_TRUE(running());
-    ASSERT_TRUE(eventually([this] { return m_reader.startToRead(); }));
+    start({"--still", paint("1.png", {1920, 1080}, {1, 2, 3})});
     ASSERT_TRUE(received(2));
     m_reader.stopToRead();
 
@@ -132,16 +124,13 @@ TEST_F(CameraFeedTest, takesItsSegmentAlongWhenItIsTerminated)
     ASSERT_TRUE(ended());
     EXPECT_EQ(m_feed.exitStatus(), QProcess::NormalExit);
     EXPECT_EQ(m_feed.exitCode(), 0);
-    QSharedMemory left(QStringLiteral("Camera"));
+    QSharedMemory left("Camera");
     EXPECT_FALSE(left.attach(QSharedMemory::ReadOnly));
 }
 
 TEST_F(CameraFeedTest, endsAfterTheFramesOfTheDemoClass)
 {
-    start({QStringLiteral("--demo"), DemoClass::findPhotographs(), QStringLiteral("--frames"),
-           QStringLiteral("20"), QStringLiteral("--still")});
-    ASSERT_TRUE(running());
-    ASSERT_TRUE(eventually([this] { return m_reader.startToRead(); }));
+    start({"--demo", DemoClass::findPhotographs(), "--frames", "20", "--still"});
     ASSERT_TRUE(received(1));
     ASSERT_TRUE(ended());
     EXPECT_EQ(m_feed.exitCode(), 0);
@@ -152,43 +141,26 @@ TEST_F(CameraFeedTest, endsAfterTheFramesOfTheDemoClass)
     EXPECT_EQ(cv::norm(m_pictures[0], expected, cv::NORM_INF), 0);
 }
 
-struct BadUse
+TEST_F(CameraFeedTest, badUseIsToldInOneLine)
 {
-    QStringList arguments;
-    int exitCode;
-    const char *words;
-};
-
-void PrintTo(const BadUse &use, std::ostream *out)
-{
-    *out << qPrintable(use.arguments.join(QLatin1Char(' ')));
-}
-
-class CameraFeedBadUse : public CameraFeedTest, public ::testing::WithParamInterface<BadUse>
-{
-};
-
-TEST_P(CameraFeedBadUse, isToldInOneLine)
-{
-    QFile text(m_folder.filePath(QStringLiteral("text.avi")));
+    QFile text(m_folder.filePath("text.avi"));
     ASSERT_TRUE(text.open(QIODevice::WriteOnly));
     text.write("no video");
     text.close();
     m_feed.setWorkingDirectory(m_folder.path());
-    start(GetParam().arguments);
-    ASSERT_TRUE(ended());
-    EXPECT_EQ(m_feed.exitCode(), GetParam().exitCode);
-    EXPECT_TRUE(m_feed.readAllStandardError().contains(GetParam().words));
+    const std::tuple<QStringList, int, const char *> uses[] = {
+        {{"nothing.mp4"}, 1, "nothing.mp4 does not exist"},
+        {{"text.avi"}, 1, "neither a video nor a picture"},
+        {{"."}, 1, "no readable picture"},
+        {{"/dev/video77"}, 1, "cannot open the camera /dev/video77"},
+        {{"--demo", "."}, 1, "cannot read the photograph"},
+        {{}, 2, "one source is needed"},
+        {{".", "--fps", "0"}, 2, "--fps"},
+        {{"--wrong"}, 2, "wrong"}};
+    for (const auto &[arguments, exitCode, words] : uses) {
+        start(arguments);
+        ASSERT_TRUE(ended());
+        EXPECT_EQ(m_feed.exitCode(), exitCode) << words;
+        EXPECT_TRUE(m_feed.readAllStandardError().contains(words)) << words;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Sources, CameraFeedBadUse,
-    ::testing::Values(BadUse{{QStringLiteral("nothing.mp4")}, 1, "nothing.mp4 does not exist"},
-                      BadUse{{QStringLiteral("text.avi")}, 1, "neither a video nor a picture"},
-                      BadUse{{QStringLiteral(".")}, 1, "no readable picture"},
-                      BadUse{{QStringLiteral("/dev/video77")}, 1, "cannot open the camera /dev/video77"},
-                      BadUse{
-                          {QStringLiteral("--demo"), QStringLiteral(".")}, 1, "cannot read the photograph"},
-                      BadUse{{}, 2, "one source is needed"},
-                      BadUse{{QStringLiteral("."), QStringLiteral("--fps"), QStringLiteral("0")}, 2, "--fps"},
-                      BadUse{{QStringLiteral("--wrong")}, 2, "wrong"}));

@@ -24,13 +24,15 @@ QImage flatImage(QImage::Format format, QColor colour, QSize size = {17, 9})
     return image;
 }
 
-/// The data text of a JPEG whose header tells another height than it has lines.
-QString textWithHeight(int height)
+/// The data text of a JPEG whose header tells another size than the file has pixels for.
+QString textWithSize(int height, int width = 16)
 {
     QByteArray jpeg = encoded(flatImage(QImage::Format_RGB888, Qt::red, {16, 16}), "JPG");
     const int frameHeader = jpeg.indexOf("\xFF\xC0");
     jpeg[frameHeader + 5] = static_cast<char>(height >> 8);
     jpeg[frameHeader + 6] = static_cast<char>(height & 0xFF);
+    jpeg[frameHeader + 7] = static_cast<char>(width >> 8);
+    jpeg[frameHeader + 8] = static_cast<char>(width & 0xFF);
     return PREFIX + jpeg.toBase64();
 }
 
@@ -85,15 +87,16 @@ TEST(DataText, OnlyAColourJpegIsDecoded)
     const QImage red = flatImage(QImage::Format_RGB888, Qt::red);
     const QString good = encoded(red, "JPG").toBase64();
     const QString grey = encoded(flatImage(QImage::Format_Grayscale8, Qt::gray), "JPG").toBase64();
-    for (const QString &text : {QString(), good, PREFIX, PREFIX + good + ",", "data:image/png;base64," + good,
-                                "data:image/JPG;base64," + good, " " + PREFIX + good, PREFIX + "!!!!",
-                                PREFIX + good.left(40), PREFIX + encoded(red, "PNG").toBase64(),
-                                PREFIX + grey, textWithHeight(8193), textWithHeight(65500)})
+    for (const QString &text :
+         {QString(), good, PREFIX, PREFIX + good + ",", "data:image/png;base64," + good,
+          "data:image/JPG;base64," + good, " " + PREFIX + good, PREFIX + "!!!!", PREFIX + good.left(40),
+          PREFIX + encoded(red, "PNG").toBase64(), PREFIX + grey, textWithSize(8193), textWithSize(65500),
+          textWithSize(8192, 8192)})
         EXPECT_TRUE(ai_image::convertBase642Mat(text).empty()) << qPrintable(text.left(60));
     EXPECT_EQ(log.takeLines().filter("convertQImage2Mat"), QStringList());
 
     EXPECT_FALSE(ai_image::convertBase642Mat(PREFIX + good).empty());
-    EXPECT_EQ(ai_image::convertBase642Mat(textWithHeight(8192)).size(), cv::Size(16, 8192));
+    EXPECT_EQ(ai_image::convertBase642Mat(textWithSize(8192)).size(), cv::Size(16, 8192));
 }
 
 TEST(BeautifyFace, SmoothsAndBrightensWithoutWrapping)

@@ -92,7 +92,7 @@ public:
     QString takeLine()
     {
         const auto end = m_bytes.indexOf('\n');
-        const auto line = m_bytes.left(end);
+        const auto line = end < 0 ? m_bytes : m_bytes.left(end);
         m_bytes.remove(0, end < 0 ? m_bytes.size() : end + 1);
         return QString::fromUtf8(line).trimmed();
     }
