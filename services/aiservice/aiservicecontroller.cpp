@@ -15,6 +15,7 @@
 #include <QTimer>
 
 #include <chrono>
+#include <vector>
 
 namespace {
 
@@ -60,6 +61,8 @@ AIServiceController::AIServiceController(QObject *parent)
     moveToThread(m_workThread);
     m_workThread->start(QThread::InheritPriority);
     connect(m_reader, &ImageReader::newImageBlockSignal, this, &AIServiceController::onIPCVideoFrame);
+    connect(this, &AIServiceController::newImageSignal, this, &AIServiceController::offerFrame,
+            Qt::DirectConnection);
 }
 
 AIServiceController::~AIServiceController()
@@ -236,16 +239,6 @@ bool AIServiceController::addNewStrategy(const QString &name, const QString &req
         return false;
     }
 
-    // On the thread of the video: the frame is queued from here, as long as the strategy keeps up. The
-    // connection must not keep the strategy alive, and a strategy on its way out must not be queued to.
-    const std::weak_ptr<BaseStrategy> weak = strategy;
-    connect(
-        this, &AIServiceController::newImageSignal, strategy.get(),
-        [weak](const QImage &image) {
-            if (const auto alive = weak.lock())
-                alive->offerFrame(image);
-        },
-        Qt::DirectConnection);
     connect(
         strategy.get(), &BaseStrategy::finished, this,
         [this, name, object = strategy.get()] { removeStrategy(name, object); }, Qt::DirectConnection);
@@ -253,6 +246,21 @@ bool AIServiceController::addNewStrategy(const QString &name, const QString &req
     QMutexLocker locker(&m_strategyLock);
     m_strategies[name] = strategy;
     return true;
+}
+
+/// One connection for all strategies. Each of them with one of its own would take down a slot, on its own
+/// thread, that the thread of the video may be about to call.
+void AIServiceController::offerFrame(const QImage &image)
+{
+    std::vector<std::shared_ptr<BaseStrategy>> strategies; // let go after the lock
+    {
+        QMutexLocker locker(&m_strategyLock);
+        strategies.assign(m_strategies.cbegin(), m_strategies.cend());
+    }
+    for (const std::shared_ptr<BaseStrategy> &strategy : strategies) {
+        if (strategy)
+            strategy->offerFrame(image);
+    }
 }
 
 void AIServiceController::removeStrategy(const QString &name, const BaseStrategy *strategy)

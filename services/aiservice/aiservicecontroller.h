@@ -115,6 +115,8 @@ private:
 
     /// The registered strategy of a name, or null. Leaves a null entry behind for a name that isn't there.
     std::shared_ptr<BaseStrategy> registeredStrategy(const QString &name);
+    /// Queues a frame for all strategies that keep up. Called on the thread of the video.
+    void offerFrame(const QImage &image);
     QVariantMap detect(const DetectionTexts &texts, const QString &requestID, int start);
     bool removeFace(int faceID);
 

@@ -10,10 +10,23 @@
 #include "imagewritter.h"
 #include "qstorage.h"
 #include "students.h"
+#include "videorecorder.h"
 
 #include <gtest/gtest.h>
 
 #include <QDir>
+#include <QFile>
+
+/// The threads of Qt that run in this process.
+inline int runningThreads()
+{
+    int count = 0;
+    for (const QString &task : QDir("/proc/self/task").entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile name("/proc/self/task/" + task + "/comm");
+        count += name.open(QIODevice::ReadOnly) && name.readAll() == "QThread\n";
+    }
+    return count;
+}
 
 /**
  * A controller in a folder of its own, with scripted recognisers, an empty store and a writer on the
@@ -34,9 +47,22 @@ protected:
     void TearDown() override
     {
         controller->close();
+        // Strategies end on their own threads, where they still call the controller. The others are the
+        // controller's, the reader's and the camera's.
+        EXPECT_TRUE(eventually([&] { return runningThreads() <= threadsBefore + 3; }));
         delete controller;
         delete camera;
         QSqliteStorage::instance()->remove();
+    }
+
+    /// Counts the recorder's, which stays from its first use on, and is known once it has named itself.
+    static int threadsAtStart()
+    {
+        cv::setNumThreads(
+            1); // OpenCV's own would take the name of the thread that first needs them, and stay
+        VideoRecorder::instance();
+        EXPECT_TRUE(eventually([] { return runningThreads() > 0; }));
+        return runningThreads();
     }
 
     void connectCamera()
@@ -103,6 +129,7 @@ protected:
         controller->onIPCVideoFrame(block);
     }
 
+    const int threadsBefore = threadsAtStart();
     EventCatcher &catcher = EventCatcher::fresh();
     ModelManagerTestAccess::Recognisers recognisers;
     AIServiceController *controller = new AIServiceController(nullptr);

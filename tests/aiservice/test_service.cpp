@@ -2,6 +2,14 @@
 
 namespace {
 
+/// Like in the process, nobody deletes a service.
+AIService &makeService()
+{
+    static auto *const kept = new std::vector<AIService *>;
+    kept->push_back(new AIService);
+    return *kept->back();
+}
+
 /// The service object with scripted recognisers and a camera; closed at the end.
 class ServiceObject : public ::testing::Test
 {
@@ -25,7 +33,7 @@ protected:
     int state() { return service.info(1001, {}, "r")["rsp_data"].toMap()["status"].toInt(); }
 
     ModelManagerTestAccess::Recognisers recognisers;
-    AIService &service = *new AIService; // like in the process, nobody deletes it
+    AIService &service = makeService();
 };
 
 const QVariantMap notOpen{
@@ -118,7 +126,7 @@ TEST_F(ServiceObject, AnInitialisationIsWhatARecoveryLoads)
     EXPECT_EQ(identify, "room1");
     AIConfig::instance().setEnableEmotion(true);
 
-    AIService &next = *new AIService;
+    AIService &next = makeService();
     EXPECT_TRUE(next.recover());
     EXPECT_EQ(AIConfig::instance().modelLoadFlag, 0x200U);
     EXPECT_EQ(next.info(1001, {}, "r")["rsp_data"].toMap()["status"], QVariant(2));

@@ -18,10 +18,10 @@ public:
         QString requestID;
     };
 
-    /// The one catcher of the test program, empty.
+    /// The one catcher of the test program, empty. Never destroyed: threads of strategies outlive the tests.
     static EventCatcher &fresh()
     {
-        static EventCatcher catcher;
+        static EventCatcher &catcher = *new EventCatcher;
         std::lock_guard<std::mutex> locker(catcher.m_lock);
         catcher.m_events.clear();
         return catcher;

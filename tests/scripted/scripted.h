@@ -2,6 +2,7 @@
 
 #include "modelmanager.h"
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -39,13 +40,16 @@ struct FaceDetection : mirovane::FaceDetectionMTCNN
                          std::vector<std::vector<cv::Point>> &landmarks) {
             for (const cv::Rect &rect : rects) {
                 faces.push_back(rect);
-                const int left = rect.x + rect.width / 3;
-                const int right = rect.x + 2 * rect.width / 3;
-                const int eyes = rect.y + 2 * rect.height / 5;
-                const int mouth = rect.y + 4 * rect.height / 5;
+                const auto part = [](int start, int size, int fifteenths) {
+                    return static_cast<int>(start + std::int64_t{size} * fifteenths / 15);
+                };
+                const int left = part(rect.x, rect.width, 5);
+                const int right = part(rect.x, rect.width, 10);
+                const int eyes = part(rect.y, rect.height, 6);
+                const int mouth = part(rect.y, rect.height, 12);
                 landmarks.push_back({{left, eyes},
                                      {right, eyes},
-                                     {(left + right) / 2, (eyes + mouth) / 2},
+                                     {part(rect.x, rect.width, 7), part(rect.y, rect.height, 9)},
                                      {left, mouth},
                                      {right, mouth}});
             }
