@@ -27,13 +27,14 @@ constexpr int everyLevel = 0;
 constexpr qint64 longestInfo = 10000; // bytes
 
 /// Pictures and events of some megabytes come and go with every frame. Kept in the heap, they aren't
-/// faulted in anew each time.
+/// faulted in anew each time. Few arenas, because each keeps its own.
 void keepHeap()
 {
 #ifdef __GLIBC__
-    constexpr int kept = 256 * 1024 * 1024;
-    mallopt(M_MMAP_THRESHOLD, kept);
-    mallopt(M_TRIM_THRESHOLD, kept);
+    constexpr int megabyte = 1024 * 1024;
+    mallopt(M_MMAP_THRESHOLD, 32 * megabyte); // the most that it takes
+    mallopt(M_TRIM_THRESHOLD, 64 * megabyte);
+    mallopt(M_ARENA_MAX, 4);
 #endif
 }
 
