@@ -11,6 +11,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <string_view>
 #include <tuple>
 
@@ -47,7 +48,38 @@ struct TimedFileName
     }
 };
 
-using TimedFileSink = spdlog::sinks::daily_file_sink<std::mutex, TimedFileName>;
+/// A daily file. One that can't be opened at midnight would be tried again with each line, for a twentieth of
+/// a second and under the lock that all threads log under: with this sink once a second.
+class TimedFileSink : public spdlog::sinks::base_sink<std::mutex>
+{
+public:
+    explicit TimedFileSink(const spdlog::filename_t &path) : file(path, 0, 0, false) {}
+
+protected:
+    void sink_it_(const spdlog::details::log_msg &message) override
+    {
+        const auto now = std::chrono::steady_clock::now();
+        if (now < nextTry)
+            return;
+        try {
+            file.log(message);
+        } catch (const spdlog::spdlog_ex &error) {
+            if (std::strstr(error.what(), "Failed opening file"))
+                nextTry = now + std::chrono::seconds(1);
+            throw;
+        }
+    }
+    void flush_() override { file.flush(); }
+    void set_pattern_(const std::string &pattern) override { file.set_pattern(pattern); }
+    void set_formatter_(std::unique_ptr<spdlog::formatter> formatter) override
+    {
+        file.set_formatter(std::move(formatter));
+    }
+
+private:
+    spdlog::sinks::daily_file_sink<spdlog::details::null_mutex, TimedFileName> file;
+    std::chrono::steady_clock::time_point nextTry;
+};
 
 void createFileLogger(const QString &loggerName, const QString &baseName)
 {
@@ -57,7 +89,7 @@ void createFileLogger(const QString &loggerName, const QString &baseName)
 #else
     const spdlog::filename_t path = QFile::encodeName(file).toStdString();
 #endif
-    spdlog::synchronous_factory::create<TimedFileSink>(loggerName.toStdString(), path, 0, 0, false);
+    spdlog::synchronous_factory::create<TimedFileSink>(loggerName.toStdString(), path);
 }
 
 constexpr int unknownRank = 10000;
