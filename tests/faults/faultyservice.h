@@ -1,0 +1,128 @@
+#pragma once
+
+#include "classroom.h"
+#include "eventually.h"
+#include "faultcontrol.h"
+#include "imageutil.h"
+
+#include <gtest/gtest.h>
+
+#include <opencv2/imgproc.hpp>
+
+#include <QDir>
+
+#include <memory>
+
+/// The real service with recognisers, writes and a clock that fail as `faults` says; without a word in there
+/// they find the same three people in every picture.
+class FaultyService : public ServiceProcess
+{
+public:
+    FaultyService() : faults(*FaultControl::map(filePath("faults").toLocal8Bit().constData()))
+    {
+        setEnvironment("AI_FAULTS", filePath("faults"));
+        setEnvironment("LD_LIBRARY_PATH", FAULTY_RECOGNISERS);
+        if (!isSanitized)
+            setEnvironment("LD_PRELOAD", INTERCEPT_LIBRARY);
+    }
+
+    void behave(Behaviour behaviour)
+    {
+        for (auto &recogniser : faults.behaviour)
+            recogniser = static_cast<int>(behaviour);
+    }
+    void behave(RecogniserClass recogniser, Behaviour behaviour)
+    {
+        faults.behaviour[recogniser] = static_cast<int>(behaviour);
+    }
+    /// Waits until the recogniser has been called so many times more.
+    bool waitForCalls(RecogniserClass recogniser, int count, int milliseconds = 20000)
+    {
+        const int wanted = faults.calls[recogniser] + count;
+        return eventually([&] { return faults.calls[recogniser] >= wanted || !isRunning(); }, milliseconds) &&
+               isRunning();
+    }
+
+    /// The service lives and serves a new client.
+    ::testing::AssertionResult alive()
+    {
+        TestClient client(socketPath());
+        if (isRunning() && client.info(1001)["rsp_error"] == 0)
+            return ::testing::AssertionSuccess();
+        return ::testing::AssertionFailure() << standardError().right(2000).constData();
+    }
+    QStringList dumps() const { return QDir(filePath("Orelia/logs/dump/aidump")).entryList({"*.dmp"}); }
+    int entriesOf(const char *list) const
+    {
+        return QDir(QString("/proc/%1/%2").arg(processId()).arg(list))
+            .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot)
+            .size();
+    }
+
+    FaultControl &faults;
+    /// Whether this is a sanitizer build. Its own library has to be the first one, so nothing is intercepted.
+    static constexpr bool isSanitized = AI_SANITIZED;
+};
+
+/// A service whose models are loaded, a camera and a client.
+class FaultTest : public ::testing::Test
+{
+protected:
+    void startService(const QStringList &arguments = {})
+    {
+        client.reset();
+        ASSERT_TRUE(service.start(arguments)) << service.standardError().constData();
+        connectClient();
+    }
+    void connectClient()
+    {
+        client.reset(new TestClient(service.socketPath()));
+        ASSERT_TRUE(client->isConnected());
+    }
+    void startClass(int interval = 10)
+    {
+        ASSERT_TRUE(camera.start(interval));
+        startService();
+        ASSERT_EQ(client->open()["rsp_error"], QVariant(0));
+        QVariantMap models = allModels();
+        models["enableEmotion"] = true;
+        ASSERT_EQ(client->execute(1001, models)["rsp_error"], QVariant(0));
+        // Refused with -12 as soon as there is a camera.
+        ASSERT_EQ(executeWhenConnected(*client, 1022)["rsp_error"], QVariant(-12));
+    }
+
+    int code(int command, const QVariantMap &data = {}, const QString &requestID = {})
+    {
+        const QVariantMap answer = client->execute(command, data, requestID);
+        return answer.isEmpty() ? 1 : answer["rsp_error"].toInt();
+    }
+
+    static QVariantMap galleryOf(const QString &student)
+    {
+        static const QString face = [] {
+            cv::Mat coarse(16, 16, CV_8UC3), picture;
+            cv::RNG(3).fill(coarse, cv::RNG::UNIFORM, 0, 255);
+            cv::resize(coarse, picture, cv::Size(128, 128), 0, 0, cv::INTER_CUBIC);
+            return ai_image::convertMat2Base64(picture);
+        }();
+        return {{"stuID", student}, {"faceImg", face}, {"x", 10}, {"y", 10}, {"width", 90}, {"height", 90}};
+    }
+    /// The students that were taken, in the order of the request.
+    QStringList enrol(const QStringList &students)
+    {
+        QVariantList galleries;
+        for (const QString &student : students)
+            galleries.append(galleryOf(student));
+        QStringList taken;
+        if (code(1022, {{"galleries", galleries}}) != 0)
+            return {"refused"};
+        const QVariantMap event = client->event(1018)["event_info"].toMap();
+        for (const QVariant &entry : event["successList"].toList())
+            taken.append(entry.toMap()["stuID"].toString());
+        return taken;
+    }
+
+    FaultyService service;
+    FrameSource camera{service.home()};
+    std::unique_ptr<TestClient> client;
+};

@@ -1,0 +1,186 @@
+// Crowds, silence, stopped processes, jumping clocks and recognisers that are far too slow.
+
+#include "faultyservice.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <vector>
+
+namespace {
+
+class ProcessFaults : public FaultTest
+{
+};
+
+TEST_F(ProcessFaults, FiveHundredConnectionsComeAndGo)
+{
+    startClass(40);
+    ASSERT_EQ(enrol({"Ada"}), QStringList{"Ada"});
+    const int files = service.entriesOf("fd");
+    const int threads = service.entriesOf("task");
+    {
+        std::vector<std::unique_ptr<TestClient>> crowd;
+        for (int i = 0; i < 500; ++i) {
+            crowd.push_back(std::make_unique<TestClient>(service.socketPath()));
+            ASSERT_TRUE(crowd.back()->send(makeRequest(Kind::info, 1001))) << i;
+        }
+        for (auto &one : crowd)
+            ASSERT_EQ(one->receive()["rsp_error"], QVariant(0));
+        ASSERT_EQ(code(1026), 0);
+        for (auto &one : crowd)
+            ASSERT_FALSE(one->event(1021).isEmpty());
+    }
+    EXPECT_TRUE(service.alive());
+    // The pool's threads come and go, and with each one a file.
+    EXPECT_TRUE(eventually([&] { return service.entriesOf("fd") <= files + 4; }));
+    EXPECT_LE(service.entriesOf("task"), threads + 4);
+    EXPECT_EQ(studentsOf(*client), QStringList{"Ada"});
+}
+
+TEST_F(ProcessFaults, AStoppedProcessAnswersWhenItGoesOn)
+{
+    startClass();
+    ASSERT_EQ(enrol({"Ada"}), QStringList{"Ada"});
+    ASSERT_EQ(code(1030), 0);
+    ASSERT_TRUE(service.waitForCalls(bodyDetection, 1));
+    service.signal(SIGSTOP);
+    while (!client->receive(1000).isEmpty()) { // what was on its way
+    }
+    client->others.clear();
+    for (int i = 0; i < 20; ++i)
+        ASSERT_TRUE(client->send(makeRequest(Kind::info, 1001)));
+    EXPECT_TRUE(client->receive(4000).isEmpty()); // longer than the watch of the video waits
+    service.signal(SIGCONT);
+    int answers = 0;
+    while (answers < 20) {
+        const QVariantMap message = client->receive();
+        ASSERT_FALSE(message.isEmpty());
+        answers += message.contains("rsp_error") ? 1 : 0;
+    }
+    EXPECT_FALSE(client->event(1013).isEmpty());
+    EXPECT_EQ(code(1031), 0);
+}
+
+/// A pair of video events at a jump forward is all that a client sees of it.
+TEST_F(ProcessFaults, TheClockMayJump)
+{
+    if (FaultyService::isSanitized)
+        GTEST_SKIP() << "the clock can't be intercepted in a sanitizer build";
+    startClass();
+    ASSERT_EQ(enrol({"Ada"}), QStringList{"Ada"});
+    ASSERT_EQ(code(1030), 0);
+    const QString videoFolder = service.filePath("video");
+    ASSERT_EQ(code(1039, {{"recordPath", videoFolder}}), 0);
+    ASSERT_FALSE(client->event(1020).isEmpty());
+    for (const long jump : {86400L, -3 * 86400L}) {
+        SCOPED_TRACE(jump);
+        service.faults.clockSeconds = jump;
+        client->others.clear();
+        ASSERT_TRUE(service.waitForCalls(bodyDetection, 2));
+        EXPECT_FALSE(client->event(1013).isEmpty());
+        EXPECT_EQ(code(1026), 0);
+    }
+    // Frames that stop after a jump back are missed as ever.
+    client->others.clear();
+    camera.stop();
+    EXPECT_EQ(client->event(1022)["event_info"].toMap(), (QVariantMap{{"status", 0}}));
+    EXPECT_EQ(code(1040), 0);
+    EXPECT_TRUE(service.alive());
+}
+
+/// The log changes its file at midnight. When it can't, lines are lost until it can.
+TEST_F(ProcessFaults, MidnightWithoutAFolderForTheLog)
+{
+    if (FaultyService::isSanitized)
+        GTEST_SKIP() << "the clock can't be intercepted in a sanitizer build";
+    startClass(40);
+    ASSERT_EQ(code(1030), 0);
+    QDir logs(service.filePath("Orelia/logs"));
+    ASSERT_TRUE(logs.removeRecursively());
+    QFile inItsPlace(logs.path());
+    ASSERT_TRUE(inItsPlace.open(QFile::WriteOnly));
+    service.faults.clockSeconds = 86400;
+    EXPECT_TRUE(eventually([&] { return service.standardError().contains("LOG ERROR"); }, 20000));
+    QElapsedTimer clock;
+    clock.start();
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(code(1026), 0);
+    std::printf("three requests took %lld ms\n", clock.elapsed());
+
+    ASSERT_TRUE(inItsPlace.remove());
+    EXPECT_TRUE(eventually([&] { return service.alive() && service.log().size() > 1000; }, 20000));
+}
+
+/// Two seconds a call, all analyses, 30 frames a second: frames are left out, not kept. Ten minutes with
+/// AI_OVERLOAD_SECONDS=600.
+TEST_F(ProcessFaults, OverloadLeavesMemoryFlatAndStopsAnswered)
+{
+    const int seconds = qEnvironmentVariable("AI_OVERLOAD_SECONDS", "10").toInt();
+    startClass(33);
+    ASSERT_EQ(enrol({"Ada", "Ben", "Cleo"}).size(), 3);
+    service.behave(Behaviour::slow);
+    const QVariantMap players{{"stuList", QVariantList{QVariantMap{{"stuID", "Ada"}}}}};
+    for (const int start : {1030, 1032, 1036, 1038})
+        ASSERT_EQ(code(start, players), 0) << start;
+    ASSERT_EQ(code(1034, {{"stuID", "Ada"}}, "track"), 0);
+    ASSERT_EQ(code(1021), 0);
+
+    QElapsedTimer clock;
+    clock.start();
+    qint64 settled = 0;
+    qint64 most = 0;
+    while (clock.elapsed() < seconds * 1000) {
+        client->receive(200);
+        most = std::max(most, service.residentKilobytes());
+        if (clock.elapsed() < std::min(60000, seconds * 500))
+            settled = most;
+    }
+    std::printf("memory: %lld KB when settled, %lld KB at most in %d s\n", settled, most, seconds);
+    if (!FaultyService::isSanitized) { // which keeps freed memory back
+        EXPECT_LT(most - settled, 20000);
+    }
+
+    const auto stop = [&](int command, const QVariantMap &data) {
+        clock.restart();
+        EXPECT_EQ(code(command, data), 0) << command;
+        std::printf("%d was answered after %lld ms\n", command, clock.elapsed());
+    };
+    stop(1031, {});
+    stop(1033, {});
+    stop(1035, {{"stuID", "Ada"}, {"requestID", "track"}});
+    stop(1037, {});
+    EXPECT_TRUE(service.alive());
+}
+
+/// Not among the ordinary tests, because each write to such a client takes 30 seconds by design:
+/// --gtest_also_run_disabled_tests. Tells what the others see meanwhile.
+TEST_F(ProcessFaults, DISABLED_AClientThatNeverReads)
+{
+    startClass(40);
+    ASSERT_EQ(enrol({"Ada"}), QStringList{"Ada"});
+    TestClient silent(service.socketPath());
+    ASSERT_EQ(silent.info(1001)["rsp_error"], QVariant(0));
+    QElapsedTimer total;
+    total.start();
+    const qint64 before = service.residentKilobytes();
+    for (int round = 0; total.elapsed() < 120000; ++round) {
+        QElapsedTimer clock;
+        clock.start();
+        ASSERT_EQ(code(1021), 0);
+        const qint64 answered = clock.elapsed();
+        const QVariantMap event = client->event(1011, 100000);
+        ASSERT_FALSE(event.isEmpty());
+        const int size = event["event_info"].toMap()["image"].toString().size();
+        std::printf("round %d: answer after %lld ms, event of %d characters after %lld ms, %lld KB more\n",
+                    round, answered, size, clock.elapsed(), service.residentKilobytes() - before);
+        std::fflush(stdout);
+    }
+    silent.socket.abort();
+    EXPECT_TRUE(service.alive());
+}
+
+} // namespace

@@ -1,0 +1,156 @@
+// Recogniser libraries that fail in every way that a library can.
+
+#include "faultyservice.h"
+
+#include <csignal>
+
+namespace {
+
+const QStringList theClass = {"Ada", "Ben", "Cleo"};
+
+class RecogniserFaults : public FaultTest
+{
+protected:
+    /// Every command that reaches a recogniser is answered, whatever with.
+    void useEverything(const QString &newStudent)
+    {
+        const QVariantList players{QVariantMap{{"stuID", "Ada"}}, QVariantMap{{"stuID", "Ben"}}};
+        for (const int start : {1030, 1032})
+            EXPECT_EQ(code(start), 0);
+        EXPECT_EQ(code(1034, {{"stuID", "Ada"}}, "track"), 0);
+        EXPECT_EQ(code(1036, {{"stuList", players}}, "game"), 0);
+        EXPECT_LE(code(1021), 0);
+        EXPECT_LE(code(1038), 0);
+        EXPECT_LE(code(1020, {{"galleries", QVariantList{galleryOf("Dan")}}}), 0);
+        enrol({newStudent});
+        QVariantMap replacement = galleryOf("Eve");
+        replacement["oldStuID"] = "Eve";
+        replacement["faceImageBase64"] = replacement["faceImg"];
+        EXPECT_LE(code(1023, replacement), 0);
+        EXPECT_EQ(code(1026), 0);
+        EXPECT_LE(code(1025, {{"stuID", newStudent}}), 0);
+        EXPECT_TRUE(service.waitForCalls(bodyDetection, 4));
+        EXPECT_TRUE(service.waitForCalls(faceDetection, 4));
+    }
+    void stopEverything()
+    {
+        EXPECT_EQ(code(1031), 0);
+        EXPECT_EQ(code(1033), 0);
+        EXPECT_EQ(code(1035, {{"stuID", "Ada"}, {"requestID", "track"}}), 0);
+        EXPECT_EQ(code(1037), 0);
+    }
+};
+
+TEST_F(RecogniserFaults, CostAFrameOrACommandAndNothingElse)
+{
+    startClass();
+    ASSERT_EQ(enrol(theClass), theClass);
+    const qint64 process = service.processId();
+    for (const Behaviour behaviour : {Behaviour::throws, Behaviour::throwsNumber, Behaviour::garbage,
+                                      Behaviour::notANumber, Behaviour::wrongLengths}) {
+        SCOPED_TRACE(static_cast<int>(behaviour));
+        service.behave(behaviour);
+        useEverything(QString("new %1").arg(static_cast<int>(behaviour)));
+        stopEverything();
+
+        service.behave(Behaviour::works);
+        client->others.clear();
+        ASSERT_EQ(code(1030, {}, "hands"), 0);
+        const QVariantMap event = client->event(1013);
+        EXPECT_EQ(event["event_req_id"], QVariant("hands"));
+        ASSERT_EQ(code(1031), 0);
+        ASSERT_EQ(service.processId(), process) << service.standardError().right(2000).constData();
+    }
+    const QStringList known = studentsOf(*client);
+    for (const QString &student : theClass)
+        EXPECT_TRUE(known.contains(student));
+    service.crash();
+    EXPECT_TRUE(service.dumps().isEmpty());
+
+    for (const Behaviour behaviour : {Behaviour::throws, Behaviour::garbage, Behaviour::notANumber,
+                                      Behaviour::wrongLengths, Behaviour::refusesToLoad}) {
+        SCOPED_TRACE(static_cast<int>(behaviour));
+        service.behave(behaviour);
+        startService({"--recovery"});
+        EXPECT_TRUE(service.alive());
+        service.crash();
+    }
+    service.behave(Behaviour::works);
+    startService({"--recovery"});
+    EXPECT_EQ(studentsOf(*client), known);
+}
+
+TEST_F(RecogniserFaults, ACrashLeavesADumpAndARecoveryBringsTheClassBack)
+{
+    startClass();
+    ASSERT_EQ(enrol(theClass), theClass);
+    ASSERT_EQ(code(1030), 0);
+    service.behave(bodyDetection, Behaviour::crashes);
+    ASSERT_TRUE(service.waitForExit());
+    EXPECT_EQ(service.exitCode(), -1);
+    EXPECT_EQ(service.dumps().size(), 1);
+    service.behave(Behaviour::works);
+    startService({"--recovery"});
+    EXPECT_EQ(studentsOf(*client), theClass);
+}
+
+TEST_F(RecogniserFaults, ARefusedModelCanBeLoadedLater)
+{
+    startService();
+    ASSERT_EQ(client->open()["rsp_error"], QVariant(0));
+    service.behave(handup, Behaviour::refusesToLoad);
+    const QVariantMap refused = client->execute(1001, allModels());
+    EXPECT_EQ(refused["rsp_error"], QVariant(-2));
+    EXPECT_EQ(refused["rsp_error_detail"], QVariant("load model failed"));
+    EXPECT_EQ(code(1030), -15);
+    service.behave(Behaviour::works);
+    EXPECT_EQ(code(1001, allModels()), 0);
+}
+
+/// A call that doesn't return can't be ended from outside. What needs it waits; what doesn't, goes on.
+TEST_F(RecogniserFaults, AHangHoldsUpOnlyWhoNeedsThatRecogniser)
+{
+    startClass();
+    ASSERT_EQ(enrol(theClass), theClass);
+    service.behave(bodyDetection, Behaviour::hangs);
+    ASSERT_EQ(code(1030), 0);
+    ASSERT_TRUE(service.waitForCalls(bodyDetection, 1));
+    EXPECT_EQ(code(1031), 0);
+    EXPECT_EQ(enrol({"Dan"}), QStringList{"Dan"});
+    EXPECT_EQ(code(1021), 0);
+    EXPECT_FALSE(client->event(1011).isEmpty());
+    EXPECT_EQ(code(1030), 0); // a new analysis, which queues behind the old one
+    service.behave(Behaviour::works);
+    EXPECT_FALSE(client->event(1013).isEmpty());
+
+    // Inside a command all other commands wait, but the state is told.
+    service.behave(faceId, Behaviour::hangs);
+    const auto enrolment = [](const char *student) {
+        const QVariantMap galleries{{"galleries", QVariantList{galleryOf(student)}}};
+        return makeRequest(Kind::execute, 1022, galleries);
+    };
+    ASSERT_TRUE(client->send(enrolment("Eve")));
+    ASSERT_TRUE(service.waitForCalls(faceId, 1));
+    {
+        TestClient other(service.socketPath());
+        EXPECT_EQ(other.info(1001)["rsp_data"].toMap()["status"], QVariant(2));
+        service.behave(Behaviour::works);
+        EXPECT_FALSE(client->event(1018).isEmpty());
+    }
+
+    // For ever: the process is killed, and nothing that was answered is lost.
+    // A client that leaves meanwhile makes the server wait as well, and then nobody is answered.
+    service.behave(faceId, Behaviour::hangs);
+    ASSERT_TRUE(client->send(enrolment("Finn")));
+    ASSERT_TRUE(service.waitForCalls(faceId, 1));
+    const int left = service.standardOutput().count("ServiceServer connection disconnect: socket");
+    client.reset();
+    ASSERT_TRUE(service.waitForOutput("ServiceServer connection disconnect: socket", left + 1));
+    EXPECT_TRUE(TestClient(service.socketPath()).request(makeRequest(Kind::info, 1001), 1000).isEmpty());
+    service.crash();
+    service.behave(Behaviour::works);
+    startService({"--recovery"});
+    EXPECT_EQ(studentsOf(*client), theClass + QStringList({"Dan", "Eve"}));
+}
+
+} // namespace
