@@ -1,0 +1,10 @@
+# Shows the reports of ThreadSanitizer that lie in the folder REPORTS, and fails if there are any.
+file(GLOB reports ${REPORTS}/report*)
+foreach(report IN LISTS reports)
+    file(READ ${report} text)
+    message("${text}")
+endforeach()
+list(LENGTH reports count)
+if(count GREATER 0)
+    message(FATAL_ERROR "${count} processes with reports of ThreadSanitizer, in ${REPORTS}")
+endif()
