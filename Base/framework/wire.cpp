@@ -301,9 +301,9 @@ QString PayloadReader::textAt(qint64 offset) const
 /// name must be one that stays in there.
 bool PayloadReader::zoneIsHarmless() const
 {
-    constexpr qint64 specification = 8 + 4;
-    constexpr qint64 name = specification + 1;
-    if (remaining() <= specification || numberAt<quint8>(specification) != Qt::TimeZone)
+    constexpr qint64 timeSpec = 8 + 4;
+    constexpr qint64 name = timeSpec + 1;
+    if (remaining() <= timeSpec || numberAt<quint8>(timeSpec) != Qt::TimeZone)
         return true; // of a fixed size
     if (!fits(name))
         return false;
