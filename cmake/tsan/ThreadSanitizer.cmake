@@ -5,8 +5,9 @@
 # tsan_reports, fails when anything lies there, so that a report counts whatever became of the process.
 add_library(tsan_marks OBJECT ${CMAKE_CURRENT_LIST_DIR}/marks.cpp)
 target_compile_options(tsan_marks PRIVATE -fno-sanitize=thread)
-target_compile_definitions(
-    tsan_marks PRIVATE TSAN_DEFAULTS="suppressions=${CMAKE_CURRENT_LIST_DIR}/suppressions.txt:history_size=4:report_signal_unsafe=0")
+# The crash dump's callback logs within a signal's handler on purpose: the dump is on disk by then.
+set(tsan_defaults suppressions=${CMAKE_CURRENT_LIST_DIR}/suppressions.txt:history_size=4:report_signal_unsafe=0)
+target_compile_definitions(tsan_marks PRIVATE TSAN_DEFAULTS="${tsan_defaults}")
 target_link_libraries(tsan_marks PRIVATE Qt5::Core ai_warnings)
 link_libraries($<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:tsan_marks>)
 

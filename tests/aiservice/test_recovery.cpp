@@ -77,6 +77,21 @@ TEST_F(RecoveryTest, WhatTheTimerSavedShapesTheRecord)
     EXPECT_EQ(back.registerFeature.at<float>(0, 50), 1.0F);
 }
 
+TEST_F(RecoveryTest, WithoutACameraOnlyExternalFacesComeBack)
+{
+    controller->setExternalGallery({{"galleries", QVariantList{gallery("guest", 60)}}}, "");
+    enrol({gallery("a", 50)});
+    recognisers.ids->entries.clear();
+    DataManager::instance()->clear();
+    ExternalGallery::instance()->clear();
+    QSqliteStorage::instance()->open(false);
+    AIServiceController unconnected(nullptr);
+    unconnected.recovery();
+    EXPECT_TRUE(known().isEmpty());
+    EXPECT_EQ(externals(), QStringList("guest"));
+    EXPECT_EQ(stored(), QStringList("a")); // for the next recovery
+}
+
 TEST_F(RecoveryTest, DamagedRowsCostTheirStudentOnly)
 {
     enrol({gallery("a", 50), gallery("b", 90), gallery("c", 110)});

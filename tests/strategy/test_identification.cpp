@@ -157,6 +157,20 @@ TEST_F(Identification, PlacesAreTakenFromTheShrinkingList)
     EXPECT_EQ(students::get("b").status, 0);
 }
 
+TEST_F(Identification, APassThatOpensClearsTheOneThatRuns)
+{
+    students::enrol(*recognisers.ids, "a", 50);
+    show({300, 300, 90, 90}, 50);
+    const std::vector<cv::Rect> bodies{{250, 250, 200, 400}};
+    OneFrameIdStragegy first(frame, bodies);
+    first.run(1);
+    EXPECT_EQ(students::get("a").status, 1);
+    OneFrameIdStragegy second(frame, bodies); // of another analysis
+    EXPECT_EQ(students::get("a").status, 0);
+    second.run(2);
+    EXPECT_EQ(students::get("a").status, 1);
+}
+
 TEST_F(Identification, AFailedDetectorLeavesTheOtherMatches)
 {
     students::enrol(*recognisers.ids, "a", 50, {}, {100, 100, 100, 100});
