@@ -16,6 +16,7 @@ namespace wire {
 namespace {
 
 constexpr quint32 nullLength = 0xffffffff;
+constexpr qint64 largestReserve = 64 * 1024 * 1024; // bytes
 constexpr int longestAuthority = 1024; // bytes of the host of a QUrl, and of what stands around it
 constexpr int largestPatterns = 1000; // characters of all QRegExp patterns of a payload, repetitions expanded
 
@@ -347,11 +348,38 @@ QByteArray takeArray(QIODevice &device)
     return device.read(length);
 }
 
+/// About the bytes of a value in a stream. With room for them from the start, a payload with a picture in it
+/// isn't copied once more while it grows.
+qint64 sizeInStream(const QVariant &value)
+{
+    constexpr qint64 plainValue = 16; // the type, and a number
+    qint64 size = plainValue;
+    switch (static_cast<QMetaType::Type>(value.type())) {
+    case QMetaType::QString:
+        size += 2 * qint64(static_cast<const QString *>(value.constData())->size());
+        break;
+    case QMetaType::QVariantMap: {
+        const auto &map = *static_cast<const QVariantMap *>(value.constData());
+        for (auto entry = map.cbegin(); entry != map.cend(); ++entry)
+            size += plainValue + 2 * qint64(entry.key().size()) + sizeInStream(entry.value());
+        break;
+    }
+    case QMetaType::QVariantList:
+        for (const QVariant &item : *static_cast<const QVariantList *>(value.constData()))
+            size += sizeInStream(item);
+        break;
+    default:
+        break;
+    }
+    return size;
+}
+
 } // namespace
 
 QByteArray encodePayload(const QVariant &value)
 {
     QByteArray payload;
+    payload.reserve(static_cast<int>(std::min<qint64>(sizeInStream(value), largestReserve)));
     QDataStream stream(&payload, QIODevice::WriteOnly);
     stream.setVersion(streamVersion);
     stream << value;

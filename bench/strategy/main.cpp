@@ -55,7 +55,7 @@ int main(int argc, char **argv)
 {
     // As the service does, so that the heap is not given back and faulted in again for each frame.
     mallopt(M_MMAP_THRESHOLD, 32 * 1024 * 1024);
-    mallopt(M_TRIM_THRESHOLD, 64 * 1024 * 1024);
+    mallopt(M_TRIM_THRESHOLD, 256 * 1024 * 1024);
     QTemporaryDir home;
     qputenv("TMPDIR", home.path().toLocal8Bit());
     if (!home.isValid() || !QDir::setCurrent(home.path()))

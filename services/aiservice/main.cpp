@@ -33,7 +33,7 @@ void keepHeap()
 #ifdef __GLIBC__
     constexpr int megabyte = 1024 * 1024;
     mallopt(M_MMAP_THRESHOLD, 32 * megabyte); // the most that it takes
-    mallopt(M_TRIM_THRESHOLD, 64 * megabyte);
+    mallopt(M_TRIM_THRESHOLD, 256 * megabyte);
     mallopt(M_ARENA_MAX, 4);
 #endif
 }
