@@ -66,6 +66,18 @@ bool zoneIsKnown(const QDateTime &time)
     return time.timeSpec() != Qt::TimeZone || time.timeZone().isValid();
 }
 
+/// Qt writes a host that is not in ASCII in its encoded form, at a cost that grows with the square of its
+/// length.
+bool hostIsShort(const QByteArray &url)
+{
+    const int slashes = url.indexOf("//");
+    if (slashes > 3 && url[slashes - 1] != ':')
+        return true; // not behind a scheme, so no host follows
+    const auto host = url.cbegin() + slashes + 2;
+    const auto end = std::find_if(host, url.cend(), [](char c) { return c == '/' || c == '?' || c == '#'; });
+    return slashes < 0 || end - host <= longestAuthority;
+}
+
 /// Whether a length follows the byte that tells the kind of a JSON value.
 bool jsonHasLength(quint8 kind)
 {
@@ -108,6 +120,7 @@ private:
     bool fits(qint64 offset, int bitsPerUnit = 8) const;
     QString textAt(qint64 offset) const;
     bool urlIsHarmless() const;
+    bool cborIsHarmless() const;
     bool patternIsHarmless();
     bool zoneIsHarmless() const;
 
@@ -249,10 +262,12 @@ bool PayloadReader::readSingle(quint32 type, QVariant &value)
     case QMetaType::QJsonObject:
     case QMetaType::QJsonArray:
     case QMetaType::QJsonDocument:
+        harmless = fits(0);
+        break;
     case QMetaType::QCborValue:
     case QMetaType::QCborArray:
     case QMetaType::QCborMap:
-        harmless = fits(0);
+        harmless = cborIsHarmless();
         break;
     case QMetaType::QJsonValue: // a byte for the kind of value, then for some kinds a length
         harmless = fits(1) || remaining() < 1 || !jsonHasLength(numberAt<quint8>(0));
@@ -312,23 +327,59 @@ bool PayloadReader::zoneIsHarmless() const
     return !zone.contains("..") && !zone.startsWith('/');
 }
 
-/// Qt writes a host that is not in ASCII in its encoded form, at a cost that grows with the square of its
-/// length.
 bool PayloadReader::urlIsHarmless() const
+{
+    if (!fits(0))
+        return false;
+    const auto length = numberAt<quint32>(0);
+    return length == nullLength || hostIsShort(QByteArray::fromRawData(m_payload.constData() + position() + 4,
+                                                                       static_cast<int>(length)));
+}
+
+/// CBOR has lengths and counts of its own, which Qt makes room for before it looks for the bytes, and URLs.
+bool PayloadReader::cborIsHarmless() const
 {
     if (!fits(0))
         return false;
     const auto length = numberAt<quint32>(0);
     if (length == nullLength)
         return true;
-    const QByteArray url =
-        QByteArray::fromRawData(m_payload.constData() + position() + 4, static_cast<int>(length));
-    const int slashes = url.indexOf("//");
-    if (slashes > 3 && url[slashes - 1] != ':')
-        return true; // not behind a scheme, so no host follows
-    const auto host = url.cbegin() + slashes + 2;
-    const auto end = std::find_if(host, url.cend(), [](char c) { return c == '/' || c == '?' || c == '#'; });
-    return slashes < 0 || end - host <= longestAuthority;
+
+    // Items stand one behind the other, whether in an array or not. Each begins with a byte for its kind and
+    // for its number, or for the number of bytes that hold it.
+    constexpr int bytes = 2, text = 3, array = 4, map = 5, tag = 6; // kinds
+    constexpr int oneByte = 24, eightBytes = 27, endless = 31;      // numbers that tell of others
+    constexpr int urlTag = 32;
+    const qint64 end = 4 + qint64(length);
+    bool isUrl = false;
+    for (qint64 at = 4; at < end;) {
+        const auto head = numberAt<quint8>(at++);
+        const int kind = head >> 5;
+        quint64 number = head & 31;
+        const bool isEndless = number == endless;
+        if (number >= oneByte && number <= eightBytes) {
+            const int size = 1 << (number - oneByte);
+            if (size > end - at)
+                return false;
+            number = 0;
+            for (const qint64 behind = at + size; at < behind; ++at)
+                number = number << 8 | numberAt<quint8>(at);
+        }
+        const auto left = static_cast<quint64>(end - at);
+        if (kind == array || kind == map) {
+            if (!isEndless && number > (kind == map ? left / 2 : left))
+                return false;
+        } else if (kind == bytes || kind == text) {
+            if (isEndless ? isUrl : number > left)
+                return false;
+            const int size = isEndless ? 0 : static_cast<int>(number);
+            if (isUrl && !hostIsShort(QByteArray::fromRawData(m_payload.constData() + position() + at, size)))
+                return false;
+            at += size;
+        }
+        isUrl = kind == tag && number == urlTag;
+    }
+    return true;
 }
 
 /// A QByteArray, length field and bytes. When fewer bytes are there than the field claims, all of them are
@@ -356,18 +407,20 @@ qint64 sizeInStream(const QVariant &value)
     qint64 size = plainValue;
     switch (static_cast<QMetaType::Type>(value.type())) {
     case QMetaType::QString:
-        size += 2 * qint64(static_cast<const QString *>(value.constData())->size());
+        size += 2 * qint64(value.toString().size());
         break;
     case QMetaType::QVariantMap: {
-        const auto &map = *static_cast<const QVariantMap *>(value.constData());
+        const QVariantMap map = value.toMap();
         for (auto entry = map.cbegin(); entry != map.cend(); ++entry)
             size += plainValue + 2 * qint64(entry.key().size()) + sizeInStream(entry.value());
         break;
     }
-    case QMetaType::QVariantList:
-        for (const QVariant &item : *static_cast<const QVariantList *>(value.constData()))
+    case QMetaType::QVariantList: {
+        const QVariantList list = value.toList();
+        for (const QVariant &item : list)
             size += sizeInStream(item);
         break;
+    }
     default:
         break;
     }

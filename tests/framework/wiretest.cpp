@@ -61,13 +61,9 @@ QVariantList everyType()
     values.append(QVariant(QMetaType::QVariant, &values[1]));
     for (int type = QMetaType::Bool; type <= QMetaType::QVariantHash; ++type)
         values.append(QVariant(static_cast<QVariant::Type>(type))); // null values
-    for (int type :
-         {QMetaType::Bool, QMetaType::Int, QMetaType::UInt, QMetaType::LongLong, QMetaType::ULongLong,
-          QMetaType::Double, QMetaType::Long, QMetaType::Short, QMetaType::Char, QMetaType::ULong,
-          QMetaType::UShort, QMetaType::UChar, QMetaType::Float, QMetaType::SChar, QMetaType::QChar}) {
-        QVariant number(5);
-        EXPECT_TRUE(number.convert(type));
-        values.append(number);
+    for (int type = QMetaType::Bool; type <= QMetaType::LastCoreType; ++type) {
+        if (QVariant number(5); number.convert(type))
+            values.append(number);
     }
     return values;
 }
@@ -85,7 +81,6 @@ TEST(Wire, EveryValueComesBackAsItWasSent)
 
 TEST(Wire, BytesThatEndTooEarlyDoNotParse)
 {
-    EXPECT_FALSE(wire::decodePayload({}).isValid());
     const QByteArray sent = wire::encodePayload(everyType());
     for (int length = 0; length < sent.size(); ++length)
         ASSERT_FALSE(wire::decodePayload(sent.left(length)).isValid()) << length;
@@ -94,25 +89,14 @@ TEST(Wire, BytesThatEndTooEarlyDoNotParse)
 
 TEST(Wire, TypesThatAreNoValuesDoNotParse)
 {
-    const auto refused = [](quint32 type, const QByteArray &content) {
-        return !wire::decodePayload(streamed(type) + '\0' + content).isValid();
-    };
-    QList<quint32> types = {QMetaType::VoidStar,
-                            QMetaType::QObjectStar,
-                            QMetaType::QModelIndex,
-                            QMetaType::QPersistentModelIndex,
-                            QMetaType::Void,
-                            QMetaType::QSizePolicy,
-                            127,
-                            QMetaType::User + 1,
-                            0x7fffffff,
-                            0x80000000,
-                            0xffffffff};
+    QVector<quint32> types{127, QMetaType::User + 1, 0x7fffffff, 0x80000000, 0xffffffff};
+    types << QMetaType::Void << QMetaType::VoidStar << QMetaType::QObjectStar << QMetaType::QSizePolicy
+          << QMetaType::QModelIndex << QMetaType::QPersistentModelIndex;
     for (quint32 type = QMetaType::LastCoreType + 1; type <= QMetaType::LastGuiType; ++type)
         types.append(type);
     for (quint32 type : types)
-        EXPECT_TRUE(refused(type, QByteArray(64, '\0'))) << type;
-    EXPECT_TRUE(refused(QMetaType::User, bytes("00000004 696e7400 00000001")));
+        EXPECT_FALSE(wire::decodePayload(streamed(type) + QByteArray(65, '\0')).isValid()) << type;
+    EXPECT_FALSE(wire::decodePayload(bytes("00000400 00 00000004 696e7400 00000001")).isValid());
 }
 
 /// Lengths and counts far beyond the bytes. Believing one would take gigabytes.
@@ -136,6 +120,9 @@ TEST(Wire, ClaimedLengthsTakeNoMemory)
         "00000035 00 00000009 5b7fffffffffffffff",
         "00000036 00 00000009 9b7fffffffffffffff",
         "00000037 00 00000009 bb3fffffffffffffff",
+        "00000035 00 00000006 5a3fffffff41", // a string, in an array, in chunks
+        "00000036 00 00000008 8101 7a3fffffff 41",
+        "00000035 00 00000007 5f 5a3fffffff ff",
     };
     rusage before{};
     getrusage(RUSAGE_SELF, &before);
@@ -181,6 +168,11 @@ TEST(Wire, CostlyValuesDoNotParse)
         host += QChar(0x4e00 + i * 7919 % 20000);
     for (const char *start : {"http://", "//", "\ufeff//"})
         EXPECT_TRUE(refused(bytes("00000011 00") + streamed((start + host + "/").toUtf8())));
+
+    for (const char *start : {"d8 20 7a", "c1 d8 20 7a"}) { // in CBOR
+        const QByteArray url = ("http://" + host + "/").toUtf8();
+        EXPECT_TRUE(refused(bytes("00000035 00") + streamed(bytes(start) + streamed(url))));
+    }
 
     const QByteArray zoned = bytes("00000010 00 000000000025873f 00000000 03");
     EXPECT_FALSE(refused(zoned + streamed<QString>("Europe/Paris")));
