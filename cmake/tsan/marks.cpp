@@ -23,11 +23,13 @@
 
 #include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dlfcn.h>
 #include <errno.h>
+#include <functional>
 
 static_assert(QT_VERSION_MAJOR == 5 && QT_VERSION_MINOR == 15, "the layouts below are those of Qt 5.15");
 
@@ -94,9 +96,17 @@ const void *endOf(const QObject *object)
     return reinterpret_cast<const char *>(object) + 1;
 }
 
+/// The address that stands for what an object emitted. It lies outside of the object, because an event may be
+/// delivered after its sender was deleted, and marks within freed memory are forgotten.
+const void *emissionOf(const QObject *object)
+{
+    static std::array<char, 1 << 16> addresses;
+    return &addresses[std::hash<const QObject *>()(object) / alignof(std::max_align_t) % addresses.size()];
+}
+
 void beginSignal(QObject *caller, int, void **)
 {
-    release(caller);
+    release(emissionOf(caller));
 }
 
 void endSignal(QObject *caller, int)
@@ -134,10 +144,10 @@ bool deliver(void **parameters)
     const void *awaited = nullptr;
     if (event->type() == QEvent::MetaCall) {
         const auto *slotEvent = static_cast<const SlotEvent *>(event);
-        const QObject *const sender = slotEvent->sender ? slotEvent->sender : receiver;
-        acquire(sender);
+        if (slotEvent->sender)
+            acquire(emissionOf(slotEvent->sender));
         if (slotEvent->semaphore)
-            awaited = endOf(sender);
+            awaited = endOf(slotEvent->sender ? slotEvent->sender : receiver);
     }
     passedOn = event;
     *static_cast<bool *>(parameters[2]) = QCoreApplication::sendEvent(receiver, event);
