@@ -1,6 +1,7 @@
 #include "datamanager.h"
 #include "imageutil.h"
 #include "qstorage.h"
+#include "queuedframes.h"
 #include "videorecorder.h"
 
 #include <benchmark/benchmark.h>
@@ -169,6 +170,17 @@ std::vector<cv::Mat> scenes()
     return result;
 }
 
+/// Each iteration makes one picture of the film.
+void countPictures(benchmark::internal::Benchmark *measured)
+{
+    measured->Unit(benchmark::kMillisecond)
+        ->Iterations(RECORDED_PICTURES)
+        ->Repetitions(5)
+        ->ReportAggregatesOnly()
+        ->MeasureProcessCPUTime()
+        ->UseRealTime();
+}
+
 /// One picture into the open file; opening and closing it are not counted.
 void bareEncoder(benchmark::State &state)
 {
@@ -179,14 +191,7 @@ void bareEncoder(benchmark::State &state)
     for (auto _ : state)
         writer.write(pictures[next++ % PICTURES]);
 }
-BENCHMARK(bareEncoder)
-    ->Name("BareEncodedPicture")
-    ->Unit(benchmark::kMillisecond)
-    ->Iterations(RECORDED_PICTURES)
-    ->Repetitions(5)
-    ->ReportAggregatesOnly()
-    ->MeasureProcessCPUTime()
-    ->UseRealTime();
+BENCHMARK(bareEncoder)->Name("BareEncodedPicture")->Apply(countPictures);
 
 constexpr int INTERVAL = 30; // one frame in 30 is recorded
 
@@ -212,33 +217,7 @@ void recordFrame(benchmark::State &state)
             recorder->onRecvFrame(frameOf(pictures[next++ / INTERVAL % PICTURES]));
     recorder->stop();
 }
-BENCHMARK(recordFrame)
-    ->Name("ThirtyFramesOneRecorded")
-    ->Unit(benchmark::kMillisecond)
-    ->Iterations(RECORDED_PICTURES)
-    ->Repetitions(5)
-    ->ReportAggregatesOnly()
-    ->MeasureProcessCPUTime()
-    ->UseRealTime();
-
-class Camera : public QObject
-{
-    Q_OBJECT
-
-signals:
-    void newImageSignal(const QImage &image);
-};
-
-class Receiver : public QObject
-{
-    Q_OBJECT
-
-public:
-    int frames = 0;
-
-public slots:
-    void onFrame(const QImage &) { ++frames; }
-};
+BENCHMARK(recordFrame)->Name("ThirtyFramesOneRecorded")->Apply(countPictures);
 
 /// Emits the frames that lie between two recorded ones and waits until the receiver is through with them.
 double secondsForSkippedFrames(Camera &camera, QObject *receiver, const QImage &frame)
@@ -302,5 +281,3 @@ int main(int argc, char **argv)
     benchmark::RunSpecifiedBenchmarks();
     return 0;
 }
-
-#include "databench.moc"

@@ -2,18 +2,15 @@
 // in the same run, the bare steps: the encoder, base64, and one pass of a stream over the event for each
 // client. Times are processor times. What the clients do does not count, and what goes to writing to their
 // sockets is told apart.
+#include "benchmain.h"
 #include "imageutil.h"
 #include "iservice.h"
 #include "serviceserver.h"
 #include "wire.h"
 
-#include <benchmark/benchmark.h>
-
 #include <QBuffer>
-#include <QCoreApplication>
 #include <QDataStream>
 #include <QImage>
-#include <QTemporaryDir>
 
 #include <opencv2/imgproc.hpp>
 
@@ -211,11 +208,5 @@ int main(int argc, char **argv)
     // As the service does, so that the heap is not given back and faulted in again for each event.
     mallopt(M_MMAP_THRESHOLD, 32 * 1024 * 1024);
     mallopt(M_TRIM_THRESHOLD, 256 * 1024 * 1024);
-    QTemporaryDir home;
-    qputenv("TMPDIR", home.path().toLocal8Bit());
-    QCoreApplication application(argc, argv);
-    qInstallMessageHandler(noteMessages);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    return runBenchmarks(argc, argv, noteMessages);
 }

@@ -1,15 +1,12 @@
 // Requests per second with several of them in flight, over the real socket: the real service with its log,
 // the host alone without a log, and a bare socket that gives each frame back.
+#include "benchmain.h"
 #include "iservice.h"
 #include "serviceprocess.h"
 #include "serviceserver.h"
 
-#include <benchmark/benchmark.h>
-
-#include <QCoreApplication>
 #include <QDataStream>
 #include <QLocalServer>
-#include <QTemporaryDir>
 #include <QThread>
 
 #include <memory>
@@ -134,11 +131,5 @@ BENCHMARK(bareSocket)->Arg(1)->Arg(32)->UseRealTime()->Unit(benchmark::kMicrosec
 
 int main(int argc, char **argv)
 {
-    QTemporaryDir home;
-    qputenv("TMPDIR", home.path().toLocal8Bit());
-    QCoreApplication application(argc, argv);
-    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    return runBenchmarks(argc, argv);
 }

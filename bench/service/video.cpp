@@ -1,12 +1,10 @@
 // What the real service costs while video runs and nothing is analysed: its processor time in hundredths of
 // one core, without the copy of each frame out of the segment, which is measured beside it.
+#include "benchmain.h"
 #include "eventually.h"
 #include "imagereader.h"
 #include "serviceprocess.h"
 
-#include <benchmark/benchmark.h>
-
-#include <QCoreApplication>
 #include <QFile>
 
 #include <chrono>
@@ -102,11 +100,5 @@ BENCHMARK(videoWithoutAnalysis)->Arg(30)->UseRealTime()->Unit(benchmark::kMillis
 
 int main(int argc, char **argv)
 {
-    QTemporaryDir home;
-    qputenv("TMPDIR", home.path().toLocal8Bit());
-    QCoreApplication application(argc, argv);
-    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
+    return runBenchmarks(argc, argv);
 }

@@ -1,6 +1,7 @@
 #include "aiservicecontroller.h"
 #include "basestrategy.h"
 #include "imagewritter.h"
+#include "queuedframes.h"
 #include "scripted.h"
 #include "support.h"
 
@@ -72,25 +73,6 @@ private:
     ImageBlock m_block;
     clockid_t m_clock = 0;
     std::atomic<bool> m_handled{false};
-};
-
-class Camera : public QObject
-{
-    Q_OBJECT
-
-signals:
-    void newImageSignal(const QImage &image);
-};
-
-class Receiver : public QObject
-{
-    Q_OBJECT
-
-public:
-    std::atomic<int> frames{0};
-
-public slots:
-    void onFrame(const QImage &) { ++frames; }
 };
 
 /// A signal with a QImage, queued to a thread that does nothing else.
@@ -167,5 +149,3 @@ void skippedFrames(benchmark::State &state)
 BENCHMARK(skippedFrames)->Arg(30)->Arg(60)->Unit(benchmark::kMicrosecond)->Iterations(100);
 
 } // namespace
-
-#include "skipped.moc"

@@ -11,11 +11,6 @@ constexpr int nearSquared = 16384;
 
 std::vector<GalleryItem> galleryItems;
 
-cv::Mat cropAt(const std::vector<cv::Mat> &crops, size_t index)
-{
-    return index < crops.size() ? crops[index] : cv::Mat();
-}
-
 } // namespace
 
 GalleryStrategy::GalleryStrategy() : BaseStrategy(QStringLiteral("GalleryStrategy"), QString())
@@ -50,7 +45,8 @@ void GalleryStrategy::handleFrame(const cv::Mat &frame)
         const auto partner = partners.find(i);
         if (partner == partners.end()) {
             galleryItems.push_back({static_cast<int>(galleryItems.size()), detector->m_rects[i],
-                                    cropAt(crops, i), cropAt(shown, i), centres[i], offsets[i]});
+                                    matching::cropAt(crops, i), matching::cropAt(shown, i), centres[i],
+                                    offsets[i]});
             continue;
         }
         GalleryItem &item = galleryItems[partner->second];
@@ -58,8 +54,8 @@ void GalleryStrategy::handleFrame(const cv::Mat &frame)
         if (item.offset >= offsets[i])
             continue;
         item.faceRect = detector->m_rects[i];
-        item.faceImg = cropAt(crops, i);
-        item.showImg = cropAt(shown, i);
+        item.faceImg = matching::cropAt(crops, i);
+        item.showImg = matching::cropAt(shown, i);
         item.offset = offsets[i];
     }
 }

@@ -67,4 +67,9 @@ std::map<size_t, size_t> nearestPairs(const std::vector<cv::Point> &from, const 
     return result;
 }
 
+cv::Mat cropAt(const std::vector<cv::Mat> &crops, size_t index)
+{
+    return index < crops.size() ? crops[index] : cv::Mat();
+}
+
 } // namespace matching

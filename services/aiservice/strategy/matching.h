@@ -7,7 +7,7 @@
 #include <vector>
 
 /**
- * The one-to-one assignments that the analyses share. Free of state, safe on any thread.
+ * What the analyses share to tell what belongs together. Free of state, safe on any thread.
  */
 namespace matching {
 
@@ -24,5 +24,8 @@ std::map<int, int> matchRows(std::vector<std::vector<double>> &rows, double thre
 /// From index in `from` to index in `to`.
 std::map<size_t, size_t> nearestPairs(const std::vector<cv::Point> &from, const std::vector<cv::Point> &to,
                                       int maxSquaredDistance);
+
+/// The head crop of the face with this index; empty where there are fewer crops than faces.
+cv::Mat cropAt(const std::vector<cv::Mat> &crops, size_t index);
 
 } // namespace matching

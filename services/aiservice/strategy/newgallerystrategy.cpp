@@ -45,11 +45,6 @@ QVariantMap galleryEntry(int gid, const QString &stuID, const cv::Mat &faceImg, 
     return map;
 }
 
-cv::Mat cropAt(const std::vector<cv::Mat> &crops, size_t index)
-{
-    return index < crops.size() ? crops[index] : cv::Mat();
-}
-
 } // namespace
 
 QString PersonGallery::toString() const
@@ -108,8 +103,8 @@ void NewGalleryStrategy::detectClassGallery(const cv::Mat &frame)
     for (size_t i = 0; i < faces.size(); ++i) {
         const auto person = std::make_shared<PersonGallery>();
         person->gid = static_cast<int>(i);
-        person->faceImg = cropAt(crops, i);
-        ai_image::beautifyFace(cropAt(shown, i), person->showImg);
+        person->faceImg = matching::cropAt(crops, i);
+        ai_image::beautifyFace(matching::cropAt(shown, i), person->showImg);
         person->faceRect = faces[i];
         people.push_back(person);
     }
@@ -204,8 +199,8 @@ void NewGalleryStrategy::detectStudentGallery(const cv::Mat &frame)
 
     detector->expandFaces();
     const cv::Rect face = detector->m_rects.front() + cv::Point(x, y);
-    QVariantMap map = galleryEntry(0, stuID, cropAt(detector->cropHeads(identifyEyes), 0),
-                                   cropAt(detector->cropHeads(showEyes), 0), face);
+    QVariantMap map = galleryEntry(0, stuID, matching::cropAt(detector->cropHeads(identifyEyes), 0),
+                                   matching::cropAt(detector->cropHeads(showEyes), 0), face);
     map.insert(QStringLiteral("isDetected"), 0);
     qInfo().noquote().nospace() << "[Gallery] student info: "
                                 << " stuID: " << stuID << " face" << rect_util::text(face);
