@@ -1,7 +1,6 @@
 #pragma once
 
 #include "aiconfig.h"
-#include "aiservice.h"
 #include "aiservicecontroller.h"
 #include "eventcatcher.h"
 #include "eventually.h"
@@ -17,21 +16,20 @@
 #include <QDir>
 #include <QFile>
 
-/// The threads of Qt that run in this process.
 inline int runningThreads()
 {
-    int count = 0;
-    for (const QString &task : QDir("/proc/self/task").entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        QFile name("/proc/self/task/" + task + "/comm");
-        count += name.open(QIODevice::ReadOnly) && name.readAll() == "QThread\n";
-    }
-    return count;
+    return QDir("/proc/self/task").entryList(QDir::Dirs | QDir::NoDotAndDotDot).size();
 }
 
-/**
- * A controller in a folder of its own, with scripted recognisers, an empty store and a writer on the
- * camera's segment, connected.
- */
+inline QVariantMap error(int code, const char *detail = nullptr)
+{
+    QVariantMap reply{{"rsp_error", code}};
+    if (detail)
+        reply["rsp_error_detail"] = detail;
+    return reply;
+}
+
+/// A controller that is connected to a camera, with scripted recognisers and an empty store.
 class ControllerTest : public ::testing::Test
 {
 protected:
@@ -41,8 +39,12 @@ protected:
         DataManager::instance()->clear();
         ExternalGallery::instance()->clear();
         AIConfig::instance().setModelLoadFlag(0);
-        QSqliteStorage::instance()->open(true);
-        connectCamera();
+        store->open(true);
+        controller->init();
+        // The first attempt finds the segment that is there by now.
+        QVariantMap none;
+        ASSERT_TRUE(eventually([&] { return controller->registerGallery({}, "") != error(-9); }));
+        ASSERT_TRUE(controller->loadModel(none));
     }
     void TearDown() override
     {
@@ -51,28 +53,15 @@ protected:
         // controller's, the reader's and the camera's.
         EXPECT_TRUE(eventually([&] { return runningThreads() <= threadsBefore + 3; }));
         delete controller;
-        delete camera;
-        QSqliteStorage::instance()->remove();
+        store->remove();
     }
 
-    /// Counts the recorder's, which stays from its first use on, and is known once it has named itself.
+    /// Counts those that stay from their first use on.
     static int threadsAtStart()
     {
-        cv::setNumThreads(
-            1); // OpenCV's own would take the name of the thread that first needs them, and stay
+        cv::setNumThreads(1); // no further ones from OpenCV
         VideoRecorder::instance();
-        EXPECT_TRUE(eventually([] { return runningThreads() > 0; }));
         return runningThreads();
-    }
-
-    void connectCamera()
-    {
-        camera = new ImageWritter("Camera", 2, 1920 * 1080 * 3, nullptr);
-        controller->init();
-        // The first attempt finds the segment that is there by now.
-        QVariantMap none;
-        ASSERT_TRUE(eventually([&] { return controller->registerGallery({}, "")["rsp_error"] != -9; }));
-        ASSERT_TRUE(controller->loadModel(none));
     }
 
     static QString faceText(int brightness, int side = 128)
@@ -82,26 +71,21 @@ protected:
     static QVariantMap gallery(const QString &stuID, int brightness,
                                const cv::Rect &rect = {100, 100, 80, 80})
     {
-        QVariantMap map{{"stuID", stuID}, {"faceImg", faceText(brightness)}};
-        map.insert("x", rect.x);
-        map.insert("y", rect.y);
-        map.insert("width", rect.width);
-        map.insert("height", rect.height);
-        return map;
+        return {{"stuID", stuID},      {"faceImg", faceText(brightness)},
+                {"x", rect.x},         {"y", rect.y},
+                {"width", rect.width}, {"height", rect.height}};
     }
     QVariantMap enrol(const QVariantList &galleries, const QString &requestID = "r")
     {
         return controller->registerGallery({{"galleries", galleries}}, requestID);
     }
-    static QStringList ids(const QVariant &list)
+    QVariantMap setExternal(const QVariantList &galleries)
     {
-        QStringList result;
-        for (const QVariant &value : list.toList())
-            result.append(value.toMap()["stuID"].toString());
-        return result;
+        return controller->setExternalGallery({{"galleries", galleries}}, "");
     }
     /// The ids of the rows of the store, in their order.
-    static QStringList stored() { return ids(QSqliteStorage::instance()->getStudentInfo()); }
+    QStringList stored() const { return students::ids(store->getStudentInfo()); }
+    QStringList storedExternals() const { return students::ids(store->getHistoryGalleries()["galleries"]); }
     static QStringList known()
     {
         QStringList result;
@@ -116,10 +100,14 @@ protected:
             result.append(item->stuID);
         return result;
     }
-    /// A frame straight to the controller, as the reader hands it over.
+    /// Frames straight to the controller, as the reader hands them over.
+    void sendFrames(int count)
+    {
+        for (int i = 0; i < count; ++i)
+            sendFrame();
+    }
     void sendFrame(int width = 1920, int height = 1080, int format = RGB)
     {
-        pixels.resize(1920 * 1080 * 4);
         ImageBlock block;
         block.size = static_cast<int>(pixels.size());
         block.width = width;
@@ -128,21 +116,20 @@ protected:
         block.data = pixels.data();
         controller->onIPCVideoFrame(block);
     }
+    /// Waits until so many events of this code have come; the last of them.
+    EventCatcher::Event event(unsigned int code, size_t count)
+    {
+        EXPECT_TRUE(eventually([&] { return catcher.events(code).size() >= count; }));
+        const auto events = catcher.events(code);
+        EXPECT_EQ(events.size(), count);
+        return events.empty() ? EventCatcher::Event() : events.back();
+    }
 
     const int threadsBefore = threadsAtStart();
     EventCatcher &catcher = EventCatcher::fresh();
     ModelManagerTestAccess::Recognisers recognisers;
+    QSqliteStorage *store = QSqliteStorage::instance();
     AIServiceController *controller = new AIServiceController(nullptr);
-    ImageWritter *camera = nullptr;
-    std::vector<char> pixels;
+    ImageWritter camera{"Camera", 2, 1920 * 1080 * 3, nullptr};
+    std::vector<char> pixels = std::vector<char>(1920 * 1080 * 4);
 };
-
-inline QVariantMap error(int code)
-{
-    return {{"rsp_error", code}};
-}
-
-inline QVariantMap error(int code, const char *detail)
-{
-    return {{"rsp_error", code}, {"rsp_error_detail", detail}};
-}

@@ -1,4 +1,3 @@
-#include "basestrategy.h"
 #include "fixture.h"
 
 #include <QImage>
@@ -9,76 +8,32 @@ namespace {
 
 TEST_F(ControllerTest, OnlyFramesOfTheRightShapeGoOutAndWithoutACopy)
 {
-    std::vector<QImage::Format> formats;
-    const uchar *bits = nullptr;
+    std::vector<QImage> frames;
     QObject::connect(
         controller, &AIServiceController::newImageSignal, controller,
-        [&](const QImage &image) {
-            formats.push_back(image.format());
-            bits = image.constBits();
-            EXPECT_EQ(image.size(), QSize(1920, 1080));
-            EXPECT_EQ(image.bytesPerLine(), image.format() == QImage::Format_RGB888 ? 5760 : 7680);
-        },
-        Qt::DirectConnection);
+        [&](const QImage &image) { frames.push_back(image); }, Qt::DirectConnection);
     sendFrame(1280, 720);
     sendFrame(1920, 1080, NV12);
     sendFrame(1920, 1080, BGR);
-    EXPECT_TRUE(formats.empty());
-    sendFrame();
-    EXPECT_EQ(reinterpret_cast<const char *>(bits), pixels.data());
+    EXPECT_TRUE(frames.empty());
+    controller->onCheckTimerDone();
+    EXPECT_EQ(event(1022, 1).info, (QVariantMap{{"status", 0}})); // no video
+    sendFrame(1920, 1080, RGB);
     sendFrame(1920, 1080, RGBA);
-    EXPECT_EQ(formats, (std::vector<QImage::Format>{QImage::Format_RGB888, QImage::Format_RGB32}));
-}
-
-TEST_F(ControllerTest, TheVideoWatchTellsChangesOnly)
-{
-    const auto states = [&] {
-        QList<int> result;
-        for (const auto &event : catcher.events(1022)) {
-            EXPECT_EQ(event.type, "service");
-            EXPECT_EQ(event.requestID, "0");
-            result.append(event.info["status"].toInt());
-        }
-        return result;
-    };
     controller->onCheckTimerDone();
-    controller->onCheckTimerDone();
-    EXPECT_EQ(states(), QList<int>{0});
-    sendFrame(1280, 720); // no video
-    controller->onCheckTimerDone();
-    EXPECT_EQ(states(), QList<int>{0});
-    sendFrame();
-    controller->onCheckTimerDone();
-    controller->onCheckTimerDone();
-    EXPECT_EQ(states(), (QList<int>{0, 1}));
-}
-
-TEST_F(ControllerTest, ANameHasOneStrategyAndAnUnknownOneNone)
-{
-    EXPECT_TRUE(controller->addNewStrategy("FaceEmotionStrategy", "1"));
-    EXPECT_TRUE(controller->addNewStrategy("FaceEmotionStrategy", "2"));
-    EXPECT_FALSE(controller->addNewStrategy("faceemotionstrategy", "1"));
-    // A stop of something that never ran leaves a null entry, which a start fills.
-    EXPECT_EQ(controller->detectHandup({}, "3", 0), error(-15, "handup not start"));
-    EXPECT_EQ(controller->detectHandup({}, "3", 1), error(0));
-    controller->resetStrategies();
-    EXPECT_EQ(controller->detectHandup({}, "3", 0), error(-15, "handup not start"));
-}
-
-TEST_F(ControllerTest, ARestartedAnalysisSurvivesALateSecondEndOfTheOldOne)
-{
-    // The budget's stop and the strategy's own give two `finished`; by the second a successor may stand
-    // under the name.
-    ASSERT_TRUE(controller->addNewStrategy("FaceEmotionStrategy", "1"));
-    const BaseStrategy *gone = nullptr;
-    controller->removeStrategy("FaceEmotionStrategy", gone); // another object: stays
-    EXPECT_TRUE(controller->addNewStrategy("FaceEmotionStrategy", "2"));
-    controller->removeStrategy("never there", gone);
+    EXPECT_EQ(event(1022, 2).info, (QVariantMap{{"status", 1}}));
+    ASSERT_EQ(frames.size(), 2U);
+    EXPECT_EQ(frames[0].format(), QImage::Format_RGB888);
+    EXPECT_EQ(frames[0].bytesPerLine(), 5760);
+    EXPECT_EQ(frames[1].format(), QImage::Format_RGB32);
+    EXPECT_EQ(reinterpret_cast<const char *>(frames[1].constBits()), pixels.data());
 }
 
 TEST_F(ControllerTest, FramesAndEndsOfAnalysesMeet)
 {
     // Starts, stops and resets on this thread while frames go out on another and strategies end themselves.
+    enrol({gallery("a", 50, {500, 400, 120, 120})});
+    const QVariantMap guest = gallery("guest", 90);
     recognisers.faces->finds({{300, 300, 90, 90}});
     std::atomic<bool> done{false};
     std::thread video([&] {
@@ -90,10 +45,15 @@ TEST_F(ControllerTest, FramesAndEndsOfAnalysesMeet)
         controller->startAttributeDetection({}, "a");
         controller->detectHandup({}, "h", 1);
         controller->detectConcerntration({}, "c", 1);
-        if (i % 3 == 0)
+        controller->tracking({{"stuID", "a"}}, "t", 1);
+        setExternal({guest}); // read by the fetch
+        if (i % 3 == 0) {
             controller->resetStrategies();
-        else
+            controller->clearHistoryGalleries("");
+        } else {
             controller->detectHandup({}, "h", 0);
+            controller->tracking({{"stuID", "a"}, {"requestID", "t"}}, "t", 0);
+        }
     }
     controller->resetStrategies();
     EXPECT_EQ(controller->fetchGalleryNew({}, "last"), error(0));
@@ -105,7 +65,7 @@ TEST_F(ControllerTest, FramesAndEndsOfAnalysesMeet)
 TEST_F(ControllerTest, ResetForgetsEverybodyAndDeletesTheStore)
 {
     enrol({gallery("a", 50)});
-    controller->setExternalGallery({{"galleries", QVariantList{gallery("b", 90)}}}, "");
+    setExternal({gallery("b", 90)});
     EXPECT_EQ(controller->reset("1"), error(0));
     EXPECT_TRUE(known().isEmpty());
     EXPECT_TRUE(externals().isEmpty());
@@ -113,25 +73,6 @@ TEST_F(ControllerTest, ResetForgetsEverybodyAndDeletesTheStore)
     EXPECT_FALSE(QFile::exists("ai.data"));
     EXPECT_EQ(enrol({gallery("a", 50)}), error(0)); // lives on without a database
     EXPECT_FALSE(QFile::exists("ai.data"));
-}
-
-TEST_F(ControllerTest, AClosedControllerOpensAgain)
-{
-    controller->close();
-    controller->init();
-    EXPECT_TRUE(eventually([&] { return controller->fetchGalleryNew({}, "1") == error(0); }));
-}
-
-TEST_F(ControllerTest, TheTimerSavesWhatTheCommandsDont)
-{
-    enrol({gallery("a", 50)});
-    DataManager::instance()->updateBodyRect(0, {1, 2, 3, 4}, 1);
-    controller->onStorageTimeDone();
-    const QVariantMap row = QSqliteStorage::instance()->getStudentInfo().value(0).toMap();
-    EXPECT_EQ(row["bodyX"], QVariant(1));
-    EXPECT_EQ(row["bodyH"], QVariant(4));
-    EXPECT_EQ(row["galleryScore"], QVariant(0.7));
-    EXPECT_TRUE(row["bestGallery"].toString().startsWith("data:image/jpg;base64,"));
 }
 
 } // namespace

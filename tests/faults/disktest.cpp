@@ -5,8 +5,6 @@
 
 #include <QFile>
 #include <QProcess>
-#include <QSqlDatabase>
-#include <QSqlQuery>
 
 #include <csignal>
 #include <unistd.h>
@@ -51,23 +49,13 @@ protected:
             }
         }
     }
-    /// The students of the store, read from a copy: SQLite would look for the place of the file itself.
-    QStringList rows()
+    /// Read from a copy: SQLite would look for the place of the file itself.
+    QStringList rows() const
     {
-        QStringList students;
         const QString copy = service.filePath("copy");
         QFile::remove(copy);
         EXPECT_TRUE(QFile::copy(onDisk("work/ai.data"), copy));
-        {
-            QSqlDatabase database = QSqlDatabase::addDatabase("QSQLITE", "look");
-            database.setDatabaseName(copy);
-            QSqlQuery query(database.open() ? database : QSqlDatabase());
-            query.exec("select stuID from ai_student order by stuID");
-            while (query.next())
-                students.append(query.value(0).toString());
-        }
-        QSqlDatabase::removeDatabase("look");
-        return students;
+        return storedStudents(copy);
     }
     void openClass()
     {

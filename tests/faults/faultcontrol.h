@@ -44,7 +44,8 @@ enum RecogniserClass
 struct FaultControl
 {
     std::array<std::atomic<int>, recogniserClasses> behaviour{};
-    std::array<std::atomic<int>, recogniserClasses> calls{}; ///< calls that were begun
+    std::array<std::atomic<int>, recogniserClasses> calls{};   ///< calls that were begun
+    std::array<std::atomic<int>, recogniserClasses> hanging{}; ///< calls that don't return now
 
     std::atomic<int> writes{0};        ///< calls that would have changed a watched file, so far
     std::atomic<int> failFrom{0};      ///< the first of them, from 1, that fails; 0 for none

@@ -3,13 +3,12 @@
 #include "classroom.h"
 #include "eventually.h"
 #include "faultcontrol.h"
-#include "imageutil.h"
 
 #include <gtest/gtest.h>
 
-#include <opencv2/imgproc.hpp>
-
 #include <QDir>
+#include <QSqlDatabase>
+#include <QSqlQuery>
 
 #include <memory>
 
@@ -34,6 +33,11 @@ public:
     void behave(RecogniserClass recogniser, Behaviour behaviour)
     {
         faults.behaviour[recogniser] = static_cast<int>(behaviour);
+    }
+    /// Waits until a call of the recogniser hangs, which may be one that was begun before.
+    bool waitForHang(RecogniserClass recogniser)
+    {
+        return eventually([&] { return faults.hanging[recogniser] > 0; }, 20000);
     }
     /// Waits until the recogniser has been called so many times more.
     bool waitForCalls(RecogniserClass recogniser, int count, int milliseconds = 20000)
@@ -97,16 +101,6 @@ protected:
         return answer.isEmpty() ? 1 : answer["rsp_error"].toInt();
     }
 
-    static QVariantMap galleryOf(const QString &student)
-    {
-        static const QString face = [] {
-            cv::Mat coarse(16, 16, CV_8UC3), picture;
-            cv::RNG(3).fill(coarse, cv::RNG::UNIFORM, 0, 255);
-            cv::resize(coarse, picture, cv::Size(128, 128), 0, 0, cv::INTER_CUBIC);
-            return ai_image::convertMat2Base64(picture);
-        }();
-        return {{"stuID", student}, {"faceImg", face}, {"x", 10}, {"y", 10}, {"width", 90}, {"height", 90}};
-    }
     /// The students that were taken, in the order of the request.
     QStringList enrol(const QStringList &students)
     {
@@ -120,6 +114,24 @@ protected:
         for (const QVariant &entry : event["successList"].toList())
             taken.append(entry.toMap()["stuID"].toString());
         return taken;
+    }
+
+    /// The students of a store's file, as whoever opens it now would see them; "broken" if the file is.
+    static QStringList storedStudents(const QString &file)
+    {
+        QStringList students;
+        {
+            QSqlDatabase database = QSqlDatabase::addDatabase("QSQLITE", "look");
+            database.setDatabaseName(file);
+            QSqlQuery query(database.open() ? database : QSqlDatabase());
+            if (!query.exec("PRAGMA integrity_check") || !query.next() || query.value(0) != "ok")
+                students.append("broken");
+            query.exec("select stuID from ai_student order by stuID");
+            while (query.next())
+                students.append(query.value(0).toString());
+        }
+        QSqlDatabase::removeDatabase("look");
+        return students;
     }
 
     FaultyService service;

@@ -114,7 +114,7 @@ TEST_F(RecogniserFaults, AHangHoldsUpOnlyWhoNeedsThatRecogniser)
     ASSERT_EQ(enrol(theClass), theClass);
     service.behave(bodyDetection, Behaviour::hangs);
     ASSERT_EQ(code(1030), 0);
-    ASSERT_TRUE(service.waitForCalls(bodyDetection, 1));
+    ASSERT_TRUE(service.waitForHang(bodyDetection));
     EXPECT_EQ(code(1031), 0);
     EXPECT_EQ(enrol({"Dan"}), QStringList{"Dan"});
     EXPECT_EQ(code(1021), 0);
@@ -130,7 +130,7 @@ TEST_F(RecogniserFaults, AHangHoldsUpOnlyWhoNeedsThatRecogniser)
         return makeRequest(Kind::execute, 1022, galleries);
     };
     ASSERT_TRUE(client->send(enrolment("Eve")));
-    ASSERT_TRUE(service.waitForCalls(faceId, 1));
+    ASSERT_TRUE(service.waitForHang(faceId));
     {
         TestClient other(service.socketPath());
         EXPECT_EQ(other.info(1001)["rsp_data"].toMap()["status"], QVariant(2));
@@ -142,7 +142,7 @@ TEST_F(RecogniserFaults, AHangHoldsUpOnlyWhoNeedsThatRecogniser)
     // A client that leaves meanwhile makes the server wait as well, and then nobody is answered.
     service.behave(faceId, Behaviour::hangs);
     ASSERT_TRUE(client->send(enrolment("Finn")));
-    ASSERT_TRUE(service.waitForCalls(faceId, 1));
+    ASSERT_TRUE(service.waitForHang(faceId));
     const int left = service.standardOutput().count("ServiceServer connection disconnect: socket");
     client.reset();
     ASSERT_TRUE(service.waitForOutput("ServiceServer connection disconnect: socket", left + 1));

@@ -4,9 +4,6 @@
 
 #include <QFile>
 #include <QRandomGenerator>
-#include <QSqlDatabase>
-#include <QSqlQuery>
-#include <QThread>
 
 #include <cerrno>
 #include <cstdio>
@@ -17,23 +14,7 @@ namespace {
 class StoreFaults : public FaultTest
 {
 protected:
-    /// The students of the file, as whoever opens it now would see them; "broken" if the file is.
-    QStringList rows()
-    {
-        QStringList students;
-        {
-            QSqlDatabase database = QSqlDatabase::addDatabase("QSQLITE", "look");
-            database.setDatabaseName(service.filePath("ai.data"));
-            QSqlQuery query(database.open() ? database : QSqlDatabase());
-            if (!query.exec("PRAGMA integrity_check") || !query.next() || query.value(0) != "ok")
-                students.append("broken");
-            query.exec("select stuID from ai_student order by stuID");
-            while (query.next())
-                students.append(query.value(0).toString());
-        }
-        QSqlDatabase::removeDatabase("look");
-        return students;
-    }
+    QStringList rows() const { return storedStudents(service.filePath("ai.data")); }
     static QStringList endingIn(const QString &suffix, const QStringList &students)
     {
         QStringList result;
@@ -103,7 +84,7 @@ TEST_F(StoreFaults, AWriteThatFailsCostsItsOwnRowAndNoOther)
 {
     if (FaultyService::isSanitized)
         GTEST_SKIP() << "writes can't be intercepted in a sanitizer build";
-    startClass();
+    startClass(100);
     failEachWrite(ENOSPC, 0);
     EXPECT_GT(m_largest, 20); // there were writes to fail
     failEachWrite(ENOSPC, 1);

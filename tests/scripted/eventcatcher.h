@@ -3,6 +3,7 @@
 #include "iservice.h"
 #include "messageSender.h"
 
+#include <algorithm>
 #include <mutex>
 #include <vector>
 
@@ -31,10 +32,8 @@ public:
     {
         std::lock_guard<std::mutex> locker(m_lock);
         std::vector<Event> chosen;
-        for (const Event &event : m_events) {
-            if (code == 0 || event.code == code)
-                chosen.push_back(event);
-        }
+        std::copy_if(m_events.begin(), m_events.end(), std::back_inserter(chosen),
+                     [&](const Event &event) { return code == 0 || event.code == code; });
         return chosen;
     }
 

@@ -2,16 +2,11 @@
 
 #include "modelmanager.h"
 
-#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
-#include <set>
 
-/**
- * Recognisers that follow a script: each calls a function that the test sets, on the thread of the
- * caller. Without a function they find nothing.
- */
+/// Recognisers that follow a script, on the thread of the caller. Without one they find nothing.
 namespace scripted {
 
 struct FaceDetection : mirovane::FaceDetectionMTCNN
@@ -38,20 +33,13 @@ struct FaceDetection : mirovane::FaceDetectionMTCNN
     {
         script = [rects](const cv::Mat &, std::vector<cv::Rect> &faces,
                          std::vector<std::vector<cv::Point>> &landmarks) {
+            faces = rects;
             for (const cv::Rect &rect : rects) {
-                faces.push_back(rect);
-                const auto part = [](int start, int size, int fifteenths) {
-                    return static_cast<int>(start + std::int64_t{size} * fifteenths / 15);
+                const auto part = [&rect](double x, double y) {
+                    return cv::Point(cv::Point2d(rect.x + x * rect.width, rect.y + y * rect.height));
                 };
-                const int left = part(rect.x, rect.width, 5);
-                const int right = part(rect.x, rect.width, 10);
-                const int eyes = part(rect.y, rect.height, 6);
-                const int mouth = part(rect.y, rect.height, 12);
-                landmarks.push_back({{left, eyes},
-                                     {right, eyes},
-                                     {part(rect.x, rect.width, 7), part(rect.y, rect.height, 9)},
-                                     {left, mouth},
-                                     {right, mouth}});
+                landmarks.push_back(
+                    {part(0.33, 0.4), part(0.67, 0.4), part(0.5, 0.6), part(0.33, 0.8), part(0.67, 0.8)});
             }
         };
     }
@@ -80,7 +68,6 @@ struct FaceID : mirovane::FaceIDDetection
         *id = best(face);
         return 0;
     }
-    void reserved1() override {}
     int extractFeature(const cv::Mat &face, cv::Mat *feature, bool) override
     {
         if (failExtract)
@@ -98,6 +85,7 @@ struct FaceID : mirovane::FaceIDDetection
             (*scores)[entry] = std::abs(value - brightness(face)) <= 3 ? matchScore : 0.1;
         return 0;
     }
+    void reserved1() override {}
     void reserved2() override {}
     int removeFace(int id) override
     {
@@ -153,8 +141,8 @@ struct BodyPose : mirovane::BodyPoseClassify
     int classify(const cv::Mat &, const std::vector<cv::Rect> &bodies, std::vector<int> &result,
                  std::vector<float> &scores, bool) override
     {
-        for (size_t i = 0; i < bodies.size(); ++i)
-            result.push_back(i < labels.size() ? labels[i] : 0);
+        result = labels;
+        result.resize(bodies.size());
         scores.assign(bodies.size(), 0.9F);
         return 0;
     }
@@ -185,14 +173,10 @@ struct FaceAttr : mirovane::FaceAttrDetection
     int detect(const cv::Mat &, const std::vector<cv::Rect> &faces,
                std::vector<mirovane::FaceAttrResult> &results, bool) override
     {
-        seen = faces;
-        results.resize(faces.size());
-        for (mirovane::FaceAttrResult &result : results)
-            result.labels = {label};
+        results.assign(faces.size(), mirovane::FaceAttrResult{{label}});
         return 0;
     }
 
-    std::vector<cv::Rect> seen;
     int label = 0;
 };
 
@@ -236,13 +220,10 @@ struct PoseClass : mirovane::PoseClassifyCMU
     int classify(const std::vector<cv::Mat> &points, std::vector<int> &result,
                  std::vector<float> &scores) override
     {
-        for (size_t i = 0; i < points.size(); ++i)
-            result.push_back(i < states.size() ? states[i] : 0);
+        result.assign(points.size(), 0);
         scores.assign(points.size(), 0.9F);
         return 0;
     }
-
-    std::vector<int> states;
 };
 
 } // namespace scripted
@@ -251,28 +232,13 @@ struct PoseClass : mirovane::PoseClassifyCMU
 class ModelManagerTestAccess
 {
 public:
-    /// One scripted recogniser of each class, in the manager from construction on and out of it again at
-    /// the end.
+    /// One scripted recogniser of each class, in the manager for as long as this lives.
     struct Recognisers
     {
         Recognisers() { install(); }
         ~Recognisers() { clear(); }
 
-        void install()
-        {
-            ModelManager &manager = ModelManager::instance();
-            std::lock_guard<std::mutex> locker(manager.m_lock);
-            manager.m_mtcnn = faces;
-            manager.m_faceId = ids;
-            manager.m_ssd = bodies;
-            manager.m_bodyPose = bodyPose;
-            manager.m_handup = handup;
-            manager.m_faceAttr = attributes;
-            manager.m_faceEmotion = emotion;
-            manager.m_cmu = pose;
-            manager.m_cmuSingle = pose;
-            manager.m_cmuPose = poseClass;
-        }
+        void install() const { put(this); }
 
         std::shared_ptr<scripted::FaceDetection> faces = std::make_shared<scripted::FaceDetection>();
         std::shared_ptr<scripted::FaceID> ids = std::make_shared<scripted::FaceID>();
@@ -285,26 +251,22 @@ public:
         std::shared_ptr<scripted::PoseClass> poseClass = std::make_shared<scripted::PoseClass>();
     };
 
-    static void clear()
+    static void clear() { put(nullptr); }
+
+private:
+    static void put(const Recognisers *set)
     {
         ModelManager &manager = ModelManager::instance();
         std::lock_guard<std::mutex> locker(manager.m_lock);
-        manager.m_mtcnn.reset();
-        manager.m_faceId.reset();
-        manager.m_ssd.reset();
-        manager.m_bodyPose.reset();
-        manager.m_handup.reset();
-        manager.m_faceAttr.reset();
-        manager.m_faceEmotion.reset();
-        manager.m_cmu.reset();
-        manager.m_cmuSingle.reset();
-        manager.m_cmuPose.reset();
-    }
-
-    static bool has(unsigned mask)
-    {
-        const ModelManager &manager = ModelManager::instance();
-        return (mask == 0x8 && manager.m_faceId) || (mask == 0x40 && manager.m_ssd) ||
-               (mask == 0x1 && manager.m_mtcnn) || (mask == 0x1000000 && manager.m_faceAttr);
+        manager.m_mtcnn = set ? set->faces : nullptr;
+        manager.m_faceId = set ? set->ids : nullptr;
+        manager.m_ssd = set ? set->bodies : nullptr;
+        manager.m_bodyPose = set ? set->bodyPose : nullptr;
+        manager.m_handup = set ? set->handup : nullptr;
+        manager.m_faceAttr = set ? set->attributes : nullptr;
+        manager.m_faceEmotion = set ? set->emotion : nullptr;
+        manager.m_cmu = set ? set->pose : nullptr;
+        manager.m_cmuSingle = set ? set->pose : nullptr;
+        manager.m_cmuPose = set ? set->poseClass : nullptr;
     }
 };

@@ -2,49 +2,29 @@
 
 #include <QCoreApplication>
 #include <QFile>
-#include <QTextStream>
 #include <QTimer>
 
 #include <cstdio>
 
-namespace {
-
-constexpr int width = 1920;
-constexpr int height = 1080;
-constexpr int frameBytes = width * height * 3;
-constexpr int segmentBlocks = 3;
-
-/// A picture in which every pixel changes from frame to frame.
-void paint(QByteArray &pixels, int number)
-{
-    char *pixel = pixels.data();
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) {
-            *pixel++ = static_cast<char>(x + number);
-            *pixel++ = static_cast<char>(y + number);
-            *pixel++ = static_cast<char>(x + y);
-        }
-    }
-}
-
-} // namespace
-
-/// A camera for tests: `framesource INTERVAL [FILE]` puts a frame into the segment "Camera" every INTERVAL
-/// milliseconds until it is killed. The frames are a moving pattern, or else the 1920 by 1080 RGB pixels that
-/// FILE holds. Says "writing" when the segment is there.
+/// A camera for tests: `framesource INTERVAL FILE` puts a frame into the segment "Camera" every INTERVAL
+/// milliseconds until it is killed. The frames are the 1920 by 1080 RGB pixels that FILE holds, or a moving
+/// pattern if it has no name. Says "writing" when the segment is there.
 int main(int argc, char **argv)
 {
+    constexpr int width = 1920;
+    constexpr int height = 1080;
+    constexpr int frameBytes = width * height * 3;
     QCoreApplication application(argc, argv);
-    const QStringList arguments = application.arguments();
-    QByteArray pixels(frameBytes, '\0');
-    if (arguments.size() > 2) {
-        QFile file(arguments[2]);
-        if (!file.open(QIODevice::ReadOnly) || file.size() != frameBytes)
-            return EXIT_FAILURE;
-        pixels = file.readAll();
-    }
-    ImageWritter writer("Camera", segmentBlocks, frameBytes);
-    if (arguments.size() < 2 || !writer.isAttached())
+    QFile file(application.arguments().value(2));
+    // A row more than a frame has: one that begins a pixel later looks moved.
+    QByteArray pixels(frameBytes + 3 * width, '\0');
+    for (int i = 0; i < pixels.size(); ++i)
+        pixels[i] = static_cast<char>(i / 3 % width + i % 3 * (i / 3 / width));
+    const bool isPattern = file.fileName().isEmpty();
+    if (!isPattern)
+        pixels = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    ImageWritter writer("Camera", 3, frameBytes);
+    if (pixels.size() < frameBytes || !writer.isAttached())
         return EXIT_FAILURE;
     std::puts("writing");
     std::fflush(stdout);
@@ -57,11 +37,9 @@ int main(int argc, char **argv)
     int number = 0;
     QTimer timer;
     QObject::connect(&timer, &QTimer::timeout, [&] {
-        if (arguments.size() == 2)
-            paint(pixels, ++number);
-        frame.data = pixels.data();
+        frame.data = pixels.data() + (isPattern ? 3 * (++number % width) : 0);
         writer.writeImageBlock(frame);
     });
-    timer.start(arguments[1].toInt());
+    timer.start(application.arguments().value(1).toInt());
     return QCoreApplication::exec();
 }

@@ -4,25 +4,30 @@
 
 #include <gtest/gtest.h>
 
+#include <QDateTime>
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 
 #include <csignal>
-#include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
-/// Tells one socket file from another that is later put in its place.
-QString fileIdentity(const QString &path)
+/// Removes the System V segments and semaphores whose key files lie in a folder. Their keys come from the
+/// inodes of these files, so they have to go before the folder does.
+void removeSharedMemory(const QString &folder)
 {
-    struct stat status = {};
-    if (stat(QFile::encodeName(path).constData(), &status) != 0)
-        return {};
-    return QString("%1 %2 %3").arg(status.st_ino).arg(status.st_ctim.tv_sec).arg(status.st_ctim.tv_nsec);
+    const auto keyFiles = QDir(folder).entryInfoList({"qipc_*"}, QDir::Files | QDir::System | QDir::Hidden);
+    for (const QFileInfo &file : keyFiles) {
+        const key_t key = ftok(QFile::encodeName(file.filePath()).constData(), 'Q');
+        if (key == -1)
+            continue;
+        if (file.fileName().startsWith("qipc_sharedmemory_"))
+            shmctl(shmget(key, 0, 0), IPC_RMID, nullptr);
+        semctl(semget(key, 0, 0), 0, IPC_RMID);
+    }
 }
 
 } // namespace
@@ -50,18 +55,15 @@ ServiceProcess::~ServiceProcess()
     }
 }
 
-bool ServiceProcess::start(const QStringList &arguments, int milliseconds)
+bool ServiceProcess::start(const QStringList &arguments)
 {
-    const QString before = fileIdentity(socketPath());
-    if (!launch(arguments))
-        return false;
-    return eventually(
-               [&] {
-                   const QString now = fileIdentity(socketPath());
-                   return !isRunning() || (!now.isEmpty() && now != before);
-               },
-               milliseconds) &&
-           isRunning();
+    // A service that was killed has left its socket there.
+    const QDateTime before = QFileInfo(socketPath()).metadataChangeTime();
+    const auto listens = [&] {
+        const QFileInfo file(socketPath());
+        return file.exists() && file.metadataChangeTime() != before;
+    };
+    return launch(arguments) && eventually([&] { return !isRunning() || listens(); }, 30000) && isRunning();
 }
 
 bool ServiceProcess::launch(const QStringList &arguments)
@@ -73,8 +75,6 @@ bool ServiceProcess::launch(const QStringList &arguments)
 
 void ServiceProcess::crash()
 {
-    if (!isRunning())
-        return;
     process.kill();
     process.waitForFinished(10000);
 }
@@ -92,25 +92,20 @@ bool ServiceProcess::waitForExit(int milliseconds)
 
 int ServiceProcess::exitCode() const
 {
-    const bool exited = !isRunning() && process.exitStatus() == QProcess::NormalExit;
-    return exited ? process.exitCode() : -1;
+    return !isRunning() && process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
 }
 
 QByteArray ServiceProcess::log() const
 {
     QByteArray lines;
-    QDirIterator files(filePath("Orelia/logs"), QDir::Files);
-    while (files.hasNext()) {
-        QFile file(files.next());
-        if (file.open(QIODevice::ReadOnly))
-            lines += file.readAll();
-    }
+    for (const QString &name : QDir(filePath("Orelia/logs")).entryList(QDir::Files))
+        lines += content("Orelia/logs/" + name);
     return lines;
 }
 
-bool ServiceProcess::waitForOutput(const QByteArray &text, int times, int milliseconds) const
+bool ServiceProcess::waitForOutput(const QByteArray &text, int times) const
 {
-    return eventually([&] { return standardOutput().count(text) >= times; }, milliseconds);
+    return eventually([&] { return standardOutput().count(text) >= times; }, 20000);
 }
 
 QByteArray ServiceProcess::content(const QString &name) const
@@ -119,32 +114,11 @@ QByteArray ServiceProcess::content(const QString &name) const
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-qint64 ServiceProcess::statusValue(const QByteArray &name) const
+qint64 ServiceProcess::residentKilobytes() const
 {
-    QFile file(QString("/proc/%1/status").arg(processId()));
-    if (!file.open(QIODevice::ReadOnly))
-        return 0;
-    const QList<QByteArray> lines = file.readAll().split('\n');
-    for (const QByteArray &line : lines) {
-        if (line.startsWith(name))
-            return line.mid(name.size()).simplified().split(' ').first().toLongLong();
-    }
-    return 0;
-}
-
-void removeSharedMemory(const QString &folder)
-{
-    const auto keyFiles = QDir(folder).entryInfoList({"qipc_*"}, QDir::Files | QDir::System | QDir::Hidden);
-    for (const QFileInfo &file : keyFiles) {
-        const key_t key = ftok(QFile::encodeName(file.filePath()).constData(), 'Q');
-        if (key == -1)
-            continue;
-        if (file.fileName().startsWith("qipc_sharedmemory_"))
-            shmctl(shmget(key, 0, 0), IPC_RMID, nullptr);
-        const int semaphore = semget(key, 0, 0);
-        if (semaphore != -1)
-            semctl(semaphore, 0, IPC_RMID);
-    }
+    QFile file(QString("/proc/%1/statm").arg(processId()));
+    file.open(QIODevice::ReadOnly);
+    return file.readAll().split(' ').value(1).toLongLong() * sysconf(_SC_PAGESIZE) / 1024;
 }
 
 bool FrameSource::start(int intervalMilliseconds, const QString &pixelFile)
@@ -153,10 +127,7 @@ bool FrameSource::start(int intervalMilliseconds, const QString &pixelFile)
     environment.insert("TMPDIR", home);
     process.setProcessEnvironment(environment);
     process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    QStringList arguments{QString::number(intervalMilliseconds)};
-    if (!pixelFile.isEmpty())
-        arguments.append(pixelFile);
-    process.start(FRAMESOURCE_BINARY, arguments);
+    process.start(FRAMESOURCE_BINARY, {QString::number(intervalMilliseconds), pixelFile});
     return process.waitForReadyRead(10000) && process.readLine() == "writing\n";
 }
 

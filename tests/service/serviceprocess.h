@@ -3,8 +3,6 @@
 #include "testclient.h"
 
 #include <QProcess>
-#include <QProcessEnvironment>
-#include <QStringList>
 #include <QTemporaryDir>
 
 /**
@@ -19,24 +17,20 @@ class ServiceProcess
 public:
     ServiceProcess();
     ~ServiceProcess();
-    ServiceProcess(const ServiceProcess &) = delete;
-    ServiceProcess &operator=(const ServiceProcess &) = delete;
 
     /// Another program than the service as it was built, for example an installed one.
     void setProgram(const QString &path) { program = path; }
     /// Holds from the next start.
     void setEnvironment(const QString &name, const QString &value) { environment.insert(name, value); }
-    const QProcessEnvironment &processEnvironment() const { return environment; }
 
     /// True as soon as the service listens; false when it ends before, or does not listen in time. Nothing
     /// connects to it, since the end of any connection stops what runs.
-    bool start(const QStringList &arguments = {}, int milliseconds = 30000);
+    bool start(const QStringList &arguments = {});
     /// Starts a process that is not expected to listen.
     bool launch(const QStringList &arguments);
 
     /// Ends the process as a crash would: nothing is flushed, nothing is closed.
     void crash();
-    /// Sends a signal to the process.
     void signal(int number);
     bool waitForExit(int milliseconds = 20000);
     bool isRunning() const { return process.state() == QProcess::Running; }
@@ -54,25 +48,19 @@ public:
     /// The log files, which reach the disk with a delay of some seconds.
     QByteArray log() const;
     /// Waits until the standard output, where log lines appear at once, holds the text `times` times.
-    bool waitForOutput(const QByteArray &text, int times = 1, int milliseconds = 20000) const;
+    bool waitForOutput(const QByteArray &text, int times = 1) const;
 
     /// Kilobytes that the process has in memory; 0 when it is gone.
-    qint64 residentKilobytes() const { return statusValue("VmRSS:"); }
-    qint64 threads() const { return statusValue("Threads:"); }
+    qint64 residentKilobytes() const;
 
 private:
     QByteArray content(const QString &name) const;
-    qint64 statusValue(const QByteArray &name) const;
 
     QTemporaryDir folder;
     QProcess process;
     QProcessEnvironment environment;
     QString program;
 };
-
-/// Removes the System V segments and semaphores whose key files lie in a folder. Their keys come from the
-/// inodes of these files, so they have to go before the folder does.
-void removeSharedMemory(const QString &folder);
 
 /**
  * A camera: a process that puts frames of 1920 by 1080 RGB pixels into the segment "Camera" of a folder. Ends
@@ -84,8 +72,6 @@ public:
     /// @param serviceHome temporary folder of the service that is to see the frames
     explicit FrameSource(QString serviceHome) : home(std::move(serviceHome)) {}
     ~FrameSource() { stop(); }
-    FrameSource(const FrameSource &) = delete;
-    FrameSource &operator=(const FrameSource &) = delete;
 
     /// Returns when the segment is there. Without a file of pixels the frames are a moving pattern.
     bool start(int intervalMilliseconds = 40, const QString &pixelFile = {});

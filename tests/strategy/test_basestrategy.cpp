@@ -1,30 +1,16 @@
 #include "basestrategy.h"
-#include "eventually.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
-#include <QCoreApplication>
 #include <QSemaphore>
-#include <QThread>
-
-#include <mutex>
-
-using ::testing::ElementsAre;
 
 namespace {
 
-const QImage frame = [] {
-    QImage image(64, 48, QImage::Format_RGB888);
-    image.fill(Qt::red);
-    return image;
-}();
-
-/// Counts what it handles and can hold up its thread.
+/// Notes what it handles and can hold up its thread.
 class Probe : public BaseStrategy
 {
 public:
-    explicit Probe(int interval) : BaseStrategy("Probe", "7") { m_frameInterval = interval; }
-    ~Probe() override { ++destroyed; }
+    Probe() : BaseStrategy("Probe", "7") {}
 
     void handleFrame(const cv::Mat &mat) override
     {
@@ -33,104 +19,72 @@ public:
         gate.release();
         EXPECT_EQ(mat.at<cv::Vec3b>(0, 0), cv::Vec3b(0, 0, 255));
         handled.push_back(m_seenFrames);
-        if (stopItself)
-            stop();
     }
 
-    static std::atomic<int> destroyed;
+    using BaseStrategy::m_frameInterval;
     std::vector<int> handled;
     QSemaphore entered;
     QSemaphore gate{1};
-    bool stopItself = false;
 };
 
-std::atomic<int> Probe::destroyed{0};
-
-/// Keeps a strategy for a test and releases it as the registry does.
-struct Holder
+class BaseStrategyTest : public ::testing::Test
 {
-    explicit Holder(int interval) : probe(new Probe(interval))
+protected:
+    void SetUp() override
     {
+        frame.fill(Qt::red);
         QObject::connect(
-            probe, &BaseStrategy::finished, probe, [this] { ++finished; }, Qt::DirectConnection);
+            strategy, &BaseStrategy::finished, strategy, [this] { ++finished; }, Qt::DirectConnection);
     }
-    ~Holder()
+    void TearDown() override
     {
-        const int before = Probe::destroyed;
-        BaseStrategy::release(probe);
-        EXPECT_TRUE(eventually([&] { return Probe::destroyed == before + 1; }));
+        QSemaphore gone;
+        QObject::connect(strategy, &QObject::destroyed, [&] { gone.release(); });
+        BaseStrategy::release(strategy);
+        EXPECT_TRUE(gone.tryAcquire(1, 10000));
     }
-    Probe *operator->() const { return probe; }
 
-    Probe *probe;
+    /// Offers a frame so often and waits until the strategy has taken all of them.
+    void offer(int count)
+    {
+        for (int i = 0; i < count; ++i)
+            strategy->offerFrame(frame);
+        QSemaphore done;
+        QMetaObject::invokeMethod(
+            strategy, [&] { done.release(); }, Qt::QueuedConnection);
+        ASSERT_TRUE(done.tryAcquire(1, 10000));
+    }
+
+    QImage frame{64, 48, QImage::Format_RGB888};
+    Probe *strategy = new Probe;
     std::atomic<int> finished{0};
 };
 
-/// Waits until the strategy has taken everything that was offered to it.
-void drain(const Holder &holder)
+TEST_F(BaseStrategyTest, EveryNthFrameFromTheFirstOn)
 {
-    QSemaphore done;
-    QMetaObject::invokeMethod(
-        holder.probe, [&] { done.release(); }, Qt::QueuedConnection);
-    ASSERT_TRUE(done.tryAcquire(1, 10000));
-}
-
-TEST(BaseStrategyTest, EveryNthFrameFromTheFirstOn)
-{
-    Holder strategy(30);
+    strategy->m_frameInterval = 30;
     ASSERT_TRUE(strategy->start());
     EXPECT_FALSE(strategy->start());
-    const int before = BaseStrategy::frameCount();
-    for (int i = 0; i < 61; ++i)
-        strategy->offerFrame(frame);
-    drain(strategy);
-    EXPECT_THAT(strategy->handled, ElementsAre(1, 31, 61));
+    offer(61);
+    EXPECT_EQ(strategy->handled, std::vector<int>({1, 31, 61}));
     strategy->stop();
-    EXPECT_EQ(strategy.finished, 1);
-    strategy->offerFrame(frame);
-    drain(strategy);
+    EXPECT_EQ(finished, 1);
+    offer(1);
     EXPECT_EQ(strategy->handled.size(), 3U);
-    EXPECT_EQ(BaseStrategy::frameCount() - before, 62);
 }
 
-TEST(BaseStrategyTest, ABudgetEndsTheRun)
+TEST_F(BaseStrategyTest, ABudgetEndsTheRun)
 {
-    Holder strategy(1);
     ASSERT_TRUE(strategy->startWithinFrames(2));
-    EXPECT_FALSE(strategy->startWithinFrames(5)); // the budget stays
-    QImage unknown(64, 48, QImage::Format_ARGB32);
-    strategy->offerFrame(unknown); // costs nothing of it
-    for (int i = 0; i < 5; ++i)
-        strategy->offerFrame(frame);
-    drain(strategy);
+    EXPECT_FALSE(strategy->startWithinFrames(5));                // the budget stays
+    strategy->offerFrame(QImage(64, 48, QImage::Format_ARGB32)); // costs nothing of it
+    offer(5);
     EXPECT_EQ(strategy->handled.size(), 2U);
-    EXPECT_EQ(strategy.finished, 1);
+    EXPECT_EQ(finished, 1);
 }
 
-TEST(BaseStrategyTest, ABudgetBelowOneIsOneAndTwoStopsAreTwoSignals)
+TEST_F(BaseStrategyTest, ABacklogIsBoundedAndDroppedFramesAreNotCounted)
 {
-    Holder strategy(1);
-    strategy->stopItself = true;
-    ASSERT_TRUE(strategy->startWithinFrames(0));
-    strategy->offerFrame(frame);
-    strategy->offerFrame(frame);
-    drain(strategy);
-    EXPECT_EQ(strategy->handled.size(), 1U);
-    EXPECT_EQ(strategy.finished, 2);
-}
-
-TEST(BaseStrategyTest, AnIntervalBelowOneHandlesNothing)
-{
-    Holder strategy(0);
-    ASSERT_TRUE(strategy->start());
-    strategy->offerFrame(frame);
-    drain(strategy);
-    EXPECT_TRUE(strategy->handled.empty());
-}
-
-TEST(BaseStrategyTest, ABacklogIsBoundedAndDroppedFramesAreNotCounted)
-{
-    Holder strategy(1);
     ASSERT_TRUE(strategy->start());
     strategy->gate.acquire();
     strategy->offerFrame(frame);
@@ -139,43 +93,9 @@ TEST(BaseStrategyTest, ABacklogIsBoundedAndDroppedFramesAreNotCounted)
     for (int i = 0; i < 1000; ++i)
         strategy->offerFrame(frame);
     strategy->gate.release();
-    drain(strategy);
+    offer(0);
     EXPECT_EQ(strategy->handled.size(), 1U + BaseStrategy::frameBacklog);
     EXPECT_EQ(BaseStrategy::frameCount() - before, BaseStrategy::frameBacklog);
-}
-
-TEST(BaseStrategyTest, AStrategyThatNeverRanIsReleasedAtOnce)
-{
-    const int before = Probe::destroyed;
-    auto *probe = new Probe(1);
-    BaseStrategy::release(probe);
-    EXPECT_EQ(Probe::destroyed, before + 1);
-}
-
-TEST(BaseStrategyTest, ReleasedFromInsideItsOwnFrameItEndsAfterIt)
-{
-    const int before = Probe::destroyed;
-    auto *probe = new Probe(1);
-    probe->stopItself = true;
-    QObject::connect(
-        probe, &BaseStrategy::finished, probe, [probe] { BaseStrategy::release(probe); },
-        Qt::DirectConnection);
-    probe->start();
-    probe->offerFrame(frame);
-    EXPECT_TRUE(eventually([&] { return Probe::destroyed == before + 1; }));
-}
-
-TEST(StrategyFactory, KnowsItsNamesLetterForLetter)
-{
-    for (const char *name : {"GalleryStrategy", "GalleryStrategyNew", "ConcerntrationStrategy",
-                             "CMUHandupStrategy", "TrackingStrategy", "HandupPickStrategy",
-                             "FunctionGameStrategy", "AttributeStrategy", "FaceEmotionStrategy"}) {
-        BaseStrategy *strategy = BaseStrategy::createNewStrategy(name, "1");
-        ASSERT_TRUE(strategy) << name;
-        BaseStrategy::release(strategy);
-    }
-    EXPECT_FALSE(BaseStrategy::createNewStrategy("handuppickstrategy", "1"));
-    EXPECT_FALSE(BaseStrategy::createNewStrategy("", "1"));
 }
 
 } // namespace

@@ -36,8 +36,12 @@ inline Behaviour beginCall(RecogniserClass recogniser)
 {
     if (control())
         ++control()->calls[recogniser];
-    while (behaviourOf(recogniser) == Behaviour::hangs)
-        pause(5);
+    if (behaviourOf(recogniser) == Behaviour::hangs) {
+        ++control()->hanging[recogniser];
+        while (behaviourOf(recogniser) == Behaviour::hangs)
+            pause(5);
+        --control()->hanging[recogniser];
+    }
     const Behaviour behaviour = behaviourOf(recogniser);
     switch (behaviour) {
     case Behaviour::throws:

@@ -1,4 +1,5 @@
 #include <aiclient.h>
+#include <mirovane/recognisers.h>
 
 #include <QCoreApplication>
 
@@ -9,9 +10,7 @@ int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
     AiClient client;
-    if (argc != 2 || !client.connectToService(argv[1]))
-        return 2;
-    if (!client.call(AiClient::Open).ok() ||
+    if (argc != 2 || !client.connectToService(argv[1]) || !client.call(AiClient::Open).ok() ||
         !client.call(AiClient::Execute, 1001, QVariantMap{{"handup", true}}).ok())
         return 1;
     const QVariantMap data = client.call(AiClient::Info, 1001).data.toMap();

@@ -1,0 +1,136 @@
+#include "aiconfig.h"
+#include "scripted.h"
+
+#include <gmock/gmock.h>
+#include <opencv2/imgproc.hpp>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+
+using ::testing::ElementsAre;
+
+namespace {
+
+/// A settings file beside the test program for the length of a test.
+class Settings : public ::testing::Test
+{
+protected:
+    void TearDown() override { QFile::remove(path); }
+    void load(const QByteArray &text)
+    {
+        QDir().mkpath(folder);
+        QFile file(path);
+        ASSERT_TRUE(file.open(QFile::WriteOnly));
+        file.write(text);
+        file.close();
+        config.load();
+    }
+
+    QString folder = QCoreApplication::applicationDirPath() + "/model";
+    QString path = folder + "/aiconfig.ini";
+    AIConfig &config = AIConfig::instance();
+};
+
+TEST_F(Settings, DefaultsStandAndOneKeyFeedsBothConfigurationPaths)
+{
+    config.load(); // there is no file
+    const std::string model = folder.toStdString() + "/";
+    EXPECT_EQ(config.modelConfigPath, model + "model-config.ini");
+    EXPECT_EQ(config.cmuConfigPath, model + "cmu.ini");
+    EXPECT_EQ(config.faceIdModelPath, model + "det_face_id_v1.0.10.pb");
+    EXPECT_EQ(config.fetchGalleryThre, 0.35);
+    EXPECT_EQ(config.detectGalleryThre, 0.43);
+    EXPECT_EQ(config.smileThre, 0.75F);
+
+    load("[AIService]\nmodelpath=/somewhere/else\nmodel_config=common.ini\nSSD_model=/abs/body.bin\n"
+         "[AIConfig]\nfetchGalleryThre=0.5\nsmileThre=0.8\ndetectGalleryThre=nonsense\n");
+    EXPECT_EQ(config.modelConfigPath, "/somewhere/else/common.ini");
+    EXPECT_EQ(config.cmuConfigPath, "/somewhere/else/common.ini");
+    EXPECT_EQ(config.ssdModelPath, "/abs/body.bin");
+    EXPECT_EQ(config.handupModelPath, "/somewhere/else/cls_handup_v3.0.1.bin");
+    EXPECT_EQ(config.fetchGalleryThre, 0.5);
+    EXPECT_EQ(config.smileThre, 0.8F);
+    EXPECT_EQ(config.detectGalleryThre, 0.0);
+}
+
+TEST_F(Settings, FlagsAreAddedAndNeverCleared)
+{
+    config.setModelLoadFlag(0);
+    config.setModelFlags({{"ssd", true}, {"emotion", "true"}, {"unknown", true}});
+    EXPECT_EQ(config.modelLoadFlag, 0x40040U);
+    for (const char *name : {"faceMtcnn", "faceid", "cmu", "bodypose", "cmuPose", "handup", "faceAttr"})
+        config.setModelFlags({{name, true}, {"ssd", false}});
+    EXPECT_EQ(config.modelLoadFlag, 0x1249249U);
+}
+
+TEST_F(Settings, AMissingModelStopsItsStageOnlyAndALaterCallGoesOn)
+{
+    QFile models(MODEL_FOLDER "/aiconfig.ini");
+    ASSERT_TRUE(models.open(QFile::ReadOnly));
+    load(models.readAll().replace("[AIService]", "[AIService]\nmodelpath=" MODEL_FOLDER));
+    config.setModelLoadFlag(0x40 | 0x1 | 0x8 | 0x200 | 0x8000);
+    const std::string present = config.mtcnnModel3Path;
+    const cv::Mat picture(128, 128, CV_8UC3, cv::Scalar::all(90));
+    ModelManager &manager = ModelManager::instance();
+    EXPECT_FALSE(manager.createSSDModel(picture)->detect());
+    EXPECT_FALSE(manager.createFaceIDModel(picture, FaceIDModel::Clear, -1)->detect());
+
+    for (const std::string &bad : {folder.toStdString() + "/missing", path.toStdString()}) { // no model
+        config.mtcnnModel3Path = bad;
+        EXPECT_FALSE(manager.init());
+        EXPECT_TRUE(manager.createSSDModel(picture)->detect()); // before the missing one
+        EXPECT_FALSE(manager.createMTCNNModel(picture, true)->detect());
+        EXPECT_TRUE(manager.createFaceIDModel(picture, FaceIDModel::Clear, -1)->detect()); // the second stage
+    }
+    config.mtcnnModel3Path = present;
+    EXPECT_TRUE(manager.init());
+    EXPECT_TRUE(manager.createMTCNNModel(picture, true)->detect());
+    ModelManagerTestAccess::clear();
+}
+
+class Wrappers : public ::testing::Test
+{
+protected:
+    ModelManagerTestAccess::Recognisers recognisers;
+    ModelManager &manager = ModelManager::instance();
+    cv::Mat frame = cv::Mat(1080, 1920, CV_8UC3, cv::Scalar(90, 90, 90));
+};
+
+TEST_F(Wrappers, HeadCropPutsTheEyesLevelAtTheirPlaces)
+{
+    // Two eyes 80 apart on a slope, drawn as dots.
+    const cv::Point left(500, 400), right(564, 448);
+    cv::circle(frame, left, 6, cv::Scalar(255, 255, 255), cv::FILLED);
+    cv::circle(frame, right, 6, cv::Scalar(255, 255, 255), cv::FILLED);
+    recognisers.faces->script = [&](const cv::Mat &, std::vector<cv::Rect> &faces,
+                                    std::vector<std::vector<cv::Point>> &landmarks) {
+        faces = {{450, 350, 160, 160}, {0, 0, 50, 50}};
+        landmarks = {{left, right, {530, 440}, {500, 470}, {540, 500}}, {{7, 7}, {7, 7}}};
+    };
+    const auto model = manager.createMTCNNModel(frame, true);
+    ASSERT_TRUE(model->detect());
+    const std::vector<cv::Mat> heads = model->cropHeads(40);
+    ASSERT_EQ(heads.size(), 1U); // the second face has no eye distance
+    ASSERT_EQ(heads[0].size(), cv::Size(128, 128));
+    EXPECT_GT(heads[0].at<cv::Vec3b>(58, 44)[0], 200);
+    EXPECT_GT(heads[0].at<cv::Vec3b>(58, 84)[0], 200);
+    EXPECT_LT(heads[0].at<cv::Vec3b>(58, 64)[0], 120);
+}
+
+TEST_F(Wrappers, HandCropsGrowUpwardsAndStayInsideTheColumns)
+{
+    recognisers.handup->labels = std::vector<int>(9, 1);
+    recognisers.handup->scores = std::vector<float>(9, 0.9F);
+    const auto model = manager.createHandupModel(
+        frame, {cv::Rect(100, 200, 50, 60), cv::Rect(1, 5, 40, 40), cv::Rect(1900, 1000, 40, 300)});
+    ASSERT_TRUE(model->detect());
+    EXPECT_EQ(model->m_rects[0], cv::Rect(100, 200, 51, 61));
+    EXPECT_THAT(recognisers.handup->seen,
+                ElementsAre(cv::Rect(97, 194, 56, 61), cv::Rect(97, 188, 56, 67), cv::Rect(97, 182, 56, 73),
+                            cv::Rect(0, 0, 46, 41), cv::Rect(0, 0, 46, 47), cv::Rect(0, 0, 46, 53),
+                            cv::Rect(1897, 994, 23, 301), cv::Rect(1897, 988, 23, 307),
+                            cv::Rect(1897, 982, 23, 313)));
+}
+
+} // namespace

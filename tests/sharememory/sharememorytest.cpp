@@ -1,0 +1,283 @@
+#include "imagereader.h"
+#include "imagewritter.h"
+
+#include <QSharedMemory>
+#include <QSystemSemaphore>
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <unistd.h>
+
+namespace {
+
+constexpr std::int32_t lowest = std::numeric_limits<std::int32_t>::min();
+constexpr std::int32_t highest = std::numeric_limits<std::int32_t>::max();
+constexpr int frameSize = 64;
+constexpr int stride = frameSize + 136;
+
+/// Stops the timer thread of a reader or a writer, so that a test alone tells when it polls or copies.
+void takeOverTimer(QObject &object)
+{
+    auto *const thread = object.findChild<QThread *>();
+    thread->quit();
+    ASSERT_TRUE(thread->wait(5000));
+}
+
+/// Every byte of a frame is its number.
+void write(ImageWritter &writer, int number, int size = frameSize)
+{
+    QByteArray pixels(frameSize + 1, char(number));
+    ImageBlock ib;
+    ib.size = size;
+    ib.width = number;
+    ib.data = pixels.data();
+    EXPECT_TRUE(writer.writeImageBlock(ib));
+}
+
+/// A segment of a test, removed with its semaphore at the end: System V keys come from the inode of a
+/// file in the temporary folder, and the next test may get the same one.
+class SegmentTest : public ::testing::Test
+{
+protected:
+    SegmentTest()
+    {
+        remove();
+        QObject::connect(
+            &m_reader, &ImageReader::newImageBlockSignal, &m_reader, [this](ImageBlock ib) { keep(ib); },
+            Qt::DirectConnection);
+    }
+    ~SegmentTest() override
+    {
+        m_reader.stopToRead();
+        remove();
+    }
+
+    void remove()
+    {
+        const QSystemSemaphore semaphore(m_key, 1, QSystemSemaphore::Create);
+        QSharedMemory left(m_key);
+        left.attach();
+    }
+
+    void startReader()
+    {
+        EXPECT_TRUE(m_reader.startToRead());
+        takeOverTimer(m_reader);
+    }
+
+    /// Notes the number of a delivered frame, -1 for one with wrong bytes.
+    void keep(const ImageBlock &ib)
+    {
+        const QByteArray expected(ib.size, char(ib.width));
+        const bool intact = std::memcmp(ib.data, expected.constData(), std::size_t(ib.size)) == 0;
+        m_frames.append(intact ? ib.width : -1);
+    }
+
+    /// The frames that a poll delivers.
+    QList<int> poll()
+    {
+        m_frames.clear();
+        m_reader.readDataSlot();
+        return m_frames;
+    }
+
+    const QString m_key = "segmenttest";
+    QList<int> m_frames;
+    ImageReader m_reader{m_key};
+};
+
+class FramesTest : public SegmentTest
+{
+protected:
+    FramesTest()
+    {
+        takeOverTimer(m_writer);
+        startReader();
+    }
+
+    QList<int> copyAndPoll()
+    {
+        m_writer.copyDataToShm();
+        return poll();
+    }
+
+    ImageWritter m_writer{m_key, 3, frameSize};
+};
+
+TEST_F(FramesTest, ComeOnceAndOldestFirstWhileTheRingTurns)
+{
+    int number = 0;
+    for (int batch : {1, 2, 3, 1, 3, 2}) {
+        QList<int> expected;
+        for (int i = 0; i < batch; ++i) {
+            write(m_writer, ++number);
+            expected.append(number);
+        }
+        EXPECT_EQ(copyAndPoll(), expected);
+        EXPECT_EQ(copyAndPoll(), QList<int>());
+    }
+    QSharedMemory memory(m_key);
+    ASSERT_TRUE(memory.attach(QSharedMemory::ReadOnly));
+    ShmHeader ring;
+    std::memcpy(&ring, memory.constData(), sizeof ring);
+    EXPECT_EQ(ring.totalSize, 124 + 3 * stride);
+    EXPECT_EQ(ring.used, 3);
+    EXPECT_EQ(ring.writeIndex, number % 3);
+    EXPECT_EQ(ring.readIndex, ring.writeIndex);
+    EXPECT_EQ(ring.changeText().size(), 38);
+}
+
+TEST_F(FramesTest, TheOldestAreLostWhenReaderOrWriterIsLate)
+{
+    for (int number = 1; number <= 5; ++number) {
+        write(m_writer, number);
+        m_writer.copyDataToShm();
+    }
+    EXPECT_EQ(poll(), (QList<int>{3, 4, 5}));
+    for (int number = 6; number <= 12; ++number)
+        write(m_writer, number);
+    EXPECT_EQ(copyAndPoll(), (QList<int>{10, 11, 12}));
+}
+
+TEST_F(FramesTest, RestartDeliversNoFrameTwice)
+{
+    write(m_writer, 1);
+    EXPECT_EQ(copyAndPoll(), QList<int>{1});
+    EXPECT_TRUE(m_reader.stopToRead());
+    write(m_writer, 2);
+    EXPECT_EQ(copyAndPoll(), QList<int>());
+    startReader();
+    EXPECT_EQ(poll(), QList<int>{2});
+}
+
+TEST_F(FramesTest, WriterDropsWhatIsNoFrame)
+{
+    ImageBlock ib;
+    ib.size = frameSize; // and no data
+    EXPECT_TRUE(m_writer.writeImageBlock(ib));
+    for (int size : {frameSize + 1, 0, -1, lowest, highest})
+        write(m_writer, 2, size);
+    write(m_writer, 1);
+    EXPECT_EQ(copyAndPoll(), QList<int>{1});
+}
+
+// The second one goes on with indices of its own.
+TEST_F(FramesTest, TwoWritersOfOneKeyAreBothRead)
+{
+    ImageWritter second(m_key, 3, frameSize);
+    takeOverTimer(second);
+    for (int number = 1; number <= 8; number += 2) {
+        write(m_writer, number);
+        EXPECT_TRUE(copyAndPoll().contains(number));
+        write(second, number + 1);
+        second.copyDataToShm();
+        EXPECT_TRUE(poll().contains(number + 1));
+    }
+}
+
+TEST_F(SegmentTest, ALargerLayoutReplacesTheSegmentOfADeadWriterOnly)
+{
+    const auto dieAttached = [this] {
+        const ImageWritter small(m_key, 1, 16);
+        _exit(0);
+    };
+    EXPECT_EXIT(dieAttached(), testing::ExitedWithCode(0), "");
+    ImageWritter larger(m_key, 3, frameSize);
+    takeOverTimer(larger);
+    startReader();
+    write(larger, 1);
+    larger.copyDataToShm();
+    EXPECT_EQ(poll(), QList<int>{1});
+    EXPECT_FALSE(ImageWritter(m_key, 5, frameSize).isAttached());
+}
+
+/// A segment whose content the test writes byte by byte, as a foreign or damaged writer would.
+class HostileSegmentTest : public SegmentTest
+{
+protected:
+    HostileSegmentTest()
+    {
+        EXPECT_TRUE(m_memory.create(124 + 3 * stride));
+        startReader();
+    }
+
+    char *at(int offset) { return static_cast<char *>(m_memory.data()) + offset; }
+    void put(int offset, std::int32_t value) { std::memcpy(at(offset), &value, sizeof value); }
+    void putText(int offset, const QByteArray &text) { qstrcpy(at(offset), text.constData()); }
+
+    /// One good frame in block 0, and a header that says so.
+    void putGoodFrame(int number)
+    {
+        const std::int32_t header[] = {m_memory.size(), stride, 1, 3, 1, 0};
+        std::memcpy(at(0), header, sizeof header);
+        putText(24, "change" + QByteArray::number(number));
+        put(124, frameSize);
+        put(128, number);
+        putText(124 + 32, "frame" + QByteArray::number(number));
+        std::memset(at(124 + 136), number, frameSize);
+    }
+
+    QSharedMemory m_memory{m_key};
+};
+
+TEST_F(HostileSegmentTest, HeadersOfAnyContentDoNoHarmBeforeAndAfterAGoodFrame)
+{
+    // Whether the frame is held back, and what is wrong.
+    const std::tuple<bool, const char *, int, QList<std::int32_t>> damages[] = {
+        {true, "stride", 4, {lowest, -136, -1, 0, 135, 136, 201, 1 << 30, highest}},
+        {true, "used, none", 8, {lowest, -1, 0}},
+        {true, "capacity", 12, {lowest, -3, -1, 0, 4, 1 << 29, highest}},
+        {true, "read index, negative", 20, {lowest, -1, -3}},
+        {true, "frame size", 124, {lowest, -1, 0, frameSize + 1, stride, 1 << 30, highest}},
+        {false, "used, too many", 8, {4, 1 << 30, highest}},
+        {false, "read index, beyond the ring", 20, {3, 300, highest / 3 * 3}},
+        {false, "total size, not looked at", 0, {lowest, -1, 0, 123, highest}},
+        {false, "write index, not looked at", 16, {lowest, -1, 3, highest}},
+    };
+    int number = 0;
+    for (int round = 0; round < 2; ++round) {
+        for (const auto &[blocksFrame, name, offset, values] : damages) {
+            for (std::int32_t value : values) {
+                putGoodFrame(++number);
+                put(offset, value);
+                EXPECT_EQ(poll().isEmpty(), blocksFrame) << name << " " << value;
+            }
+        }
+        putGoodFrame(++number);
+        EXPECT_EQ(poll().size(), 1) << "the second round finds the buffers allocated";
+    }
+}
+
+TEST_F(HostileSegmentTest, TextsWithoutAnEndStopWithTheirField)
+{
+    putGoodFrame(1);
+    std::memset(at(24), 'c', 100);
+    std::memset(at(124 + 32), 'i', 104);
+    EXPECT_EQ(poll(), QList<int>{1});
+    putText(24, "other");
+    EXPECT_EQ(poll(), QList<int>()) << "the same identifier again";
+}
+
+TEST_F(HostileSegmentTest, ALaterLayoutIsHeldAgainstTheFirstBuffers)
+{
+    putGoodFrame(1);
+    EXPECT_EQ(poll(), QList<int>{1});
+
+    // One block of all bytes now: its frame would not fit.
+    putGoodFrame(2);
+    put(4, 3 * stride);
+    put(12, 1);
+    put(124, frameSize + 1);
+    EXPECT_EQ(poll(), QList<int>());
+
+    // More blocks than buffers.
+    putGoodFrame(3);
+    put(4, 137);
+    put(8, 4);
+    put(12, 4);
+    put(124, 1);
+    EXPECT_EQ(poll(), QList<int>{3});
+}
+
+} // namespace
