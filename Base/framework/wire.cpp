@@ -16,8 +16,8 @@ namespace wire {
 namespace {
 
 constexpr quint32 nullLength = 0xffffffff;
-constexpr qint64 largestReserve = 64 * 1024 * 1024; // bytes
-constexpr int longestAuthority = 1024; // bytes of the host of a QUrl, and of what stands around it
+constexpr int largestReserve = 64 * 1024 * 1024; // bytes
+constexpr int longestAuthority = 1024;           // bytes of the host of a QUrl, and of what stands around it
 constexpr int largestPatterns = 1000; // characters of all QRegExp patterns of a payload, repetitions expanded
 
 /// The content of a variant of type T, for writing in place.

@@ -133,7 +133,7 @@ TEST_F(ProcessFaults, OverloadLeavesMemoryFlatAndStopsAnswered)
     clock.start();
     qint64 settled = 0;
     qint64 most = 0;
-    while (clock.elapsed() < seconds * 1000) {
+    while (clock.elapsed() < seconds * 1000L) {
         client->receive(200);
         most = std::max(most, service.residentKilobytes());
         if (clock.elapsed() < std::min(60000, seconds * 500))
@@ -169,7 +169,7 @@ TEST_F(ProcessFaults, AClientThatNeverReadsHoldsUpTheOthersUntilItGoes)
     QElapsedTimer total, clock;
     total.start();
     bool heldUp = false;
-    for (int round = 0; !heldUp || total.elapsed() < seconds * 1000; ++round) {
+    for (int round = 0; !heldUp || total.elapsed() < seconds * 1000L; ++round) {
         ASSERT_LT(round, 100);
         clock.start();
         ASSERT_EQ(code(1021), 0);

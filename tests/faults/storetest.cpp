@@ -57,6 +57,8 @@ protected:
 
             // Space again: the next one is kept without more ado.
             ASSERT_EQ(enrol({"f" + suffix}), QStringList{"f" + suffix});
+            // External faces that stayed would give the next script ever more writes.
+            ASSERT_EQ(code(1027), 0);
             const QStringList after = rows();
             const QStringList ours = endingIn(suffix, after);
             EXPECT_EQ(ours.count("f" + suffix), 1);

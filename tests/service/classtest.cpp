@@ -61,7 +61,7 @@ TEST_F(ClassTest, FacesAreFoundEnrolledAndBackAfterAKill)
     cv::cvtColor(demo.frame(0), rgb, cv::COLOR_BGR2RGB);
     QFile pixels(service.filePath("pixels"));
     ASSERT_TRUE(pixels.open(QFile::WriteOnly));
-    pixels.write(reinterpret_cast<const char *>(rgb.data), static_cast<qint64>(rgb.total() * 3));
+    pixels.write(reinterpret_cast<const char *>(rgb.data), 3 * static_cast<qint64>(rgb.total()));
     pixels.close();
     ASSERT_TRUE(camera.start(40, pixels.fileName()));
     startService();
@@ -171,7 +171,7 @@ Command randomCommand(QRandomGenerator &random, QSet<QString> students, const QS
     int code = 1022;
     QVariantMap data{{"galleries", QVariantList{galleryOf(newcomer)}}};
     if (kind != 0) {
-        const QString student = known[random.bounded(known.size())];
+        const QString &student = known[random.bounded(known.size())];
         students.remove(student);
         code = kind == 1 ? 1025 : 1024;
         data = {{"stuID", student}, {"oldStuID", student}, {"newStuID", newcomer}};
