@@ -203,6 +203,9 @@ TEST_F(ServiceServerTest, NothingOfADeadConnectionReachesALaterOne)
 
 TEST_F(ServiceServerTest, ServesAgainAfterRunningOutOfDescriptors)
 {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "UBSan looks at objects through a pipe, and there would be no descriptor for it";
+#endif
     rlimit usual{};
     getrlimit(RLIMIT_NOFILE, &usual);
     rlimit tight = usual;
