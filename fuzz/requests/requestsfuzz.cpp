@@ -170,7 +170,8 @@ private:
         block.size = steps.oneIn(32) ? steps.take<std::int32_t>() : int(m_pixels.size());
         block.data = m_pixels.data();
         const bool wait = !steps.oneIn(4);
-        for (int i = counts[steps.choose(int(std::size(counts)))]; i > 0; --i)
+        const int wanted = counts[steps.choose(int(std::size(counts)))];
+        for (int i = 0; i < wanted && m_framesLeft > 0; ++i, --m_framesLeft)
             m_controller.onIPCVideoFrame(block);
         if (wait)
             drain();
@@ -191,6 +192,7 @@ private:
     ImageWritter m_camera{"Camera", 1, 64, nullptr};
     AIService m_service;
     AIServiceController &m_controller = *controllerOf(m_service);
+    int m_framesLeft = 40; ///< of an input, so that it stays below a second
     std::vector<char> m_pixels = std::vector<char>(std::size_t(1920 * 1080 * 4), 90);
 };
 
