@@ -141,7 +141,12 @@ void ServiceServer::handleSocketRead(Connection connection)
         if (!wire::takePayload(*socket, frameSizes[connection.serial], payload))
             return;
         frameSizes.remove(connection.serial);
-        startCommand(connection, wire::decodePayload(payload).toMap());
+        QString refusal;
+        const QVariantMap request = wire::decodePayload(payload, &refusal).toMap();
+        if (!refusal.isEmpty())
+            qWarning().noquote().nospace()
+                << "request does not parse: " << refusal << ": socket=" << connection.address;
+        startCommand(connection, request);
     }
     lock.unlock();
     qInfo() << "ServiceServer::handleSocketRead end";

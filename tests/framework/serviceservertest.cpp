@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QSemaphore>
 #include <QThreadPool>
+#include <QUrl>
 
 #include <sys/resource.h>
 
@@ -110,6 +111,18 @@ TEST_F(ServiceServerTest, AnswersWhatAClientMaySend)
     // Without a code the service is asked for code 0.
     EXPECT_EQ(client.request({{"req_code", 3}})["rsp_error"], -10);
     EXPECT_EQ(client.request({{"req_code", 4}, {"req_data", 5}})["rsp_data"], 0u);
+}
+
+TEST_F(ServiceServerTest, WhatDoesNotParseIsAnsweredAndLoggedOnce)
+{
+    TestClient client;
+    client.send({{"req_code", 3}, {"req_id2", QUrl("a:b")}});
+    EXPECT_EQ(
+        client.receive(),
+        (QVariantMap{{"rsp_error", -10}, {"rsp_data", QVariant()}, {"rsp_id", QVariant()}, {"type", 1}}));
+    EXPECT_EQ(log.takeLines().filter("request does not parse: type 17 (QUrl) is not taken").size(), 1);
+    client.request({{"req_code", 3}});
+    EXPECT_EQ(log.takeLines().filter("does not parse").size(), 0);
 }
 
 TEST_F(ServiceServerTest, FramesMayArriveTogetherOrInPieces)
