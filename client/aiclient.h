@@ -60,7 +60,8 @@ Q_DECLARE_METATYPE(AiEvent)
  * them. Deleting the object drops the outstanding requests; their callbacks are not called. From inside a
  * callback or a receiver of its signals it is deleted with deleteLater() only.
  *
- * Trust: a message that is not a frame of the protocol ends the connection, with a reason.
+ * Trust: a message that is not a frame of the protocol ends the connection, with a reason. So does a reply
+ * that answers nobody: the service sends it when it could not read a request, and nobody knows which.
  */
 class AiClient : public QObject
 {

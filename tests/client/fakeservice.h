@@ -110,6 +110,10 @@ private:
             stream >> length >> payload;
             if (!stream.commitTransaction())
                 return;
+            if (length != payload.size() + 4) { // the real one may take such a frame in parts
+                socket.abort();
+                return;
+            }
             const auto request = wire::decodePayload(payload).toMap();
             m_requests.append(request);
             for (const auto &value : m_answer(request)) {
