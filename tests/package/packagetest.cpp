@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QFile>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QStandardPaths>
 
 namespace {
@@ -35,6 +36,13 @@ std::string filesOf(const ServiceProcess &service)
     return maps.readAll().toStdString();
 }
 
+/// The folders of a program's RUNPATH; an empty one is the working folder.
+QStringList runPath(const QString &program)
+{
+    const QString dynamic = QString::fromStdString(run("readelf", {"--dynamic", program}));
+    return QRegularExpression("runpath: \\[(.*)\\]").match(dynamic).captured(1).split(':');
+}
+
 TEST(Package, TheDebianPackageMayLieAnywhereAndOthersBuildWithIt)
 {
     if (QStandardPaths::findExecutable("dpkg-deb").isEmpty())
@@ -49,6 +57,10 @@ TEST(Package, TheDebianPackageMayLieAnywhereAndOthersBuildWithIt)
     const QString root = folder.filePath("usr");
     const QString bin = root + "/" BIN_FOLDER "/";
     EXPECT_THAT(run(bin + "camerafeed", {"--help"}), HasSubstr("camerafeed"));
+    for (const QString &folderOfPrograms : {bin, QString(BUILD_FOLDER "/bin/")}) {
+        for (const char *program : {"AIService", "aictl"})
+            EXPECT_FALSE(runPath(folderOfPrograms + program).contains("")) << program;
+    }
     ServiceProcess service;
     service.setProgram(bin + "AIService");
     service.setEnvironment("LD_LIBRARY_PATH", "");
