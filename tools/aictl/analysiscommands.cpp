@@ -13,6 +13,9 @@ const QList<QCommandLineOption> stayOptions{
 int stay(Console &console, const Arguments &arguments, const QList<uint> &codes,
          const std::function<AiReply()> &start, const std::function<AiReply()> &stop)
 {
+    int milliseconds = 0;
+    if (!readFor(arguments, &milliseconds))
+        return WrongUsage;
     if (!console.inSession()) {
         Console::catchInterrupts();
         Console::EventStyle style;
@@ -24,7 +27,7 @@ int stay(Console &console, const Arguments &arguments, const QList<uint> &codes,
         return Failure;
     if (console.inSession())
         return Success;
-    console.runUntil([] { return false; }, int(arguments.value("for").toDouble() * 1000));
+    console.runUntil([] { return false; }, milliseconds);
     if (!console.isConnected())
         return Failure;
     Console::clearInterrupt();

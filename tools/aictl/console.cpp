@@ -1,5 +1,6 @@
 #include "console.h"
 
+#include "errortext.h"
 #include "eventtext.h"
 #include "json.h"
 #include "picture.h"
@@ -9,8 +10,15 @@
 #include <QEventLoop>
 #include <QTime>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
+
+#ifndef Q_OS_WIN
+#include <poll.h>
+#include <unistd.h>
+#endif
 
 namespace {
 
@@ -18,6 +26,7 @@ namespace {
 constexpr int slice = 50;
 
 volatile std::sig_atomic_t interruptMark = 0;
+bool isOutputLost = false;
 
 QString commandName;
 
@@ -25,6 +34,24 @@ void markInterrupt(int signal)
 {
     interruptMark = 1;
     std::signal(signal, SIG_DFL);
+}
+
+/// Nobody reads the output any more: what goes on for its sake alone has to end.
+void loseOutput()
+{
+    isOutputLost = true;
+    interruptMark = 1;
+}
+
+/// Whether the output is a pipe that is closed at its other end. Told also while nothing is written.
+bool isReaderGone()
+{
+#ifdef Q_OS_WIN
+    return false;
+#else
+    pollfd output{STDOUT_FILENO, 0, 0};
+    return poll(&output, 1, 0) == 1 && (output.revents & POLLERR) != 0;
+#endif
 }
 
 } // namespace
@@ -129,7 +156,7 @@ void Console::printReply(const AiReply &reply)
         printJson(object);
     }
     if (!reply.ok() && !reply.errorText().isEmpty())
-        complain(reply.errorText());
+        complain(errorText(reply));
 }
 
 void Console::onEvent(const AiEvent &event)
@@ -218,6 +245,8 @@ void Console::catchInterrupts()
 
 bool Console::interrupted()
 {
+    if (!isOutputLost && isReaderGone())
+        loseOutput();
     return interruptMark != 0;
 }
 
@@ -226,10 +255,21 @@ void Console::clearInterrupt()
     interruptMark = 0;
 }
 
+bool Console::outputLost()
+{
+    return isOutputLost;
+}
+
 void Console::print(const QString &text)
 {
-    std::fputs(text.toUtf8().constData(), stdout);
-    std::fflush(stdout);
+    if (isOutputLost)
+        return;
+    if (std::fputs(text.toUtf8().constData(), stdout) >= 0 && std::fflush(stdout) == 0)
+        return;
+    if (errno != EPIPE) // who reads only the first lines has what he wants
+        complain(
+            QStringLiteral("cannot write the output: %1").arg(QString::fromLocal8Bit(std::strerror(errno))));
+    loseOutput();
 }
 
 void Console::printJson(const QJsonObject &object)

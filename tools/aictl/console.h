@@ -70,6 +70,7 @@ public:
 
     /// From now on the first Ctrl-C (or SIGTERM) only sets a mark, and a second one ends the process.
     static void catchInterrupts();
+    /// True after it, and once nobody reads the output any more.
     static bool interrupted();
     /// Forgets the first Ctrl-C, so that something can still be sent.
     static void clearInterrupt();
@@ -80,7 +81,10 @@ public:
     /// True once the service was told to end: the loss of the connection is what was asked for.
     bool isEndExpected() const { return m_endExpected; }
 
+    /// Text that cannot be written is complained about and counts as a Ctrl-C, as does a closed pipe.
     static void print(const QString &text);
+    /// Whether something could not be written.
+    static bool outputLost();
     /// The payload of an event that was waited for, as one JSON line.
     static void printInfo(const QVariantMap &info);
     static void printJson(const QJsonObject &object);

@@ -84,9 +84,24 @@ QString tell(const AiEvent &event)
 
 } // namespace
 
+QString visible(const QString &text)
+{
+    QString result;
+    for (const QChar c : text) {
+        const bool turnsText =
+            (c >= QChar(0x202a) && c <= QChar(0x202e)) || (c >= QChar(0x2066) && c <= QChar(0x2069));
+        if (turnsText || c.category() == QChar::Other_Control || c.category() == QChar::Separator_Line ||
+            c.category() == QChar::Separator_Paragraph)
+            result += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QChar('0'));
+        else
+            result += c;
+    }
+    return result;
+}
+
 QString eventText(const AiEvent &event)
 {
-    return QStringLiteral("%1 %2").arg(event.code).arg(tell(event));
+    return QString::number(event.code) + ' ' + visible(tell(event));
 }
 
 QJsonObject eventObject(const AiEvent &event, bool pictures)

@@ -62,10 +62,16 @@ int runQuit(Console &console, const Arguments &)
     if (!console.connectToService())
         return Failure;
     console.sendSelfKill();
-    console.runUntil([] { return false; }, 10000);
+    console.runUntil([] { return false; }, 2000);
+    if (console.isConnected() && !Console::interrupted()) {
+        Console::complain(
+            "the service ends when what it does is done; it waits for a camera if none has come since "
+            "it was opened: start one, for example camerafeed");
+        console.runUntil([] { return false; }, 8000);
+    }
     if (!console.isConnected())
         return Success;
-    Console::complain("the service was told to end, but is still there after 10 seconds");
+    Console::complain("the service was told to end, but is still there");
     return Failure;
 }
 
@@ -148,12 +154,20 @@ std::vector<Command> serviceCommands()
         {"close",
          "",
          "Closes the service: analyses, recording and students end, the process stays. Waits for a camera "
-         "when none was ever connected.",
+         "when none has come since the service was opened.",
          0,
          0,
          {},
          runClose},
-        {"quit", "", "Ends the process of the service in order.", 0, 0, {}, runQuit},
+        {"quit",
+         "",
+         "Ends the process of the service in order. Like close it waits for a camera when none has come "
+         "since the "
+         "service was opened.",
+         0,
+         0,
+         {},
+         runQuit},
         {"reset",
          "",
          "Removes all students, external faces and the store. The service stays open; to store again it has "
