@@ -37,7 +37,9 @@ bool IService::disconnectReset()
 
 QVariantMap IService::makeResponse(int error, const QVariant &data, const QString &detail)
 {
-    return {{"rsp_error", error}, {"rsp_error_detail", detail}, {"rsp_data", data}};
+    return {{QStringLiteral("rsp_error"), error},
+            {QStringLiteral("rsp_error_detail"), detail},
+            {QStringLiteral("rsp_data"), data}};
 }
 
 QVariantMap IService::makeResponse(int error, const QString &detail)

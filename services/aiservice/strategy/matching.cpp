@@ -2,6 +2,24 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <tuple>
+
+namespace {
+
+struct Pair
+{
+    double value;
+    int row;
+    int column;
+
+    /// The strongest first, of equal ones the first row, then the first column.
+    bool operator<(const Pair &other) const
+    {
+        return std::tie(other.value, row, column) < std::tie(value, other.row, other.column);
+    }
+};
+
+} // namespace
 
 namespace matching {
 
@@ -11,31 +29,29 @@ void equaliseRows(std::vector<std::vector<double>> &rows)
         row.resize(rows.front().size(), 0.0);
 }
 
-std::map<int, int> matchRows(std::vector<std::vector<double>> &rows, double threshold)
+std::map<int, int> matchRows(const std::vector<std::vector<double>> &rows, double threshold)
 {
-    std::map<int, int> result;
-    while (true) {
-        double largest = 0.0;
-        size_t bestRow = rows.size();
-        size_t bestColumn = 0;
-        for (size_t row = 0; row < rows.size(); ++row) {
-            for (size_t column = 0; column < rows[row].size(); ++column) {
-                if (rows[row][column] > largest) {
-                    largest = rows[row][column];
-                    bestRow = row;
-                    bestColumn = column;
-                }
-            }
-        }
-        if (bestRow == rows.size() || largest < threshold)
-            return result;
-        result[static_cast<int>(bestRow)] = static_cast<int>(bestColumn);
-        std::fill(rows[bestRow].begin(), rows[bestRow].end(), 0.0);
-        for (std::vector<double> &row : rows) {
-            if (bestColumn < row.size())
-                row[bestColumn] = 0.0;
+    // Few pairs of a class are strong enough, so sorting them is next to nothing.
+    std::vector<Pair> pairs;
+    size_t columns = 0;
+    for (size_t row = 0; row < rows.size(); ++row) {
+        columns = std::max(columns, rows[row].size());
+        for (size_t column = 0; column < rows[row].size(); ++column) {
+            const double value = rows[row][column];
+            if (value > 0.0 && value >= threshold)
+                pairs.push_back({value, static_cast<int>(row), static_cast<int>(column)});
         }
     }
+    std::sort(pairs.begin(), pairs.end());
+
+    std::map<int, int> result;
+    std::vector<bool> taken(columns, false);
+    for (const Pair &pair : pairs) {
+        const auto column = static_cast<size_t>(pair.column);
+        if (!taken[column] && result.emplace(pair.row, pair.column).second)
+            taken[column] = true;
+    }
+    return result;
 }
 
 std::map<size_t, size_t> nearestPairs(const std::vector<cv::Point> &from, const std::vector<cv::Point> &to,
@@ -43,22 +59,21 @@ std::map<size_t, size_t> nearestPairs(const std::vector<cv::Point> &from, const 
 {
     std::map<size_t, size_t> result;
     std::vector<std::pair<std::int64_t, size_t>> pairs;
-    pairs.reserve(from.size() * to.size());
     for (size_t i = 0; i < from.size(); ++i) {
         for (size_t j = 0; j < to.size(); ++j) {
             const std::int64_t dx = std::int64_t{from[i].x} - to[j].x;
             const std::int64_t dy = std::int64_t{from[i].y} - to[j].y;
-            pairs.emplace_back(dx * dx + dy * dy, i * to.size() + j);
+            const std::int64_t squaredDistance = dx * dx + dy * dy;
+            if (squaredDistance < maxSquaredDistance)
+                pairs.emplace_back(squaredDistance, i * to.size() + j);
         }
     }
     std::sort(pairs.begin(), pairs.end());
 
     std::vector<bool> taken(to.size(), false);
-    for (const auto &[squaredDistance, combined] : pairs) {
-        if (squaredDistance >= maxSquaredDistance)
-            break;
-        const size_t i = combined / to.size();
-        const size_t j = combined % to.size();
+    for (const auto &pair : pairs) {
+        const size_t i = pair.second / to.size();
+        const size_t j = pair.second % to.size();
         if (taken[j] || result.count(i) > 0)
             continue;
         result[i] = j;
