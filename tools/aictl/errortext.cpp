@@ -31,7 +31,7 @@ Explanation explain(const AiReply &reply)
     case -1002:
         return {"the analysis could not be made", "the service's log tells more"};
     case -1003:
-        return {"no such student, or no place is known of him", "\"aictl students\" lists who is enrolled"};
+        return {"no such student", "\"aictl students\" lists who is enrolled"};
     default:
         return {"a code that this client doesn't know", "docs/protocol.md may tell more"};
     }
