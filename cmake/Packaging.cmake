@@ -66,11 +66,15 @@ function(ai_install_package target)
                   ${CMAKE_BINARY_DIR}/package/${target}ConfigVersion.cmake DESTINATION ${folder})
 endfunction()
 
-install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/docs/protocol.md
-              ${PROJECT_SOURCE_DIR}/docs/architecture.md ${PROJECT_SOURCE_DIR}/docs/operations.md
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/aiservice)
-install(PROGRAMS ${PROJECT_SOURCE_DIR}/examples/client.py
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/aiservice/examples)
+# The pages and the examples lie to each other as in the source, so that their links lead somewhere.
+set(AI_INSTALL_DOC ${CMAKE_INSTALL_DATADIR}/doc/aiservice)
+install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${AI_INSTALL_DOC})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${AI_INSTALL_DOC})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${AI_INSTALL_DOC} USE_SOURCE_PERMISSIONS
+        PATTERN __pycache__ EXCLUDE)
+foreach(folder IN ITEMS bench fuzz mirovane/opencv)
+    install(FILES ${PROJECT_SOURCE_DIR}/${folder}/README.md DESTINATION ${AI_INSTALL_DOC}/${folder})
+endforeach()
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME aiservice)
