@@ -11,6 +11,7 @@
 #include <QVariantMap>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <thread>
 
@@ -59,8 +60,8 @@ public:
     /// Feeds what the store holds back through the commands, without writing to it.
     void recovery();
 
-    /// Provides the strategy of a name: the one that is registered, or a new one. False for a name that
-    /// the factory doesn't know.
+    /// Provides the strategy of a name: the one that is registered, or a new one in place of none and of one
+    /// that has ended. False for a name that the factory doesn't know.
     bool addNewStrategy(const QString &name, const QString &requestID);
     /// Takes a strategy out of the registry, unless another object stands under its name by now.
     void removeStrategy(const QString &name, const BaseStrategy *strategy);
@@ -113,8 +114,20 @@ private:
 
     static void ipcConnect(void *controller);
 
+    /// What came of a command's start.
+    enum class Started
+    {
+        yes,
+        refused,    ///< the strategy runs already
+        notProvided ///< the factory doesn't know the name
+    };
+
     /// The registered strategy of a name, or null. Leaves a null entry behind for a name that isn't there.
     std::shared_ptr<BaseStrategy> registeredStrategy(const QString &name);
+    /// Provides the strategy of a name and starts it with `start`, which is called once more, for a new
+    /// strategy, when the one that was provided ended by itself before it could be started.
+    Started startStrategy(const QString &name, const QString &requestID,
+                          const std::function<bool(BaseStrategy &)> &start);
     /// Queues a frame for all strategies that keep up. Called on the thread of the video.
     void offerFrame(const QImage &image);
     QVariantMap detect(const DetectionTexts &texts, const QString &requestID, int start);

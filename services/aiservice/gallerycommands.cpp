@@ -114,21 +114,21 @@ QVariantMap AIServiceController::fetchGalleryNew(const QVariantMap &params, cons
             return reply(-1003);
         }
     }
-    const QString name = QStringLiteral("GalleryStrategyNew");
-    if (!addNewStrategy(name, requestID)) {
+    const bool wholeClass = student.stuID.isEmpty();
+    const Started started =
+        startStrategy(QStringLiteral("GalleryStrategyNew"), requestID, [&](BaseStrategy &strategy) {
+            if (wholeClass)
+                return strategy.startWithinFrames(3);
+            QVariantMap place = studentEntry(student.stuID);
+            rect_util::insert(place, student.faceRect);
+            strategy.setParameters(place); // also of one that runs, although the start is refused then
+            return strategy.startWithinFrames(1);
+        });
+    if (started == Started::notProvided) {
         qWarning("[fetchGalleryNew] failed to create gallery strategy");
         return reply(-1002);
     }
-    // Null if the running one, which addNewStrategy has just found, has ended in between.
-    const std::shared_ptr<BaseStrategy> strategy = registeredStrategy(name);
-    int frames = 3;
-    if (strategy && !student.stuID.isEmpty()) {
-        QVariantMap place = studentEntry(student.stuID);
-        rect_util::insert(place, student.faceRect);
-        strategy->setParameters(place);
-        frames = 1;
-    }
-    if (!strategy || !strategy->startWithinFrames(frames)) {
+    if (started == Started::refused) {
         qWarning("[fetchGalleryNew] already start");
         return reply(-15, "fetch galleries already start");
     }
@@ -288,7 +288,8 @@ QVariantMap AIServiceController::updateStudentID(const QVariantMap &params)
             << "[updateStudentID] param failed, old stuID: " << oldID << " new stuID: " << newID;
         return reply(-12);
     }
-    const int takenFace = DataManager::instance()->getFaceID(newID);
+    const bool unchanged = newID == oldID; // nobody's place is taken, and nothing has to move
+    const int takenFace = unchanged ? -1 : DataManager::instance()->getFaceID(newID);
     if (takenFace >= 0) {
         if (removeFace(takenFace))
             qWarning().noquote().nospace() << "[updateStuID] faceID delete success,student: " << newID;
@@ -302,6 +303,8 @@ QVariantMap AIServiceController::updateStudentID(const QVariantMap &params)
     }
     qInfo().noquote().nospace() << "[updateStudentID] success,old stuID: " << oldID
                                 << " new stuID: " << newID;
+    if (unchanged)
+        return reply(0);
     if (!m_recovering) {
         QSqliteStorage::instance()->deleteStudent(newID);
         QSqliteStorage::instance()->updateStudentName(oldID, newID);
