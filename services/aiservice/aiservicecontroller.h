@@ -57,7 +57,8 @@ public:
     QVariantMap setConfigData(const QVariantMap &params);
     /// Ends all analyses, forgets all students and deletes the store's file.
     QVariantMap reset(const QString &requestID);
-    /// Feeds what the store holds back through the commands, without writing to it.
+    /// Feeds what the store holds back through the commands, without writing to it. An exception of one
+    /// student costs that student; any other passes through.
     void recovery();
 
     /// Provides the strategy of a name: the one that is registered, or a new one in place of none and of one
@@ -132,6 +133,12 @@ private:
     void offerFrame(const QImage &image);
     QVariantMap detect(const DetectionTexts &texts, const QString &requestID, int start);
     bool removeFace(int faceID);
+    /// Takes one external face. False for a picture or a face that is no good.
+    bool addExternalFace(const QString &stuID, const QString &faceImg);
+    void recoverStudents();
+    /// Carries out what concerns one student. In a recovery an exception costs no more than that; a client's
+    /// command it ends.
+    void forStudent(const QString &stuID, const std::function<void()> &step);
 
     ImageReader *m_reader;
     QMutex m_strategyLock;                                     ///< guards m_strategies
@@ -149,4 +156,5 @@ private:
     std::atomic<bool> m_modelLoaded{false};
     std::atomic<bool> m_videoAlive{true};  ///< the video state last told to the client
     std::atomic<bool> m_recovering{false}; ///< nothing is written to the store
+    int m_refusedFaces = 0; ///< registrations that the recogniser has refused since the last recovery began
 };

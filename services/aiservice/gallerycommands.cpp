@@ -59,6 +59,41 @@ bool AIServiceController::removeFace(int faceID)
     return ModelManager::instance().createFaceIDModel(none, FaceIDModel::Remove, faceID)->detect();
 }
 
+void AIServiceController::forStudent(const QString &stuID, const std::function<void()> &step)
+{
+    if (!m_recovering) {
+        step();
+        return;
+    }
+    try {
+        step();
+    } catch (const std::exception &exception) {
+        qCritical().noquote().nospace() << "[recover] student " << stuID << " is lost: " << exception.what();
+    } catch (...) {
+        qCritical().noquote().nospace() << "[recover] student " << stuID << " is lost: unknown exception";
+    }
+}
+
+bool AIServiceController::addExternalFace(const QString &stuID, const QString &faceImg)
+{
+    const cv::Mat face = decodeGallery(faceImg);
+    if (face.empty()) {
+        qWarning("convert base64 failed");
+        return false;
+    }
+    qDebug().noquote().nospace() << "[ExternalGallery] stuID:  " << stuID << " img: " << faceImg;
+    const auto model = ModelManager::instance().createFaceIDModel(face, FaceIDModel::Extract, -1);
+    if (!model->detect()) {
+        qWarning("faceID detect feature error");
+        return false;
+    }
+    cv::Mat feature = model->m_feature.clone();
+    ExternalGallery::instance()->addFaceFeature(stuID, feature);
+    if (!m_recovering)
+        QSqliteStorage::instance()->setHistoryGalleries(stuID, faceImg);
+    return true;
+}
+
 QVariantMap AIServiceController::setExternalGallery(const QVariantMap &params, const QString &)
 {
     const QVariantList galleries = params.value(QStringLiteral("galleries")).toList();
@@ -74,24 +109,10 @@ QVariantMap AIServiceController::setExternalGallery(const QVariantMap &params, c
             return reply(-12);
         }
         const QString stuID = text(entry, "stuID");
-        const QString faceImg = text(entry, "faceImg");
-        const cv::Mat face = decodeGallery(faceImg);
-        if (face.empty()) {
-            qWarning("convert base64 failed");
-            failed.append(studentEntry(stuID));
-            continue;
-        }
-        qDebug().noquote().nospace() << "[ExternalGallery] stuID:  " << stuID << " img: " << faceImg;
-        const auto model = ModelManager::instance().createFaceIDModel(face, FaceIDModel::Extract, -1);
-        if (!model->detect()) {
-            qWarning("faceID detect feature error");
-            failed.append(studentEntry(stuID));
-            continue;
-        }
-        cv::Mat feature = model->m_feature.clone();
-        ExternalGallery::instance()->addFaceFeature(stuID, feature);
-        if (!m_recovering)
-            QSqliteStorage::instance()->setHistoryGalleries(stuID, faceImg);
+        forStudent(stuID, [&] {
+            if (!addExternalFace(stuID, text(entry, "faceImg")))
+                failed.append(studentEntry(stuID));
+        });
     }
     QVariantMap result = reply(0);
     result.insert(QStringLiteral("rsp_data"), QVariantMap{{QStringLiteral("failedStuList"), failed}});
@@ -160,8 +181,10 @@ QVariantMap AIServiceController::registerGallery(const QVariantMap &params, cons
         rect.width = std::min(config.frameWidth, rect.width);
         rect.height = std::min(config.frameHeight, rect.height);
         const QString stuID = text(entry, "stuID");
-        if (registerStuGallery(stuID, text(entry, "faceImg"), rect))
-            registered.append(studentEntry(stuID));
+        forStudent(stuID, [&] {
+            if (registerStuGallery(stuID, text(entry, "faceImg"), rect))
+                registered.append(studentEntry(stuID));
+        });
     }
     MessageSender::instance()->sendMessage(
         registeredEvent, QVariantMap{{QStringLiteral("successList"), registered}}, requestID);
@@ -186,6 +209,7 @@ bool AIServiceController::registerStuGallery(const QString &stuID, const QString
     const auto model = ModelManager::instance().createFaceIDModel(face, FaceIDModel::RegisterAndExtract, -1);
     if (!model->detect()) {
         qWarning().noquote().nospace() << "[registerGallery] register failed,student: " << stuID;
+        ++m_refusedFaces;
         return false;
     }
 
