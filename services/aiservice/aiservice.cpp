@@ -229,6 +229,21 @@ bool AIService::recover()
 {
     qInfo("[recover] begin");
     QMutexLocker locker(&serviceMutex);
+    bool recovered = false;
+    try {
+        recovered = recoverFromStore();
+    } catch (const std::exception &exception) {
+        qCritical("[recover] failed: %s", exception.what());
+    } catch (...) {
+        qCritical("[recover] failed: unknown exception");
+    }
+    // Only now, since the reading takes the file as it stands.
+    QSqliteStorage::instance()->createMissingTables();
+    return recovered;
+}
+
+bool AIService::recoverFromStore()
+{
     m_recovering = true;
     if (controller->init().value(QStringLiteral("rsp_error")).toInt() != 0) {
         qWarning("recover controller init failed");

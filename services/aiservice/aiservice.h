@@ -30,7 +30,8 @@ public:
     QVariantMap info(unsigned int code, const QVariant &data, const QString &requestID) override;
     QVariantMap execute(unsigned int code, const QVariant &data, const QString &requestID) override;
     /// Brings the service up from the store of a crashed predecessor, without a client. False when the
-    /// models can't be loaded; the state reached stays.
+    /// models can't be loaded, and after an exception; the state reached stays. Tables that the store lacks
+    /// are there afterwards.
     bool recover() override;
     /// Ends the running analyses. Students, recording and state stay.
     bool disconnectReset() override;
@@ -42,6 +43,7 @@ protected:
     void run() override;
 
 private:
+    bool recoverFromStore();
     QVariantMap initAIService(const QVariantMap &params);
     QVariantMap status() const;
     /// The command of a code in state 2; without "rsp_error" 0 for an unknown code.

@@ -225,15 +225,17 @@ std::shared_ptr<BaseStrategy> AIServiceController::registeredStrategy(const QStr
 
 bool AIServiceController::addNewStrategy(const QString &name, const QString &requestID)
 {
-    if (registeredStrategy(name)) {
+    const std::shared_ptr<BaseStrategy> registered = registeredStrategy(name);
+    // One that has ended by itself is on its way out of the registry.
+    if (registered && !registered->hasEnded()) {
         qInfo().noquote().nospace() << "addNewStrategy already exist: " << name;
         return true;
     }
-    const std::shared_ptr<BaseStrategy> strategy(BaseStrategy::createNewStrategy(name, requestID),
-                                                 [](BaseStrategy *object) {
-                                                     if (object)
-                                                         BaseStrategy::release(object);
-                                                 });
+    std::shared_ptr<BaseStrategy> strategy(BaseStrategy::createNewStrategy(name, requestID),
+                                           [](BaseStrategy *object) {
+                                               if (object)
+                                                   BaseStrategy::release(object);
+                                           });
     if (!strategy) {
         qWarning().noquote().nospace() << "createNewStrategy failed: " << name << " reqID: " << requestID;
         return false;
@@ -244,8 +246,22 @@ bool AIServiceController::addNewStrategy(const QString &name, const QString &req
         [this, name, object = strategy.get()] { removeStrategy(name, object); }, Qt::DirectConnection);
 
     QMutexLocker locker(&m_strategyLock);
-    m_strategies[name] = strategy;
+    m_strategies[name].swap(strategy); // one that has ended is let go of after the lock
     return true;
+}
+
+AIServiceController::Started
+AIServiceController::startStrategy(const QString &name, const QString &requestID,
+                                   const std::function<bool(BaseStrategy &)> &start)
+{
+    while (addNewStrategy(name, requestID)) {
+        const std::shared_ptr<BaseStrategy> strategy = registeredStrategy(name);
+        if (strategy && start(*strategy))
+            return Started::yes;
+        if (strategy && !strategy->hasEnded())
+            return Started::refused;
+    }
+    return Started::notProvided;
 }
 
 /// One connection for all strategies. Each of them with one of its own would take down a slot, on its own

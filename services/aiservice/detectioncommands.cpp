@@ -15,10 +15,12 @@ using command::reply;
 
 namespace {
 
-/// Sends the strategy's events on to the client, on the thread that emits them.
-void connectEvents(BaseStrategy *strategy, int unique = 0)
+/// Sends the strategy's events on to the client, on the thread that emits them. Called before the start on
+/// purpose: a refused second start leaves its connection behind, and each event goes out once more from then
+/// on.
+void connectEvents(BaseStrategy &strategy, int unique = 0)
 {
-    QObject::connect(strategy, &BaseStrategy::serviceMessgeSignal, MessageSender::instance(),
+    QObject::connect(&strategy, &BaseStrategy::serviceMessgeSignal, MessageSender::instance(),
                      &MessageSender::sendMessage,
                      static_cast<Qt::ConnectionType>(Qt::DirectConnection | unique));
 }
@@ -51,16 +53,15 @@ QVariantMap AIServiceController::detect(const DetectionTexts &texts, const QStri
         running->stop();
         return reply(0);
     }
-    if (!addNewStrategy(texts.strategy, requestID)) {
+    const Started started = startStrategy(texts.strategy, requestID, [](BaseStrategy &strategy) {
+        connectEvents(strategy);
+        return strategy.start();
+    });
+    if (started == Started::notProvided) {
         qWarning("%s", texts.createWarning);
         return reply(-1002);
     }
-    // Connected before the start on purpose: a refused second start leaves its connection behind, and each
-    // event goes out once more from then on.
-    const std::shared_ptr<BaseStrategy> strategy = registeredStrategy(texts.strategy);
-    if (strategy)
-        connectEvents(strategy.get());
-    if (!strategy || !strategy->start()) {
+    if (started == Started::refused) {
         qWarning("%s", texts.startWarning);
         return reply(-15, texts.startDetail);
     }
@@ -92,15 +93,16 @@ QVariantMap AIServiceController::startAttributeDetection(const QVariantMap &, co
         qWarning("[startAttributeDetection] controller is invalid");
         return reply(-9);
     }
-    const QString name = QStringLiteral("AttributeStrategy");
-    if (!addNewStrategy(name, requestID)) {
+    const Started started =
+        startStrategy(QStringLiteral("AttributeStrategy"), requestID, [](BaseStrategy &strategy) {
+            connectEvents(strategy);
+            return strategy.startWithinFrames(1);
+        });
+    if (started == Started::notProvided) {
         qWarning("[startAttributeDetection] failed to create attribute strategy");
         return reply(-1002);
     }
-    const std::shared_ptr<BaseStrategy> strategy = registeredStrategy(name);
-    if (strategy)
-        connectEvents(strategy.get());
-    if (!strategy || !strategy->startWithinFrames(1)) {
+    if (started == Started::refused) {
         qWarning("[startAttributeDetection] start failed");
         return reply(-2, "start failed");
     }
@@ -146,7 +148,7 @@ QVariantMap AIServiceController::tracking(const QVariantMap &params, const QStri
         return reply(-15);
     }
     // Once more for every student: with two of them each event goes out twice.
-    connectEvents(strategy.get());
+    connectEvents(*strategy);
     if (!strategy->start() && strategy->trackerCount() == 0) {
         qWarning("[tracking] start failed");
         return reply(-15, "tracking start failed");
@@ -168,7 +170,7 @@ QVariantMap AIServiceController::startFunctionGame(const QVariantMap &params, co
     }
     const auto strategy = std::dynamic_pointer_cast<FunctionGameStrategy>(registeredStrategy(name));
     if (strategy) {
-        connectEvents(strategy.get(), Qt::UniqueConnection);
+        connectEvents(*strategy, Qt::UniqueConnection);
         if (!strategy->isGameStarted()) {
             strategy->startGame(params.value(QStringLiteral("stuList")).toList());
             strategy->start();
@@ -189,8 +191,8 @@ QVariantMap AIServiceController::startVideoRecord(const QVariantMap &params, con
     record.recordPath = params.value(QStringLiteral("recordPath")).toString().toStdString();
     VideoRecorder::instance()->start(record);
     // Unique: the connection of a start that found no folder is still there.
-    connect(this, &AIServiceController::newImageSignal, VideoRecorder::instance(),
-            &VideoRecorder::onRecvFrame, Qt::UniqueConnection);
+    connect(this, &AIServiceController::newImageSignal, VideoRecorder::instance(), &VideoRecorder::offerFrame,
+            static_cast<Qt::ConnectionType>(Qt::DirectConnection | Qt::UniqueConnection));
     return reply(0);
 }
 
@@ -201,7 +203,7 @@ QVariantMap AIServiceController::stopVideoRecord(const QString &)
         return reply(-15, "video record not start");
     }
     disconnect(this, &AIServiceController::newImageSignal, VideoRecorder::instance(),
-               &VideoRecorder::onRecvFrame);
+               &VideoRecorder::offerFrame);
     VideoRecorder::instance()->stop();
     return reply(0);
 }

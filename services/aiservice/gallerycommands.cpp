@@ -59,6 +59,41 @@ bool AIServiceController::removeFace(int faceID)
     return ModelManager::instance().createFaceIDModel(none, FaceIDModel::Remove, faceID)->detect();
 }
 
+void AIServiceController::forStudent(const QString &stuID, const std::function<void()> &step)
+{
+    if (!m_recovering) {
+        step();
+        return;
+    }
+    try {
+        step();
+    } catch (const std::exception &exception) {
+        qCritical().noquote().nospace() << "[recover] student " << stuID << " is lost: " << exception.what();
+    } catch (...) {
+        qCritical().noquote().nospace() << "[recover] student " << stuID << " is lost: unknown exception";
+    }
+}
+
+bool AIServiceController::addExternalFace(const QString &stuID, const QString &faceImg)
+{
+    const cv::Mat face = decodeGallery(faceImg);
+    if (face.empty()) {
+        qWarning("convert base64 failed");
+        return false;
+    }
+    qDebug().noquote().nospace() << "[ExternalGallery] stuID:  " << stuID << " img: " << faceImg;
+    const auto model = ModelManager::instance().createFaceIDModel(face, FaceIDModel::Extract, -1);
+    if (!model->detect()) {
+        qWarning("faceID detect feature error");
+        return false;
+    }
+    cv::Mat feature = model->m_feature.clone();
+    ExternalGallery::instance()->addFaceFeature(stuID, feature);
+    if (!m_recovering)
+        QSqliteStorage::instance()->setHistoryGalleries(stuID, faceImg);
+    return true;
+}
+
 QVariantMap AIServiceController::setExternalGallery(const QVariantMap &params, const QString &)
 {
     const QVariantList galleries = params.value(QStringLiteral("galleries")).toList();
@@ -74,24 +109,10 @@ QVariantMap AIServiceController::setExternalGallery(const QVariantMap &params, c
             return reply(-12);
         }
         const QString stuID = text(entry, "stuID");
-        const QString faceImg = text(entry, "faceImg");
-        const cv::Mat face = decodeGallery(faceImg);
-        if (face.empty()) {
-            qWarning("convert base64 failed");
-            failed.append(studentEntry(stuID));
-            continue;
-        }
-        qDebug().noquote().nospace() << "[ExternalGallery] stuID:  " << stuID << " img: " << faceImg;
-        const auto model = ModelManager::instance().createFaceIDModel(face, FaceIDModel::Extract, -1);
-        if (!model->detect()) {
-            qWarning("faceID detect feature error");
-            failed.append(studentEntry(stuID));
-            continue;
-        }
-        cv::Mat feature = model->m_feature.clone();
-        ExternalGallery::instance()->addFaceFeature(stuID, feature);
-        if (!m_recovering)
-            QSqliteStorage::instance()->setHistoryGalleries(stuID, faceImg);
+        forStudent(stuID, [&] {
+            if (!addExternalFace(stuID, text(entry, "faceImg")))
+                failed.append(studentEntry(stuID));
+        });
     }
     QVariantMap result = reply(0);
     result.insert(QStringLiteral("rsp_data"), QVariantMap{{QStringLiteral("failedStuList"), failed}});
@@ -114,21 +135,21 @@ QVariantMap AIServiceController::fetchGalleryNew(const QVariantMap &params, cons
             return reply(-1003);
         }
     }
-    const QString name = QStringLiteral("GalleryStrategyNew");
-    if (!addNewStrategy(name, requestID)) {
+    const bool wholeClass = student.stuID.isEmpty();
+    const Started started =
+        startStrategy(QStringLiteral("GalleryStrategyNew"), requestID, [&](BaseStrategy &strategy) {
+            if (wholeClass)
+                return strategy.startWithinFrames(3);
+            QVariantMap place = studentEntry(student.stuID);
+            rect_util::insert(place, student.faceRect);
+            strategy.setParameters(place); // also of one that runs, although the start is refused then
+            return strategy.startWithinFrames(1);
+        });
+    if (started == Started::notProvided) {
         qWarning("[fetchGalleryNew] failed to create gallery strategy");
         return reply(-1002);
     }
-    // Null if the running one, which addNewStrategy has just found, has ended in between.
-    const std::shared_ptr<BaseStrategy> strategy = registeredStrategy(name);
-    int frames = 3;
-    if (strategy && !student.stuID.isEmpty()) {
-        QVariantMap place = studentEntry(student.stuID);
-        rect_util::insert(place, student.faceRect);
-        strategy->setParameters(place);
-        frames = 1;
-    }
-    if (!strategy || !strategy->startWithinFrames(frames)) {
+    if (started == Started::refused) {
         qWarning("[fetchGalleryNew] already start");
         return reply(-15, "fetch galleries already start");
     }
@@ -160,8 +181,10 @@ QVariantMap AIServiceController::registerGallery(const QVariantMap &params, cons
         rect.width = std::min(config.frameWidth, rect.width);
         rect.height = std::min(config.frameHeight, rect.height);
         const QString stuID = text(entry, "stuID");
-        if (registerStuGallery(stuID, text(entry, "faceImg"), rect))
-            registered.append(studentEntry(stuID));
+        forStudent(stuID, [&] {
+            if (registerStuGallery(stuID, text(entry, "faceImg"), rect))
+                registered.append(studentEntry(stuID));
+        });
     }
     MessageSender::instance()->sendMessage(
         registeredEvent, QVariantMap{{QStringLiteral("successList"), registered}}, requestID);
@@ -186,6 +209,7 @@ bool AIServiceController::registerStuGallery(const QString &stuID, const QString
     const auto model = ModelManager::instance().createFaceIDModel(face, FaceIDModel::RegisterAndExtract, -1);
     if (!model->detect()) {
         qWarning().noquote().nospace() << "[registerGallery] register failed,student: " << stuID;
+        ++m_refusedFaces;
         return false;
     }
 
@@ -288,7 +312,8 @@ QVariantMap AIServiceController::updateStudentID(const QVariantMap &params)
             << "[updateStudentID] param failed, old stuID: " << oldID << " new stuID: " << newID;
         return reply(-12);
     }
-    const int takenFace = DataManager::instance()->getFaceID(newID);
+    const bool unchanged = newID == oldID; // nobody's place is taken, and nothing has to move
+    const int takenFace = unchanged ? -1 : DataManager::instance()->getFaceID(newID);
     if (takenFace >= 0) {
         if (removeFace(takenFace))
             qWarning().noquote().nospace() << "[updateStuID] faceID delete success,student: " << newID;
@@ -302,6 +327,8 @@ QVariantMap AIServiceController::updateStudentID(const QVariantMap &params)
     }
     qInfo().noquote().nospace() << "[updateStudentID] success,old stuID: " << oldID
                                 << " new stuID: " << newID;
+    if (unchanged)
+        return reply(0);
     if (!m_recovering) {
         QSqliteStorage::instance()->deleteStudent(newID);
         QSqliteStorage::instance()->updateStudentName(oldID, newID);

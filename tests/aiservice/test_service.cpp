@@ -1,5 +1,6 @@
 #include "aiservice.h"
 #include "fixture.h"
+#include "logcapture.h"
 
 namespace {
 
@@ -74,10 +75,24 @@ TEST(ServiceObject, TheFirstInitialisationIsWhatARecoveryLoads)
     AIService &last = makeService();
     EXPECT_FALSE(last.recover());
     EXPECT_EQ(state(last), 1);
+    QSqliteStorage::instance()->addFaceMat("a", "img", {}); // there was no file, and now it has its tables
+    EXPECT_EQ(QSqliteStorage::instance()->getStudentInfo().size(), 1);
     EXPECT_EQ(config.modelLoadFlag, 0x1241049U); // all that the commands need
     config.setModelLoadFlag(0);
     EXPECT_EQ(last.execute(1001, {}, "r")["rsp_error"], QVariant(0));
-    closeAll({&service, &next, &last});
+
+    AIService &thrown = makeService();
+    ModelManagerTestAccess::Recognisers again;
+    {
+        ImageWritter camera("Camera", 1, 64, nullptr); // without one no student is registered and told
+        const auto thrower =
+            QObject::connect(&EventCatcher::fresh(), &IService::serviceMessgeSignal, [] { throw 7; });
+        LogCapture log;
+        EXPECT_FALSE(thrown.recover());
+        EXPECT_EQ(log.takeLines().filter("critical: [recover] failed: unknown exception").size(), 1);
+        QObject::disconnect(thrower);
+    }
+    closeAll({&service, &next, &last, &thrown});
 }
 
 } // namespace
