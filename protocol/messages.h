@@ -110,28 +110,37 @@ inline constexpr Key stateKeys[] = {
 
 // The maps that carry them.
 
-inline constexpr Key requestDataKeys[] = {{"command_code", Type::Integer, "which command, or which question"},
-                                          {"data", Type::Any, "the parameters, as a rule a map", optional}};
+inline constexpr Key requestDataKeys[] = {
+    {"command_code", Type::Integer, "which command (execute), or which question (info)"},
+    {"data", Type::Any, "the parameters, as a rule a map", optional}};
 inline constexpr Key requestKeys[] = {
-    {"req_code", Type::Integer, "the kind: 1 open, 2 close, 3 execute, 4 info"},
-    {"req_data", Type::Map, "for execute and info", optional, requestDataKeys},
+    {"req_code", Type::Integer,
+     "the kind: 1 open, 2 close, 3 execute, 4 info; absent means 0, which is no kind", optional},
+    {"req_data", Type::Map, "for execute and info, else ignored", optional, requestDataKeys},
     {"req_id", Type::Text,
-     "the request identifier; labels the events of the request and of an analysis that it starts", optional},
-    {"req_id2", Type::Any, "comes back as \"rsp_id\"; this is what ties a reply to its request", optional},
+     "the request identifier; labels the events of the request and of an analysis that it starts. Without "
+     "one they come as events of the service",
+     optional},
+    {"req_id2", Type::Any,
+     "comes back as \"rsp_id\"; this is what ties a reply to its request. Absent, that is invalid", optional},
     {"req_deadline", Type::Long, "written to the log, has no effect", optional}};
-inline constexpr Key replyKeys[] = {{"type", Type::Integer, "1"},
-                                    {"rsp_id", Type::Any, "the request's \"req_id2\""},
-                                    {"rsp_error", Type::Integer, "0 for success, else negative"},
-                                    {"rsp_error_detail", Type::Text,
-                                     "only in some replies; empty on success, but for a repeated open",
-                                     optional},
-                                    {"rsp_data", Type::Any, "the result; only in some replies", optional}};
+inline constexpr Key replyKeys[] = {
+    {"type", Type::Integer, "1"},
+    {"rsp_id", Type::Any, "the request's \"req_id2\""},
+    {"rsp_error", Type::Integer, "0 for success, else negative"},
+    {"rsp_error_detail", Type::Text, "only in some replies; empty on success, but for a repeated open",
+     optional},
+    {"rsp_data", Type::Any,
+     "the result, a map; only in some replies. Invalid where the state refused a command or a close, for a "
+     "repeated open, an unknown kind and an exception",
+     optional}};
 inline constexpr Key openReplyKeys[] = {
-    {"all_use_queue", Type::Boolean, "the client should send its next request when the last is answered"},
-    {"info_use_queue", Type::Codes, "info codes to be queued"},
-    {"cmd_use_queue", Type::Codes, "execute codes to be queued"},
-    {"use_share_memory", Type::Boolean, "whether the service writes frames of its own"},
-    {"forbid_restart", Type::Boolean, "whether the client must not restart the service"}};
+    {"all_use_queue", Type::Boolean,
+     "true: the client should send its next request when the last is answered"},
+    {"info_use_queue", Type::Codes, "info codes to be queued; empty"},
+    {"cmd_use_queue", Type::Codes, "execute codes to be queued; empty"},
+    {"use_share_memory", Type::Boolean, "false: the service writes no frames of its own"},
+    {"forbid_restart", Type::Boolean, "false: the client may restart the service"}};
 inline constexpr Key eventKeys[] = {
     {"type", Type::Integer, "2"},
     {"msg", Type::Unsigned, "the event code"},
@@ -156,7 +165,8 @@ inline constexpr Key initialiseKeys[] = {
      "look for smiles while attention runs; true at the start, absent leaves it as it is", optional},
 };
 
-inline constexpr Key externalFaceKeys[] = {studentKey, {"faceImg", Type::Picture, "the face, 128 by 128"}};
+inline constexpr Key externalFaceKeys[] = {studentKey,
+                                           {"faceImg", Type::Picture, "the face, exactly 128 by 128 pixels"}};
 inline constexpr Key setExternalFacesKeys[] = {
     {"galleries", Type::List, "one map for each student", !optional, externalFaceKeys}};
 inline constexpr Key setExternalFacesReply[] = {
@@ -167,16 +177,18 @@ inline constexpr Key fetchFacesKeys[] = {
      optional}};
 
 inline constexpr Key registerKeys[] = {
-    studentKey, {"faceImg", Type::Picture, "the face, 128 by 128"}, xKey, yKey, widthKey, heightKey};
+    studentKey, {"faceImg", Type::Picture, "the face, exactly 128 by 128 pixels"}, xKey, yKey, widthKey,
+    heightKey};
 inline constexpr Key registerStudentsKeys[] = {
     {"galleries", Type::List, "one map for each student, with the face's place", !optional, registerKeys}};
 
-inline constexpr Key replaceFaceKeys[] = {{"oldStuID", Type::Text, "the student"},
-                                          {"faceImageBase64", Type::Picture, "the new face, 128 by 128"},
-                                          xKey,
-                                          yKey,
-                                          widthKey,
-                                          heightKey};
+inline constexpr Key replaceFaceKeys[] = {
+    {"oldStuID", Type::Text, "the student"},
+    {"faceImageBase64", Type::Picture, "the new face, exactly 128 by 128 pixels"},
+    xKey,
+    yKey,
+    widthKey,
+    heightKey};
 inline constexpr Key renameStudentKeys[] = {{"oldStuID", Type::Text, "who he is"},
                                             {"newStuID", Type::Text, "who he shall be"}};
 
@@ -186,7 +198,8 @@ inline constexpr Key startGameKeys[] = {
     {"stuList", Type::List, "the players; absent, nobody", optional, studentKeys}};
 inline constexpr Key startRecordingKeys[] = {
     {"recordPath", Type::Text,
-     "a folder of the service's machine, made where it is missing; empty or absent, the service picks one",
+     "an existing folder, or one to be made, on the service's machine, a relative one in its working folder; "
+     "empty or absent: the folder Mirovane/Video on the disk with the most room",
      optional}};
 
 inline constexpr Event facesEvents[] = {Event::Faces};
