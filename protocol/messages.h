@@ -82,12 +82,11 @@ struct EventRow
     Rows<Key> keys; ///< keys of "event_info"
 };
 
-template <class Number>
-struct NumberRow
+struct ErrorRow
 {
-    Number number;
-    const char *name;
+    Error error;
     const char *meaning;
+    const char *remedy; ///< what a client does about it
 };
 
 inline constexpr bool optional = true;
@@ -199,7 +198,8 @@ inline constexpr Key startGameKeys[] = {
 inline constexpr Key startRecordingKeys[] = {
     {"recordPath", Type::Text,
      "an existing folder, or one to be made, on the service's machine, a relative one in its working folder; "
-     "empty or absent: the folder Mirovane/Video on the disk with the most room",
+     "empty or absent: the folder Mirovane/Video on the disk with the most room, memory file systems left "
+     "out",
      optional}};
 
 inline constexpr Event facesEvents[] = {Event::Faces};
@@ -333,16 +333,18 @@ inline constexpr EventRow events[] = {
 
 // Errors.
 
-inline constexpr NumberRow<Error> errors[] = {
-    {Error::None, "none", "success"},
-    {Error::Failed, "failed", "a recogniser or something inside failed"},
-    {Error::NoCamera, "no-camera", "no camera: the segment \"Camera\" has not been found since the open"},
-    {Error::Unknown, "unknown", "unknown kind or code"},
-    {Error::BadParameters, "bad-parameters", "parameters missing or unusable"},
-    {Error::WrongState, "wrong-state",
-     "wrong state: not open, not initialised, already started, not started"},
-    {Error::NoAnalysis, "no-analysis", "the analysis could not be made"},
-    {Error::NoStudent, "no-student", "no such student"},
+inline constexpr ErrorRow errors[] = {
+    {Error::None, "success", ""},
+    {Error::Failed, "a recogniser or something inside failed", "look into the log of the service"},
+    {Error::NoCamera, "no camera: the segment \"Camera\" has not been found since the open",
+     "start the camera, with the `TMPDIR` of the service; right after an open, try again"},
+    {Error::Unknown, "unknown kind or code",
+     "with an invalid \"rsp_id\": the request did not parse, the log tells why"},
+    {Error::BadParameters, "parameters missing or unusable", "compare them with what the command takes"},
+    {Error::WrongState, "wrong state: not open, not initialised, already started, not started",
+     "the detail says which: open, initialise, start or stop first"},
+    {Error::NoAnalysis, "the analysis could not be made", "look into the log of the service"},
+    {Error::NoStudent, "no such student", "ask for those who are enrolled (1026)"},
 };
 
 /// The row of a command; null for a code that is none.
@@ -373,10 +375,10 @@ constexpr const EventRow *find(Event event)
     return nullptr;
 }
 
-constexpr const NumberRow<Error> *find(Error error)
+constexpr const ErrorRow *find(Error error)
 {
-    for (const NumberRow<Error> &row : errors) {
-        if (row.number == error)
+    for (const ErrorRow &row : errors) {
+        if (row.error == error)
             return &row;
     }
     return nullptr;

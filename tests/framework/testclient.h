@@ -1,5 +1,6 @@
 #pragma once
 
+#include "protocol.h"
 #include "wire.h"
 
 #include <QDeadlineTimer>
@@ -12,10 +13,10 @@
 /// The request kinds, the values of "req_code".
 enum class Kind
 {
-    open = 1,
-    close = 2,
-    execute = 3,
-    info = 4
+    open = ai::code(ai::Kind::Open),
+    close = ai::code(ai::Kind::Close),
+    execute = ai::code(ai::Kind::Execute),
+    info = ai::code(ai::Kind::Info)
 };
 
 /// A request map as clients send it.

@@ -127,7 +127,7 @@ QJsonObject reply(const Rows<Key> &dataKeys)
 {
     QJsonArray numbers;
     for (const auto &row : ai::errors)
-        numbers.append(code(row.number));
+        numbers.append(code(row.error));
     QJsonObject schema = object(ai::replyKeys);
     narrow(schema, "type", constant(code(ai::MessageType::Reply)));
     narrow(schema, "rsp_error", {{"enum", numbers}});

@@ -75,9 +75,9 @@ QString keyTable(const Rows<Key> &keys)
 
 QString errorTable()
 {
-    QString table = "| Code | Meaning |\n|---|---|\n";
+    QString table = "| Code | Meaning | What to do |\n|---|---|---|\n";
     for (const auto &row : ai::errors)
-        table += QStringLiteral("| %1 | %2 |\n").arg(code(row.number)).arg(row.meaning);
+        table += QStringLiteral("| %1 | %2 | %3 |\n").arg(code(row.error)).arg(row.meaning, row.remedy);
     return table;
 }
 
