@@ -157,7 +157,7 @@ void AiClient::readFrames()
 
 void AiClient::handleMessage(QVariantMap message)
 {
-    if (message.value("type").toInt() == 2) {
+    if (message.value("type").toInt() == ai::code(ai::MessageType::Event)) {
         emit eventReceived({message.value("msg").toUInt(), message.value("event_info").toMap(),
                             message.value("event_type").toString(),
                             message.value("event_req_id").toString()});

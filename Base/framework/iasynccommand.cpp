@@ -7,18 +7,6 @@
 
 namespace {
 
-enum RequestKind
-{
-    openRequest = 1,
-    closeRequest = 2,
-    executeRequest = 3,
-    infoRequest = 4
-};
-
-constexpr int responseType = 1;
-constexpr int internalError = -2;
-constexpr int unknownKind = -10;
-
 /// The identifier as the log shows it. A client may choose one of any length.
 QString shown(const QString &requestID)
 {
@@ -34,9 +22,9 @@ QVariantList codeList(const QSet<unsigned int> &codes)
     return list;
 }
 
-QVariantMap withoutDetail(int error)
+QVariantMap withoutDetail(ai::Error error)
 {
-    return {{"rsp_error", error}, {"rsp_data", QVariant()}};
+    return {{"rsp_error", code(error)}, {"rsp_data", QVariant()}};
 }
 
 } // namespace
@@ -72,7 +60,7 @@ void IAsyncCommand::run()
     try {
         result = callService();
     } catch (...) {
-        result = withoutDetail(internalError);
+        result = withoutDetail(ai::Error::Failed);
     }
 
     {
@@ -80,25 +68,25 @@ void IAsyncCommand::run()
         service->requestDeadlines.remove(requestID);
     }
     result[QStringLiteral("rsp_id")] = request.value(QStringLiteral("req_id2"));
-    result[QStringLiteral("type")] = responseType;
+    result[QStringLiteral("type")] = ai::code(ai::MessageType::Reply);
     emit finished(result);
     qDebug("run IAsyncCommand=%p end: cmd=%d, requestID=%ls", self, kind, qUtf16Printable(shown(requestID)));
 }
 
 QVariantMap IAsyncCommand::callService() const
 {
-    switch (kind) {
-    case openRequest:
+    switch (ai::Kind{kind}) {
+    case ai::Kind::Open:
         return open();
-    case closeRequest:
+    case ai::Kind::Close:
         return close();
-    case executeRequest:
+    case ai::Kind::Execute:
         return execute();
-    case infoRequest:
+    case ai::Kind::Info:
         return info();
     default:
         qDebug("run IAsyncCommand unknown: requestID=%ls", qUtf16Printable(shown(requestID)));
-        return withoutDetail(unknownKind);
+        return withoutDetail(ai::Error::Unknown);
     }
 }
 

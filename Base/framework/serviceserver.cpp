@@ -14,7 +14,6 @@ namespace {
 constexpr int flushInterval = 2;    // milliseconds
 constexpr int writeTimeout = 30000; // milliseconds
 constexpr int probeTimeout = 10000; // milliseconds
-constexpr int eventType = 2;
 
 } // namespace
 
@@ -209,7 +208,7 @@ void ServiceServer::postMessage(unsigned int msg, const QVariant &eventInfo, con
         if (payload.isNull())
             payload = wire::encodePayload(QVariantMap{{QStringLiteral("msg"), msg},
                                                       {QStringLiteral("event_info"), eventInfo},
-                                                      {QStringLiteral("type"), eventType},
+                                                      {QStringLiteral("type"), code(ai::MessageType::Event)},
                                                       {QStringLiteral("event_type"), type},
                                                       {QStringLiteral("event_req_id"), requestID}});
         sendResponseData(connection, payload);

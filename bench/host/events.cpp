@@ -9,6 +9,7 @@
 #include "benchmain.h"
 #include "imageutil.h"
 #include "iservice.h"
+#include "protocol.h"
 #include "serviceserver.h"
 #include "wire.h"
 
@@ -37,7 +38,7 @@
 
 namespace {
 
-constexpr unsigned int galleryEvent = 1011;
+constexpr unsigned int galleryEvent = code(ai::Event::Faces);
 
 class SilentService : public IService
 {

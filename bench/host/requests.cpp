@@ -3,6 +3,7 @@
 // anything.
 #include "benchlog.h"
 #include "benchmain.h"
+#include "protocol.h"
 #include "serviceprocess.h"
 
 #include <QDataStream>
@@ -17,7 +18,7 @@
 
 namespace {
 
-constexpr int status = 1001;
+constexpr int status = ai::code(ai::Question::Status);
 
 /// Gives each frame back as soon as it is there, with nothing in between.
 class Mirror

@@ -4,6 +4,7 @@
 #include "benchmain.h"
 #include "eventually.h"
 #include "imagereader.h"
+#include "protocol.h"
 #include "serviceprocess.h"
 
 #include <QFile>
@@ -16,7 +17,7 @@
 namespace {
 
 constexpr std::size_t frameSize = 1920 * 1080 * 3;
-constexpr int initialise = 1001;
+constexpr int initialise = ai::code(ai::Command::Initialise);
 
 double now()
 {

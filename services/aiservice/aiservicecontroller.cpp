@@ -19,7 +19,6 @@
 
 namespace {
 
-constexpr unsigned int videoEvent = 1022;
 constexpr int storageInterval = 360000; // ms
 constexpr int checkInterval = 3000;     // ms
 constexpr std::chrono::milliseconds connectInterval(500);
@@ -34,8 +33,8 @@ qint64 now()
 
 void sendVideoState(int status)
 {
-    MessageSender::instance()->sendMessage(videoEvent, QVariantMap{{QStringLiteral("status"), status}},
-                                           QString());
+    MessageSender::instance()->sendMessage(code(ai::Event::Video),
+                                           QVariantMap{{QStringLiteral("status"), status}}, QString());
 }
 
 /// A timer that lives on a thread, runs as long as it and calls the slot there.
@@ -93,7 +92,7 @@ QVariantMap AIServiceController::init()
     m_checkTimer = addTimer(m_timerThread, checkInterval, this, &AIServiceController::onCheckTimerDone);
     m_timerThread->start(QThread::InheritPriority);
     m_checkTime = now();
-    return command::reply(0);
+    return command::reply(ai::Error::None);
 }
 
 void AIServiceController::ipcConnect(void *controller)
@@ -214,7 +213,7 @@ QVariantMap AIServiceController::reset(const QString &)
     ExternalGallery::instance()->clear();
     deleteAllGalleries();
     QSqliteStorage::instance()->remove();
-    return command::reply(0);
+    return command::reply(ai::Error::None);
 }
 
 std::shared_ptr<BaseStrategy> AIServiceController::registeredStrategy(const QString &name)

@@ -30,10 +30,9 @@ class QTimer;
  * third thread; a fourth tries to connect the reader until it succeeds. Strategies leave the registry on
  * whichever thread ends them.
  *
- * Replies: every command returns a map with "rsp_error", 0 for success: -2 the recogniser refused or an
- * internal failure, -9 the reader isn't connected, -12 parameters are missing or unusable, -15 wrong
- * state, -1002 a strategy couldn't be made, -1003 no such student. Some failures add "rsp_error_detail",
- * some commands "rsp_data".
+ * Replies: every command returns a map with "rsp_error", an ai::Error. Some failures add "rsp_error_detail",
+ * some commands "rsp_data". State and camera that a command needs are looked at by the caller, see
+ * AIService::execute.
  *
  * The students are touched in a fixed order without a transaction: recogniser, DataManager,
  * ExternalGallery, store. A step that fails leaves the earlier ones done.
@@ -60,6 +59,9 @@ public:
     /// Feeds what the store holds back through the commands, without writing to it. An exception of one
     /// student costs that student; any other passes through.
     void recovery();
+
+    /// Whether the reader is connected; in the moment between init and its first attempt, too.
+    bool isCameraConnected() const { return m_valid; }
 
     /// Provides the strategy of a name: the one that is registered, or a new one in place of none and of one
     /// that has ended. False for a name that the factory doesn't know.

@@ -15,12 +15,11 @@
 
 #include <QDebug>
 
+using ai::Error;
+using ai::Event;
 using command::reply;
 
 namespace {
-
-constexpr unsigned int registeredEvent = 1018;
-constexpr unsigned int bestGalleryEvent = 1021;
 
 QString text(const QVariantMap &params, const char *key)
 {
@@ -99,14 +98,14 @@ QVariantMap AIServiceController::setExternalGallery(const QVariantMap &params, c
     const QVariantList galleries = params.value(QStringLiteral("galleries")).toList();
     if (galleries.isEmpty()) {
         qWarning("[setExternalGallery] galleries empty");
-        return reply(-12);
+        return reply(Error::BadParameters);
     }
     QVariantList failed;
     for (const QVariant &gallery : galleries) {
         const QVariantMap entry = gallery.toMap();
         if (!isGalleryEntry(entry)) {
             qWarning("params data is invalid");
-            return reply(-12);
+            return reply(Error::BadParameters);
         }
         const QString stuID = text(entry, "stuID");
         forStudent(stuID, [&] {
@@ -114,17 +113,13 @@ QVariantMap AIServiceController::setExternalGallery(const QVariantMap &params, c
                 failed.append(studentEntry(stuID));
         });
     }
-    QVariantMap result = reply(0);
+    QVariantMap result = reply(Error::None);
     result.insert(QStringLiteral("rsp_data"), QVariantMap{{QStringLiteral("failedStuList"), failed}});
     return result;
 }
 
 QVariantMap AIServiceController::fetchGalleryNew(const QVariantMap &params, const QString &requestID)
 {
-    if (!m_valid) {
-        qWarning("[fetchGalleryNew] controller is invalid");
-        return reply(-9);
-    }
     StudentInfo student;
     if (!params.isEmpty()) {
         const QString stuID = text(params, "stuID");
@@ -132,7 +127,7 @@ QVariantMap AIServiceController::fetchGalleryNew(const QVariantMap &params, cons
         student = DataManager::instance()->getStudentInfo(stuID);
         if (student.stuID.isEmpty()) {
             qWarning().noquote().nospace() << "[fetchGalleryNew] stuID: " << stuID << " not found";
-            return reply(-1003);
+            return reply(Error::NoStudent);
         }
     }
     const bool wholeClass = student.stuID.isEmpty();
@@ -147,25 +142,21 @@ QVariantMap AIServiceController::fetchGalleryNew(const QVariantMap &params, cons
         });
     if (started == Started::notProvided) {
         qWarning("[fetchGalleryNew] failed to create gallery strategy");
-        return reply(-1002);
+        return reply(Error::NoAnalysis);
     }
     if (started == Started::refused) {
         qWarning("[fetchGalleryNew] already start");
-        return reply(-15, "fetch galleries already start");
+        return reply(Error::WrongState, "fetch galleries already start");
     }
-    return reply(0);
+    return reply(Error::None);
 }
 
 QVariantMap AIServiceController::registerGallery(const QVariantMap &params, const QString &requestID)
 {
-    if (!m_valid) {
-        qWarning("[registerGallery] controller is invalid");
-        return reply(-9);
-    }
     const QVariantList galleries = params.value(QStringLiteral("galleries")).toList();
     if (galleries.isEmpty()) {
         qWarning("[registerGallery] galleries empty");
-        return reply(-12);
+        return reply(Error::BadParameters);
     }
     const AIConfig &config = AIConfig::instance();
     QVariantList registered;
@@ -187,8 +178,8 @@ QVariantMap AIServiceController::registerGallery(const QVariantMap &params, cons
         });
     }
     MessageSender::instance()->sendMessage(
-        registeredEvent, QVariantMap{{QStringLiteral("successList"), registered}}, requestID);
-    return reply(0);
+        code(Event::Registered), QVariantMap{{QStringLiteral("successList"), registered}}, requestID);
+    return reply(Error::None);
 }
 
 bool AIServiceController::registerStuGallery(const QString &stuID, const QString &faceImg, cv::Rect rect)
@@ -246,26 +237,26 @@ QVariantMap AIServiceController::deleteGallery(const QVariantMap &params)
     const QString stuID = text(params, "stuID");
     if (stuID.isEmpty()) {
         qWarning("[deleteGallery] param failed, studentID empty");
-        return reply(-12);
+        return reply(Error::BadParameters);
     }
     const int faceID = DataManager::instance()->getFaceID(stuID);
     if (faceID < 0) {
         qWarning().noquote().nospace() << "[deleteGallery] failed,stuID: " << stuID << " not found";
-        return reply(-1003);
+        return reply(Error::NoStudent);
     }
     if (!removeFace(faceID)) {
         qWarning().noquote().nospace() << "[deleteGallery] failed,faceID delete error,student: " << stuID;
-        return reply(-2, "delete galleries: detect failed");
+        return reply(Error::Failed, "delete galleries: detect failed");
     }
     qInfo().noquote().nospace() << "[deleteGallery] stuID: " << stuID << " faceID: " << faceID;
     if (!DataManager::instance()->removeStudent(stuID)) {
         qWarning().noquote().nospace() << "[deleteGallery] remove failed,student: " << stuID;
-        return reply(-1003);
+        return reply(Error::NoStudent);
     }
     ExternalGallery::instance()->enableFaceFeature(stuID);
     if (!m_recovering)
         QSqliteStorage::instance()->deleteStudent(stuID);
-    return reply(0);
+    return reply(Error::None);
 }
 
 QVariantMap AIServiceController::bestGallery(const QString &requestID)
@@ -281,8 +272,8 @@ QVariantMap AIServiceController::bestGallery(const QString &requestID)
                                      << " bestFaceImg: " << face;
     }
     MessageSender::instance()->sendMessage(
-        bestGalleryEvent, QVariantMap{{QStringLiteral("bestGalleries"), galleries}}, requestID);
-    return reply(0);
+        code(Event::BestPictures), QVariantMap{{QStringLiteral("bestGalleries"), galleries}}, requestID);
+    return reply(Error::None);
 }
 
 void AIServiceController::deleteAllGalleries()
@@ -300,7 +291,7 @@ QVariantMap AIServiceController::clearHistoryGalleries(const QString &)
     ExternalGallery::instance()->clear();
     if (!m_recovering)
         QSqliteStorage::instance()->clearHistoryGalleries();
-    return reply(0);
+    return reply(Error::None);
 }
 
 QVariantMap AIServiceController::updateStudentID(const QVariantMap &params)
@@ -310,7 +301,7 @@ QVariantMap AIServiceController::updateStudentID(const QVariantMap &params)
     if (newID.isEmpty() || oldID.isEmpty()) {
         qWarning().noquote().nospace()
             << "[updateStudentID] param failed, old stuID: " << oldID << " new stuID: " << newID;
-        return reply(-12);
+        return reply(Error::BadParameters);
     }
     const bool unchanged = newID == oldID; // nobody's place is taken, and nothing has to move
     const int takenFace = unchanged ? -1 : DataManager::instance()->getFaceID(newID);
@@ -323,19 +314,19 @@ QVariantMap AIServiceController::updateStudentID(const QVariantMap &params)
     if (!DataManager::instance()->updateStudentID(oldID, newID)) {
         qWarning().noquote().nospace()
             << "[updateStudentID] update failed, old stuID: " << oldID << " new stuID: " << newID;
-        return reply(-1003);
+        return reply(Error::NoStudent);
     }
     qInfo().noquote().nospace() << "[updateStudentID] success,old stuID: " << oldID
                                 << " new stuID: " << newID;
     if (unchanged)
-        return reply(0);
+        return reply(Error::None);
     if (!m_recovering) {
         QSqliteStorage::instance()->deleteStudent(newID);
         QSqliteStorage::instance()->updateStudentName(oldID, newID);
     }
     ExternalGallery::instance()->enableFaceFeature(oldID);
     ExternalGallery::instance()->disableFaceFeature(newID);
-    return reply(0);
+    return reply(Error::None);
 }
 
 QVariantMap AIServiceController::updateStudentGallery(const QVariantMap &params)
@@ -345,12 +336,12 @@ QVariantMap AIServiceController::updateStudentGallery(const QVariantMap &params)
     if (stuID.isEmpty() || faceImg.isEmpty()) {
         qWarning().noquote().nospace()
             << "[updateStudentGallery] param failed,old stuID: " << stuID << " faceImg: " << faceImg;
-        return reply(-12);
+        return reply(Error::BadParameters);
     }
     // A delete that fails, say of a student whom nobody knows, doesn't stop the registration.
     deleteGallery(studentEntry(stuID));
     if (!registerStuGallery(stuID, faceImg, rect_util::fromMap(params)))
-        return reply(-12);
+        return reply(Error::BadParameters);
     qDebug().noquote().nospace() << "[updateStudentGallery] old stuID: " << stuID << " faceImg: " << faceImg;
-    return reply(0);
+    return reply(Error::None);
 }

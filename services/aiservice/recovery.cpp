@@ -54,7 +54,10 @@ void AIServiceController::recoverStudents()
     const QVariantMap galleries = QSqliteStorage::instance()->fetchStudentInfo();
     const QVariantList students = galleries.value(QStringLiteral("galleries")).toList();
     qInfo().nospace() << "galleries size: " << galleries.size();
-    registerGallery(galleries, QString());
+    if (isCameraConnected())
+        registerGallery(galleries, QString());
+    else
+        qWarning("[registerGallery] controller is invalid");
 
     const QVariantList rows = QSqliteStorage::instance()->getStudentInfo();
     qInfo().nospace() << "stuList size: " << rows.size();

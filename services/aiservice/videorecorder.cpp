@@ -3,6 +3,7 @@
 #include "aiconfig.h"
 #include "imageutil.h"
 #include "messageSender.h"
+#include "protocol.h"
 
 #include <new>
 #include <opencv2/imgproc.hpp>
@@ -18,7 +19,6 @@
 namespace {
 
 constexpr int recordInterval = 30; // frames
-constexpr unsigned int newVideoEvent = 1020;
 constexpr char displayTime[] = "yyyy-MM-dd hh::mm::ss";
 constexpr std::chrono::seconds closingTime(5);
 
@@ -254,7 +254,7 @@ void VideoRecorder::createWriter(const RecordParam &record)
     qInfo().noquote().nospace() << "[VideoRecorder] record filepath: " << path;
     const QVariantMap video{
         {"videoName", fileName}, {"startRecordDate", now.toString(displayTime)}, {"videoLocalPath", path}};
-    MessageSender::instance()->sendMessage(newVideoEvent, video, QString());
+    MessageSender::instance()->sendMessage(code(ai::Event::Recording), video, QString());
 }
 
 void VideoRecorder::closeWriter()

@@ -43,6 +43,31 @@ TEST(ServiceObject, StatesDecideWhatPasses)
     closeAll({&service});
 }
 
+/// A service in state 2 that looks for a camera in vain refuses just the commands that need one.
+TEST(ServiceObject, EachCommandIsRefusedWithoutWhatItNeeds)
+{
+    QDir::setCurrent(QDir::tempPath());
+    ModelManagerTestAccess::Recognisers recognisers;
+    AIService &service = makeService();
+    service.open("r");
+    ASSERT_EQ(service.execute(1001, {}, "r")["rsp_error"], QVariant(0));
+    LogCapture log;
+    ASSERT_TRUE(eventually([&] { return service.execute(1038, {}, "r") == error(-9); }));
+    EXPECT_TRUE(log.takeLines().contains("warning: [startAttributeDetection] controller is invalid"));
+    const QVariantMap folder{{"recordPath", QDir::tempPath()}};
+    QList<unsigned int> refused;
+    for (unsigned int code = 1000; code < 1050; ++code) {
+        if (service.execute(code, folder, "r") == error(-9))
+            refused.append(code);
+    }
+    QStringList lines = log.takeLines();
+    EXPECT_EQ(lines.filter("controller is invalid").size(), refused.size());
+    EXPECT_EQ(lines.count("warning: controller is invalid"), 2); // the game's line has no name
+    EXPECT_EQ(refused,
+              (QList<unsigned int>{1021, 1022, 1030, 1031, 1032, 1033, 1034, 1035, 1036, 1037, 1038}));
+    closeAll({&service});
+}
+
 TEST(ServiceObject, TheFirstInitialisationIsWhatARecoveryLoads)
 {
     QDir::setCurrent(QDir::tempPath());

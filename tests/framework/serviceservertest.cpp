@@ -35,24 +35,24 @@ public:
     QVariantMap close(const QString &) override { return {}; }
     QVariantMap info(unsigned int code, const QVariant &, const QString &requestID) override
     {
-        return makeResponse(0, QVariant(code), requestID);
+        return makeResponse(ai::Error::None, QVariant(code), requestID);
     }
 
     QVariantMap execute(unsigned int code, const QVariant &data, const QString &requestID) override
     {
         switch (code) {
         case echo:
-            return makeResponse(0, data, requestID);
+            return makeResponse(ai::Error::None, data, requestID);
         case fail:
             throw 5;
         case hold:
             waiting.release();
             gate.tryAcquire(1, 20000);
-            return makeResponse(0, "waited");
+            return makeResponse(ai::Error::None, "waited");
         case sendEvents:
             sendServiceMessage(1011, data, requestID);
             sendServiceMessage(1022, data);
-            return makeResponse(0, "");
+            return makeResponse(ai::Error::None, "");
         default:
             return {{"rsp_error", -10}};
         }

@@ -117,17 +117,17 @@ void Console::sendSelfKill()
     m_client.request(AiClient::Close, 0, {}, QStringLiteral("self-kill"), {});
 }
 
-AiReply Console::execute(uint code, const QVariant &data, const QString &requestID)
+AiReply Console::execute(ai::Command command, const QVariant &data, const QString &requestID)
 {
-    return send(AiClient::Execute, code, data, requestID);
+    return send(AiClient::Execute, code(command), data, requestID);
 }
 
-bool Console::executeForEvent(uint code, const QVariant &data, uint eventCode, QVariantMap *info)
+bool Console::executeForEvent(ai::Command command, const QVariant &data, ai::Event event, QVariantMap *info)
 {
     m_awaitedID = newRequestID();
-    m_awaitedCode = eventCode;
+    m_awaitedEvent = event;
     m_awaitedCame = false;
-    const auto reply = exchange(AiClient::Execute, code, data, m_awaitedID);
+    const auto reply = exchange(AiClient::Execute, code(command), data, m_awaitedID);
     if (reply.ok()) {
         QElapsedTimer clock;
         clock.start();
@@ -140,7 +140,7 @@ bool Console::executeForEvent(uint code, const QVariant &data, uint eventCode, Q
     if (!reply.ok())
         return false;
     if (!m_awaitedCame) {
-        complain(QStringLiteral("event %1 did not come; does the camera deliver frames?").arg(eventCode));
+        complain(QStringLiteral("event %1 did not come; does the camera deliver frames?").arg(code(event)));
         return false;
     }
     *info = std::move(m_awaitedInfo);
@@ -162,7 +162,7 @@ void Console::printReply(const AiReply &reply)
 void Console::onEvent(const AiEvent &event)
 {
     ++m_unclaimed[event.code];
-    if (!m_awaitedID.isEmpty() && event.requestID == m_awaitedID && event.code == m_awaitedCode) {
+    if (!m_awaitedID.isEmpty() && event.requestID == m_awaitedID && event.event() == m_awaitedEvent) {
         m_awaitedCame = true;
         m_awaitedInfo = event.info;
         return;

@@ -40,12 +40,12 @@ public:
     /// Sends a request, waits for the answer, prints it, and complains when it is not a success.
     /// @param requestID empty for one of the console's own
     AiReply send(AiClient::Kind kind, uint code, const QVariant &data = {}, const QString &requestID = {});
-    AiReply execute(uint code, const QVariant &data = {}, const QString &requestID = {});
+    AiReply execute(ai::Command command, const QVariant &data = {}, const QString &requestID = {});
 
     /// Sends a request whose result comes as an event of the same request, and waits for both. The reply is
     /// printed only when it is a failure, the event not at all.
     /// @return false, with a complaint, on a failure
-    bool executeForEvent(uint code, const QVariant &data, uint eventCode, QVariantMap *info);
+    bool executeForEvent(ai::Command command, const QVariant &data, ai::Event event, QVariantMap *info);
 
     /// Tells the service to end. An answer need not come; the connection goes.
     void sendSelfKill();
@@ -119,7 +119,7 @@ private:
     QMap<uint, int> m_unclaimed;
     // The event that executeForEvent() waits for.
     QString m_awaitedID;
-    uint m_awaitedCode = 0;
+    ai::Event m_awaitedEvent{};
     bool m_awaitedCame = false;
     QVariantMap m_awaitedInfo;
 };

@@ -1,13 +1,21 @@
 #include "command.h"
 
 #include "json.h"
+#include "messages.h"
 
 #include <QFile>
 
 namespace {
 
-const QStringList modelFlags{"faceMtcnn", "faceid",   "ssd", "bodypose", "handup",
-                             "emotion",   "faceAttr", "cmu", "cmuPose"};
+/// The recognisers that a client can ask for.
+const QStringList modelFlags = [] {
+    QStringList flags;
+    for (const ai::Key &key : ai::initialiseKeys) {
+        if (key.type == ai::Type::Boolean && key.name != QLatin1String("enableEmotion"))
+            flags.append(key.name);
+    }
+    return flags;
+}();
 /// The pose networks come with no open recogniser.
 constexpr int defaultModelCount = 7;
 
@@ -18,7 +26,7 @@ int result(const AiReply &reply)
 
 int runStatus(Console &console, const Arguments &)
 {
-    return result(console.send(AiClient::Info, 1001));
+    return result(console.send(AiClient::Info, code(ai::Question::Status)));
 }
 
 int runOpen(Console &console, const Arguments &)
@@ -49,7 +57,7 @@ int runInit(Console &console, const Arguments &arguments)
         }
         data["enableEmotion"] = emotion == "on";
     }
-    return result(console.execute(1001, data));
+    return result(console.execute(ai::Command::Initialise, data));
 }
 
 int runClose(Console &console, const Arguments &)
@@ -77,7 +85,7 @@ int runQuit(Console &console, const Arguments &)
 
 int runReset(Console &console, const Arguments &)
 {
-    return result(console.execute(1028));
+    return result(console.execute(ai::Command::Reset));
 }
 
 int runCall(Console &console, const Arguments &arguments)

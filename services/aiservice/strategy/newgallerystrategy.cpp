@@ -8,13 +8,13 @@
 #include "matching.h"
 #include "messageSender.h"
 #include "modelmanager.h"
+#include "protocol.h"
 #include "rectutil.h"
 
 #include <QDebug>
 
 namespace {
 
-constexpr unsigned int galleryEvent = 1011;
 constexpr int identifyEyes = 40;
 constexpr int showEyes = 25;
 
@@ -197,5 +197,5 @@ void NewGalleryStrategy::sendGalleries(const cv::Mat &frame, const QVariantList 
     QVariantMap payload;
     payload.insert(QStringLiteral("image"), ai_image::convertMat2Base64(frame));
     payload.insert(QStringLiteral("galleries"), galleries);
-    MessageSender::instance()->sendMessage(galleryEvent, payload, m_requestID);
+    MessageSender::instance()->sendMessage(code(ai::Event::Faces), payload, m_requestID);
 }
