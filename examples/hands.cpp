@@ -13,12 +13,6 @@
 
 namespace {
 
-constexpr uint initialise = 1001; // and, as info, the question for the state
-constexpr uint startHands = 1030;
-constexpr uint stopHands = 1031;
-constexpr uint handsEvent = 1013;
-constexpr int noCameraYet = -9;
-
 int fail(const QString &why)
 {
     std::fprintf(stderr, "hands: %s\n", qPrintable(why));
@@ -29,13 +23,13 @@ int fail(const QString &why)
 /// that failed. Opening an open service would be harmless; a fresh one begins with an empty store.
 AiReply prepare(AiClient &client)
 {
-    AiReply reply = client.call(AiClient::Info, initialise);
-    const int state = reply.data.toMap().value("status").toInt(); // 0 closed, 1 open, 2 initialised
-    if (reply.ok() && state < 1)
+    AiReply reply = client.call(AiClient::Info, code(ai::Question::Status));
+    const ai::State state{reply.data.toMap().value("status").toInt()};
+    if (reply.ok() && state < ai::State::Open)
         reply = client.call(AiClient::Open);
-    if (reply.ok() && state < 2)
+    if (reply.ok() && state < ai::State::Initialised)
         reply = client.call(
-            AiClient::Execute, initialise,
+            ai::Command::Initialise,
             QVariantMap{
                 {"faceMtcnn", true}, {"faceid", true}, {"ssd", true}, {"handup", true}, {"bodypose", true}});
     return reply;
@@ -46,8 +40,8 @@ AiReply start(AiClient &client)
 {
     AiReply reply;
     for (int tries = 0; tries < 20; ++tries) {
-        reply = client.call(AiClient::Execute, startHands, {}, "hands");
-        if (reply.error != noCameraYet)
+        reply = client.call(ai::Command::StartHands, {}, "hands");
+        if (reply.error != code(ai::Error::NoCamera))
             break;
         client.waitForMessages(500);
     }
@@ -76,11 +70,11 @@ int main(int argc, char **argv)
 
     AiClient client;
     const auto stop = [&client] {
-        const AiReply stopped = client.call(AiClient::Execute, stopHands);
+        const AiReply stopped = client.call(ai::Command::StopHands);
         QCoreApplication::exit(stopped.ok() ? EXIT_SUCCESS : fail(stopped.errorText()));
     };
     QObject::connect(&client, &AiClient::eventReceived, [&](const AiEvent &event) {
-        if (event.code != handsEvent || left == 0)
+        if (event.event() != ai::Event::Hands || left == 0)
             return; // of other analyses: every event goes to every client
         print(event.info);
         if (--left == 0)

@@ -1,40 +1,41 @@
 #include "errortext.h"
 
 #include "eventtext.h"
+#include "messages.h"
 
 namespace {
 
-struct Explanation
+/// What the user of aictl does about it.
+const char *remedy(const AiReply &reply)
 {
-    const char *meaning;
-    const char *remedy;
-};
-
-Explanation explain(const AiReply &reply)
-{
-    switch (reply.error) {
-    case -2:
-        return {"a recogniser or something inside failed", "the service's log tells more"};
-    case -9:
-        return {"no camera",
-                "start one, for example camerafeed, with the TMPDIR of the service, and try again"};
-    case -10:
-        return {"unknown kind or code", "docs/protocol.md lists those that there are"};
-    case -12:
-        return {"parameters missing or unusable", "docs/protocol.md tells what the command takes"};
-    case -15:
+    switch (ai::Error{reply.error}) {
+    case ai::Error::Failed:
+    case ai::Error::NoAnalysis:
+        return "the service's log tells more";
+    case ai::Error::NoCamera:
+        return "start one, for example camerafeed, with the TMPDIR of the service, and try again";
+    case ai::Error::Unknown:
+        return "docs/protocol.md lists those that there are";
+    case ai::Error::BadParameters:
+        return "docs/protocol.md tells what the command takes";
+    case ai::Error::WrongState:
         if (reply.detail == QLatin1String("aiservice not open"))
-            return {"wrong state", "run \"aictl open\" first"};
+            return "run \"aictl open\" first";
         if (reply.detail == QLatin1String("aiservice not init"))
-            return {"wrong state", "run \"aictl open\" and \"aictl init\" first"};
-        return {"wrong state", "what is to be stopped has not been started, or has been started already"};
-    case -1002:
-        return {"the analysis could not be made", "the service's log tells more"};
-    case -1003:
-        return {"no such student", "\"aictl students\" lists who is enrolled"};
+            return "run \"aictl open\" and \"aictl init\" first";
+        return "what is to be stopped has not been started, or has been started already";
+    case ai::Error::NoStudent:
+        return "\"aictl students\" lists who is enrolled";
     default:
-        return {"a code that this client doesn't know", "docs/protocol.md may tell more"};
+        return "docs/protocol.md may tell more";
     }
+}
+
+/// The beginning of what the code means; the rest of it is for a page.
+QString meaning(const AiReply &reply)
+{
+    const ai::ErrorRow *row = ai::find(ai::Error{reply.error});
+    return row ? QString(row->meaning).section(':', 0, 0) : "a code that this client doesn't know";
 }
 
 } // namespace
@@ -43,8 +44,7 @@ QString errorText(const AiReply &reply)
 {
     QString text = visible(reply.errorText());
     if (reply.outcome == AiReply::Answered && !reply.ok()) {
-        const Explanation explanation = explain(reply);
-        text += QStringLiteral(" (%1; %2)").arg(explanation.meaning, explanation.remedy);
+        text += QStringLiteral(" (%1; %2)").arg(meaning(reply), remedy(reply));
     }
     return text;
 }
