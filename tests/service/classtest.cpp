@@ -1,6 +1,6 @@
 #include "classroom.h"
-#include "democlass.h"
 #include "conforms.h"
+#include "democlass.h"
 #include "eventually.h"
 
 #include <gtest/gtest.h>
