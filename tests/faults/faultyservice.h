@@ -37,14 +37,13 @@ public:
     /// Waits until a call of the recogniser hangs, which may be one that was begun before.
     bool waitForHang(RecogniserClass recogniser)
     {
-        return eventually([&] { return faults.hanging[recogniser] > 0; }, 20000);
+        return eventually([&] { return faults.hanging[recogniser] > 0 || !isRunning(); }) && isRunning();
     }
     /// Waits until the recogniser has been called so many times more.
-    bool waitForCalls(RecogniserClass recogniser, int count, int milliseconds = 20000)
+    bool waitForCalls(RecogniserClass recogniser, int count)
     {
         const int wanted = faults.calls[recogniser] + count;
-        return eventually([&] { return faults.calls[recogniser] >= wanted || !isRunning(); }, milliseconds) &&
-               isRunning();
+        return eventually([&] { return faults.calls[recogniser] >= wanted || !isRunning(); }) && isRunning();
     }
 
     /// The service lives and serves a new client.
@@ -54,6 +53,12 @@ public:
         if (isRunning() && client.info(1001)["rsp_error"] == 0)
             return ::testing::AssertionSuccess();
         return ::testing::AssertionFailure() << standardError().right(2000).constData();
+    }
+    /// Whether the process has obeyed a SIGSTOP.
+    bool isStopped() const
+    {
+        QFile file(QString("/proc/%1/stat").arg(processId()));
+        return file.open(QFile::ReadOnly) && file.readAll().contains(") T ");
     }
     QStringList dumps() const { return QDir(filePath("Orelia/logs/dump/aidump")).entryList({"*.dmp"}); }
     int entriesOf(const char *list) const
