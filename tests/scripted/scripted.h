@@ -56,24 +56,26 @@ struct FaceID : mirovane::FaceIDDetection
         return static_cast<int>(cv::mean(face(cv::Rect(48, 48, 32, 32)))[0]);
     }
 
-    int registerFace(const cv::Mat &face, int) override
+    int registerFace(const cv::Mat &face, int id) override
     {
         if (failRegister)
             return -5;
-        entries[nextID] = brightness(face);
-        return nextID++;
+        if (id < 0)
+            id = nextID++;
+        entries[id] = brightness(face);
+        return id;
     }
     int identify(const cv::Mat &face, int *id, bool) override
     {
         *id = best(face);
-        return 0;
+        return identifyResult;
     }
     int extractFeature(const cv::Mat &face, cv::Mat *feature, bool) override
     {
-        if (failExtract)
-            return -7;
+        if (extractResult < -1)
+            return extractResult;
         *feature = featureOf(face);
-        return 0;
+        return extractResult;
     }
     int identifyAll(const cv::Mat &face, int *id, cv::Mat *feature, std::vector<int> *,
                     std::vector<double> *scores, bool) override
@@ -83,7 +85,7 @@ struct FaceID : mirovane::FaceIDDetection
         scores->assign(nextID, 0.0);
         for (const auto &[entry, value] : entries)
             (*scores)[entry] = std::abs(value - brightness(face)) <= 3 ? matchScore : 0.1;
-        return 0;
+        return identifyResult;
     }
     void reserved1() override {}
     void reserved2() override {}
@@ -114,8 +116,9 @@ struct FaceID : mirovane::FaceIDDetection
     std::map<int, int> entries; ///< id to brightness
     int nextID = 0;
     double matchScore = 0.95;
+    int identifyResult = 0;
+    int extractResult = 0; ///< below -1 there is no feature
     bool failRegister = false;
-    bool failExtract = false;
     bool failRemove = false;
 };
 
@@ -220,10 +223,13 @@ struct PoseClass : mirovane::PoseClassifyCMU
     int classify(const std::vector<cv::Mat> &points, std::vector<int> &result,
                  std::vector<float> &scores) override
     {
-        result.assign(points.size(), 0);
+        result = labels;
+        result.resize(points.size());
         scores.assign(points.size(), 0.9F);
         return 0;
     }
+
+    std::vector<int> labels;
 };
 
 } // namespace scripted

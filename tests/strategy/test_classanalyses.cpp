@@ -55,6 +55,21 @@ TEST_F(ClassAnalysis, RaisedHandsAreTheStatesOfZero)
     EXPECT_EQ(run("HandupPickStrategy"), 0U);
 }
 
+TEST_F(ClassAnalysis, RaisedHandsByPoseAreTheStatesOfZeroToo)
+{
+    recognisers.pose->keyPoints = {cv::Mat::zeros(1, 4, CV_32F)};
+    EXPECT_EQ(run("CMUHandupStrategy"), 0U); // one matrix for no body
+    recognisers.pose->keyPoints.clear();
+    EXPECT_EQ(run("CMUHandupStrategy"), 0U); // no body
+    seat(3);
+    recognisers.pose->rects = recognisers.bodies->rects;
+    recognisers.pose->keyPoints.assign(3, cv::Mat::zeros(1, 4, CV_32F));
+    recognisers.poseClass->labels = {1, 0, -1};
+    const QVariantList students = onlyEvent("CMUHandupStrategy", 1013)["handupStudents"].toList();
+    EXPECT_EQ(students::ids(students), QStringList("b"));
+    EXPECT_EQ(students.value(0).toMap()["state"], QVariant(0));
+}
+
 TEST_F(ClassAnalysis, ConcentrationIsThePlainSumAndListsEveryStudent)
 {
     bool looked = false;
@@ -113,16 +128,19 @@ TEST_F(ClassAnalysis, AttributesListEveryoneAndGlassesStayKnown)
     seat(1);
     run("HandupPickStrategy"); // finds him
     students::enrol(*recognisers.ids, "z", 200);
-    recognisers.attributes->label = 3;
+    recognisers.attributes->label = 6; // glasses are bit 0
     const auto attributes = [&] {
         return onlyEvent("AttributeStrategy", 1017)["studentsAttribute"].toList();
     };
-    const QVariantMap a{{"stuID", "a"}, {"clothColor", "others"}, {"row", 1}, {"glass", true}};
+    QVariantMap a{{"stuID", "a"}, {"clothColor", "others"}, {"row", 1}, {"glass", false}};
     const QVariantMap z{{"stuID", "z"}, {"clothColor", "others"}, {"row", 2}, {"glass", false}};
+    EXPECT_EQ(attributes(), (QVariantList{a, z}));
+    recognisers.attributes->label = 1;
+    a["glass"] = true;
     EXPECT_EQ(attributes(), (QVariantList{a, z}));
 
     DataManager::instance()->resetStatus(); // nobody found any more
-    recognisers.attributes->label = 2;
+    recognisers.attributes->label = 6;
     EXPECT_EQ(attributes(), (QVariantList{a, z}));
     DataManager::instance()->clear();
     EXPECT_TRUE(attributes().isEmpty());
