@@ -80,7 +80,8 @@ TEST_F(CameraFaults, AnotherLayoutThatFitsIsTakenOver)
         EXPECT_TRUE(service.waitForOutput("[videoframe] frame width: 1280 or height: 720 not match", 3));
         EXPECT_TRUE(service.alive());
     }
-    EXPECT_EQ(service.faults.calls[bodyDetection], calls) << "the reader's buffers are those of the first layout";
+    EXPECT_EQ(service.faults.calls[bodyDetection], calls)
+        << "the reader's buffers are those of the first layout";
     EXPECT_EQ(code(1031), 0);
     ASSERT_TRUE(camera.start(10));
     EXPECT_TRUE(framesArrive());

@@ -127,7 +127,9 @@ protected:
     }
 
     /// The students of a store's file, as whoever opens it now would see them; "broken" if the file is.
-    static QStringList storedStudents(const QString &file)
+    static QStringList storedStudents(const QString &file) { return rowsOf(file, "true"); }
+    /// The same of those rows for which a condition holds.
+    static QStringList rowsOf(const QString &file, const QString &condition)
     {
         QStringList students;
         {
@@ -136,7 +138,7 @@ protected:
             QSqlQuery query(database.open() ? database : QSqlDatabase());
             if (!query.exec("PRAGMA integrity_check") || !query.next() || query.value(0) != "ok")
                 students.append("broken");
-            query.exec("select stuID from ai_student order by stuID");
+            query.exec("select stuID from ai_student where " + condition + " order by stuID");
             while (query.next())
                 students.append(query.value(0).toString());
         }

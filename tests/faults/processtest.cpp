@@ -91,6 +91,22 @@ TEST_F(ProcessFaults, TheClockMayJump)
     EXPECT_TRUE(service.alive());
 }
 
+/// By the steady clock. What wakes the thread of the timers is the watch of the video, every three seconds.
+TEST_F(ProcessFaults, StudentsAreSavedEverySixMinutes)
+{
+    startClass();
+    ASSERT_EQ(enrol({"Ada"}), QStringList{"Ada"});
+    const auto saved = [&] {
+        return !rowsOf(service.filePath("ai.data"), "bestGallery is not null").isEmpty();
+    };
+    service.faults.steadySeconds = 300;
+    camera.stop();
+    EXPECT_EQ(client->event(1022)["event_info"].toMap(), (QVariantMap{{"status", 0}}));
+    EXPECT_FALSE(saved());
+    service.faults.steadySeconds = 360;
+    EXPECT_TRUE(eventually(saved));
+}
+
 /// The log changes its file at midnight. When it can't, lines are lost until it can.
 TEST_F(ProcessFaults, MidnightWithoutAFolderForTheLog)
 {

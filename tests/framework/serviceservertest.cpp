@@ -183,6 +183,9 @@ TEST_F(ServiceServerTest, EventsReachEveryClient)
         EXPECT_EQ(client->event(1011), event(1011, "execute", "mine"));
         EXPECT_EQ(client->event(1022), event(1022, "service", "0"));
     }
+    server.reset();
+    EXPECT_TRUE(one.waitForEnd());
+    EXPECT_TRUE(two.waitForEnd());
 }
 
 /// Sockets are often made at the address of one that has just gone.

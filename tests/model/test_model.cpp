@@ -1,4 +1,5 @@
 #include "aiconfig.h"
+#include "atonce.h"
 #include "scripted.h"
 
 #include <gmock/gmock.h>
@@ -133,6 +134,42 @@ TEST_F(Wrappers, FaceIdActionsSucceedAsTheRecogniserSays)
     EXPECT_EQ(ids.entries.size(), 2U);
     EXPECT_EQ(act(FaceIDModel::Clear), Outcome(true, true, -1, false));
     EXPECT_TRUE(ids.entries.empty());
+}
+
+TEST_F(Wrappers, OneCallAtATimeReachesARecogniser)
+{
+    std::atomic<int> inside{0};
+    std::atomic<int> met{0};
+    const auto call = [&] {
+        met += inside++;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        --inside;
+    };
+    for (scripted::Called *recogniser : std::initializer_list<scripted::Called *>{
+             recognisers.faces.get(), recognisers.ids.get(), recognisers.bodies.get(),
+             recognisers.handup.get(), recognisers.attributes.get(), recognisers.emotion.get()})
+        recogniser->onCall = call;
+    const cv::Mat face(128, 128, CV_8UC3, cv::Scalar::all(90));
+    const std::function<void(int)> uses[] = {
+        [&](int) { manager.createMTCNNModel(face, true)->detect(); },
+        [&](int) { manager.createFaceIDModel(face, FaceIDModel::Identify, -1)->detect(); },
+        [&](int) { manager.createSSDModel(face)->detect(); },
+        [&](int) { manager.createHandupModel(face, {cv::Rect(1, 1, 20, 20)})->detect(); },
+        [&](int) { manager.createFaceAttrModel(face, cv::Rect(1, 1, 20, 20))->detect(); },
+        [&](int) { manager.createFaceEmotionModel(face)->detect(); }};
+    for (const auto &use : uses) {
+        atOnce(10, {use, use, use});
+        EXPECT_EQ(met.exchange(0), 0) << "recogniser " << &use - uses;
+    }
+    // And while they are taken out and put in again.
+    for (scripted::Called *recogniser : std::initializer_list<scripted::Called *>{
+             recognisers.faces.get(), recognisers.ids.get(), recognisers.bodies.get()})
+        recogniser->onCall = nullptr;
+    atOnce(3000, {uses[0], uses[1], uses[2], [&](int round) {
+                      ModelManagerTestAccess::clear();
+                      if (round % 2)
+                          recognisers.install();
+                  }});
 }
 
 TEST_F(Wrappers, HeadCropPutsTheEyesLevelAtTheirPlaces)

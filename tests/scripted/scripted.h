@@ -9,7 +9,18 @@
 /// Recognisers that follow a script, on the thread of the caller. Without one they find nothing.
 namespace scripted {
 
-struct FaceDetection : mirovane::FaceDetectionMTCNN
+/// What every recogniser here has: a function that each call of one begins with.
+struct Called
+{
+    void called() const
+    {
+        if (onCall)
+            onCall();
+    }
+    std::function<void()> onCall;
+};
+
+struct FaceDetection : mirovane::FaceDetectionMTCNN, Called
 {
     using Script =
         std::function<void(const cv::Mat &, std::vector<cv::Rect> &, std::vector<std::vector<cv::Point>> &)>;
@@ -17,6 +28,7 @@ struct FaceDetection : mirovane::FaceDetectionMTCNN
     int detectWithLandmarks(const cv::Mat &image, std::vector<cv::Rect> &faces, std::vector<float> &scores,
                             std::vector<std::vector<cv::Point>> &landmarks, bool) override
     {
+        called();
         if (script)
             script(image, faces, landmarks);
         scores.assign(faces.size(), 0.9F);
@@ -49,7 +61,7 @@ struct FaceDetection : mirovane::FaceDetectionMTCNN
 
 /// A gallery that knows a face by the mean brightness of the picture's middle: equal within 3 grey
 /// levels is the same person.
-struct FaceID : mirovane::FaceIDDetection
+struct FaceID : mirovane::FaceIDDetection, Called
 {
     static int brightness(const cv::Mat &face)
     {
@@ -67,6 +79,7 @@ struct FaceID : mirovane::FaceIDDetection
     }
     int identify(const cv::Mat &face, int *id, bool) override
     {
+        called();
         *id = best(face);
         return identifyResult;
     }
@@ -122,10 +135,11 @@ struct FaceID : mirovane::FaceIDDetection
     bool failRemove = false;
 };
 
-struct Bodies : mirovane::BodyDetectionSSD
+struct Bodies : mirovane::BodyDetectionSSD, Called
 {
     int detect(const cv::Mat &image, std::vector<cv::Rect> &bodies, std::vector<float> &scores, bool) override
     {
+        called();
         if (script)
             script(image);
         bodies = rects;
@@ -137,13 +151,14 @@ struct Bodies : mirovane::BodyDetectionSSD
     std::function<void(const cv::Mat &)> script;
 };
 
-struct BodyPose : mirovane::BodyPoseClassify
+struct BodyPose : mirovane::BodyPoseClassify, Called
 {
     void reserved1() override {}
     void reserved2() override {}
     int classify(const cv::Mat &, const std::vector<cv::Rect> &bodies, std::vector<int> &result,
                  std::vector<float> &scores, bool) override
     {
+        called();
         result = labels;
         result.resize(bodies.size());
         scores.assign(bodies.size(), 0.9F);
@@ -153,13 +168,14 @@ struct BodyPose : mirovane::BodyPoseClassify
     std::vector<int> labels;
 };
 
-struct Handup : mirovane::HandupClassify
+struct Handup : mirovane::HandupClassify, Called
 {
     void reserved1() override {}
     void reserved2() override {}
     int classify(const cv::Mat &, const std::vector<cv::Rect> &rects, std::vector<int> &resultLabels,
                  std::vector<float> &resultScores, bool) override
     {
+        called();
         seen = rects;
         resultLabels = labels;
         resultScores = scores;
@@ -171,11 +187,12 @@ struct Handup : mirovane::HandupClassify
     std::vector<float> scores;
 };
 
-struct FaceAttr : mirovane::FaceAttrDetection
+struct FaceAttr : mirovane::FaceAttrDetection, Called
 {
     int detect(const cv::Mat &, const std::vector<cv::Rect> &faces,
                std::vector<mirovane::FaceAttrResult> &results, bool) override
     {
+        called();
         results.assign(faces.size(), mirovane::FaceAttrResult{{label}});
         return 0;
     }
@@ -183,13 +200,14 @@ struct FaceAttr : mirovane::FaceAttrDetection
     int label = 0;
 };
 
-struct Emotion : mirovane::FaceEmotionClassify
+struct Emotion : mirovane::FaceEmotionClassify, Called
 {
     void reserved1() override {}
     void reserved2() override {}
     void reserved3() override {}
     int classify(const cv::Mat &face, int *resultLabel, float *resultScore, bool) override
     {
+        called();
         seen = face.size();
         *resultLabel = label;
         *resultScore = score;

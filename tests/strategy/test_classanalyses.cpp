@@ -3,6 +3,12 @@
 
 namespace {
 
+/// Reads what a strategy keeps to itself.
+struct Interval : BaseStrategy
+{
+    static int of(const BaseStrategy &strategy) { return strategy.*&Interval::m_frameInterval; }
+};
+
 /// Runs one frame of an analysis and returns its events.
 class ClassAnalysis : public StrategyTest
 {
@@ -35,6 +41,17 @@ protected:
         return events[0].info;
     }
 };
+
+TEST_F(ClassAnalysis, EachLooksAtItsShareOfTheFrames)
+{
+    const std::pair<const char *, int> intervals[] = {
+        {"GalleryStrategyNew", 30}, {"HandupPickStrategy", 30}, {"ConcerntrationStrategy", 30},
+        {"CMUHandupStrategy", 30},  {"TrackingStrategy", 10},   {"FunctionGameStrategy", 5},
+        {"GalleryStrategy", 5},     {"AttributeStrategy", 1},   {"FaceEmotionStrategy", 1}};
+    for (const auto &[name, frames] : intervals)
+        EXPECT_EQ(Interval::of(*listen(BaseStrategy::createNewStrategy(name, "9"))), frames) << name;
+    EXPECT_EQ(BaseStrategy::createNewStrategy("Strategy", "9"), nullptr);
+}
 
 TEST_F(ClassAnalysis, RaisedHandsAreTheStatesOfZero)
 {
