@@ -120,7 +120,8 @@ TEST_F(DataManagerTest, EveryOperationMayMeetEveryOther)
                       manager->getStudentInfo(id(i));
                       manager->getStudentInfo(i % 16);
                       manager->getStudentID(i % 16);
-                      externals->getValidFaceFeatures();
+                      for (const auto &item : externals->getValidFaceFeatures())
+                          EXPECT_EQ(cv::Mat(item->feature).cols, 2);
                   },
                   [&](int) {
                       manager->getAllStudents();

@@ -223,14 +223,17 @@ struct Pose : mirovane::PoseDetectionCMU
 {
     void reserved1() override {}
     void reserved2() override {}
-    int detect(const cv::Mat &, std::vector<cv::Rect> &bodies, std::vector<cv::Mat> &points, bool) override
+    int detect(const cv::Mat &image, std::vector<cv::Rect> &bodies, std::vector<cv::Mat> &points,
+               bool) override
     {
+        seen = image.size();
         bodies = rects;
         for (const cv::Mat &matrix : keyPoints)
             points.push_back(matrix.clone());
         return 0;
     }
 
+    cv::Size seen;
     std::vector<cv::Rect> rects;
     std::vector<cv::Mat> keyPoints;
 };

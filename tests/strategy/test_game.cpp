@@ -39,6 +39,7 @@ TEST_F(Game, ShowsRegionsAndTheBonesOfTheBiggestPersonInThem)
         EXPECT_EQ(events.back().info, (QVariantMap{{"functionGameResult", QVariantList{result}}}));
     };
     expectBones({}); // nobody in the region
+    EXPECT_EQ(recognisers.pose->seen, cv::Size(400, 510));
     recognisers.pose->rects = {{0, 0, 10, 10}, {0, 0, 20, 20}, {0, 0, 20, 20}};
     recognisers.pose->keyPoints = {cv::Mat::zeros(1, 4, CV_32F), (cv::Mat_<float>(1, 5) << 400, 510, 0, 0, 7),
                                    cv::Mat::ones(1, 4, CV_32F)};

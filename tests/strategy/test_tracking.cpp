@@ -50,8 +50,8 @@ protected:
 
 TEST_F(Tracking, FollowsAMovingFaceWithAMargin)
 {
-    follow({501, 401, 121, 121});
-    EXPECT_EQ(next(faceAt(face.tl())), cv::Rect(480, 380, 160, 160));
+    follow({501, 401, 121, 131});
+    EXPECT_EQ(next(faceAt(face.tl())), cv::Rect(480, 380, 160, 170));
     for (int i = 0; i < 30; ++i) {
         const cv::Point corner = face.tl() + cv::Point(12 * i, 4 * i);
         const cv::Rect box = next(faceAt(corner));
@@ -62,8 +62,8 @@ TEST_F(Tracking, FollowsAMovingFaceWithAMargin)
 
 TEST_F(Tracking, BoxesStayInsideTheFrame)
 {
-    follow({4, 2, 41, 40});
-    EXPECT_EQ(next(faceAt(face.tl())), cv::Rect(0, 0, 80, 80));
+    follow({4, 2, 41, 60});
+    EXPECT_EQ(next(faceAt(face.tl())), cv::Rect(0, 0, 80, 100));
 }
 
 TEST_F(Tracking, AStrayedBoxGoesBackToTheFace)
@@ -77,11 +77,11 @@ TEST_F(Tracking, AStrayedBoxGoesBackToTheFace)
     // Box 240,190 at half scale: the search region starts 60 before it, at 360,260 of the frame.
     cv::Point region(360, 260);
     cv::Size searched;
-    const auto detectAt = [&](const cv::Point &corner) {
+    const auto detectAt = [&](const cv::Point &centre) {
         recognisers.faces->script = [=, &searched](const cv::Mat &image, std::vector<cv::Rect> &faces,
                                                    std::vector<std::vector<cv::Point>> &landmarks) {
             searched = image.size();
-            faces = {cv::Rect(corner - region, face.size())};
+            faces = {cv::Rect(centre - cv::Point(50, 70) - region, cv::Size(100, 140))};
             const cv::Point left = cv::Point(540, 455) - region;
             landmarks = {{left, left + cv::Point(40, 0), left, left, left}};
         };
@@ -90,15 +90,16 @@ TEST_F(Tracking, AStrayedBoxGoesBackToTheFace)
     follow(face);
     strategy->handleFrame(faceOf(50));
 
-    detectAt({500 + 12, 400 + 16}); // 6 and 8 at half scale: 10 away stays
+    detectAt({560 + 12, 460 + 16}); // 6 and 8 at half scale: 10 away stays
     EXPECT_EQ(next(faceOf(50)), cv::Rect(480, 380, 160, 160));
     EXPECT_EQ(searched, cv::Size(400, 400));
-    detectAt({500 + 14, 400 + 16}); // and no more; the left edge never changes
-    EXPECT_EQ(next(faceOf(50)), cv::Rect(480, 396, 160, 160));
-    region.y += 16;
-    detectAt({500 + 60, 400 + 80}); // another student's face changes nothing
-    EXPECT_NEAR(next(faceOf(150)).y, 396, 16);
-    EXPECT_EQ(next(faceOf(50)).y, 460);
+    detectAt({560 + 14, 460 + 16}); // and no more; the left edge never changes
+    EXPECT_EQ(next(faceOf(50)), cv::Rect(480, 386, 140, 180));
+    region.y += 6;
+    detectAt({560 + 60, 460 + 80}); // another student's face changes nothing
+    EXPECT_NEAR(next(faceOf(150)).y, 386, 16);
+    EXPECT_EQ(searched, cv::Size(380, 420));
+    EXPECT_EQ(next(faceOf(50)).y, 450);
 }
 
 TEST_F(Tracking, ALostFaceIsReportedWhereItWasLast)

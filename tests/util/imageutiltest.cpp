@@ -67,6 +67,9 @@ TEST(DataText, OnlyAColourJpegIsDecoded)
         EXPECT_TRUE(ai_image::convertBase642Mat(text).empty()) << qPrintable(text.left(60));
     EXPECT_FALSE(ai_image::convertBase642Mat(PREFIX + good).empty());
     EXPECT_EQ(ai_image::convertBase642Mat(textWithSize(8192)).size(), cv::Size(16, 8192));
+    const int rows = encoded(red, "JPG").size(); // of 512 pixels, one for each byte
+    EXPECT_EQ(ai_image::convertBase642Mat(textWithSize(rows, 512)).size(), cv::Size(512, rows));
+    EXPECT_TRUE(ai_image::convertBase642Mat(textWithSize(rows + 1, 512)).empty());
 }
 
 TEST(BeautifyFace, BrightensWithoutWrappingAndSmoothsWithinEdges)
