@@ -52,6 +52,9 @@ function(mirovane_add_recogniser name)
     install(TARGETS ${name} LIBRARY DESTINATION ${AI_INSTALL_HOME})
 endfunction()
 
+# The only limit of time that a test has, in seconds: many times what the longest one needs on an idle machine.
+set(AI_TEST_LIMIT 1200 CACHE STRING "Seconds after which CTest ends a test")
+
 # Adds one test program; each of its tests becomes a CTest test of its own. They run in a private TMPDIR
 # and with an application object (tests/support). The programs stay out of the folder of the service, whose
 # model folder is nobody's to change. Tests of programs with the same LOCK never run at the same time.
@@ -61,13 +64,10 @@ function(ai_add_test name)
     cmake_parse_arguments(PARSE_ARGV 1 ARG "" "LOCK" "SOURCES;LINK")
     ai_add_program(${name} SOURCES ${ARG_SOURCES} LINK ${ARG_LINK} testsupport GTest::gmock)
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests/bin)
-    set(properties TIMEOUT 240)
-    if(AI_TSAN_TEST_PROPERTIES)
-        set(properties ${AI_TSAN_TEST_PROPERTIES})
-    endif()
+    set(properties TIMEOUT ${AI_TEST_LIMIT} ${AI_TSAN_TEST_PROPERTIES})
     if(ARG_LOCK)
         list(APPEND properties RESOURCE_LOCK ${ARG_LOCK})
     endif()
-    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT ${AI_TEST_LIMIT}
                          PROPERTIES ${properties})
 endfunction()

@@ -6,7 +6,7 @@ whether they stayed flat. Then the process is killed, and a recovery has to brin
 
   soak.py [--seconds N] [--build FOLDER] [--fps N] [--keep]
 
-Exit code 0 for flat, 1 for growth, a wrong answer or a dead process, 77 without the photographs.
+Exit code 0 for flat, 1 for growth, a wrong answer, a dead process or missing photographs.
 """
 import argparse, itertools, os, pathlib, shutil, signal, statistics, subprocess, sys, tempfile, time
 
@@ -16,18 +16,13 @@ sys.dont_write_bytecode = True
 import client as example  # noqa: E402
 
 OPEN, CLOSE, EXECUTE, INFO = 1, 2, 3, 4
-PATIENCE = 120  # seconds for any one answer or event
 PASSING_CLIENTS = 5  # in each lesson
 MEMORY_SLACK = 24 * 1024  # kilobytes; a heap is never quite still
 SLACK = {"threads": 3, "files": 3}  # the pool's threads, and those of analyses that are ending
 
 
 class Visitor(example.Client):
-    """A client that remembers no more events than it is asked for."""
-
-    def __init__(self):
-        super().__init__()
-        self.socket.settimeout(PATIENCE)
+    """A client that remembers no more events than it is asked for. It waits as long as it takes."""
 
     def ask(self, kind, code=0, data=None, identifier=None, expect=0):
         reply = self.answer(self.send(kind, code, data, identifier))
@@ -40,13 +35,11 @@ class Visitor(example.Client):
 
     def wait(self, *codes):
         """Waits for one event of each code, in any order. What the last one that came told."""
-        missing, deadline = set(codes), time.monotonic() + PATIENCE
-        while time.monotonic() < deadline:
+        missing = set(codes)
+        while missing:
             message = self.events.popleft() if self.events else self.receive()
             missing.discard(message.get("msg"))
-            if not missing:
-                return message["event_info"]
-        raise AssertionError(f"no event {missing}")
+        return message["event_info"]
 
     def leave(self):
         self.stream.close()
@@ -73,10 +66,9 @@ class Day:
         old = os.stat(self.home / "AI").st_ctime_ns if (self.home / "AI").exists() else 0
         self.service = subprocess.Popen([self.build / "bin" / "AIService", *arguments], cwd=self.home,
                                         env=self.environment, stdout=subprocess.DEVNULL, stderr=self.console)
-        deadline = time.monotonic() + PATIENCE
         while not (self.home / "AI").exists() or os.stat(self.home / "AI").st_ctime_ns == old:
-            if self.service.poll() is not None or time.monotonic() > deadline:
-                raise AssertionError("the service does not listen")
+            if self.service.poll() is not None:
+                raise AssertionError("the service has ended")
             time.sleep(0.02)
 
     def kill(self, process):
@@ -104,8 +96,7 @@ class Day:
     def open_class(self):
         self.client.ask(OPEN)
         self.client.execute(1001, {**example.MODELS, "identify": "soak", "enableEmotion": True})
-        deadline = time.monotonic() + PATIENCE
-        while self.client.execute(1022, expect=None)["rsp_error"] == -9 and time.monotonic() < deadline:
+        while self.client.execute(1022, expect=None)["rsp_error"] == -9:
             time.sleep(0.1)
         self.students = []
 
@@ -164,8 +155,7 @@ class Day:
             visitor = Visitor()
             visitor.ask(INFO, 1001)
             visitor.leave()
-        deadline = time.monotonic() + PATIENCE
-        while self.client.execute(1031, expect=None)["rsp_error"] == 0 and time.monotonic() < deadline:
+        while self.client.execute(1031, expect=None)["rsp_error"] == 0:
             self.client.execute(1030, expect=None)
         self.client.leave()
         self.client = Visitor()
@@ -200,7 +190,7 @@ class Day:
         if known != self.students:
             raise AssertionError(f"after the recovery: {known} instead of {self.students}")
         self.client.send(CLOSE, identifier="self-kill")
-        if self.service.wait(PATIENCE) != 0:
+        if self.service.wait() != 0:
             raise AssertionError("the service did not leave with code 0")
 
     def tidy(self):
@@ -268,8 +258,7 @@ def main():
                                env=day.environment, stdout=subprocess.DEVNULL, stderr=day.console)
         if probe.returncode == 1:
             print("the photographs are not here")
-            good = True
-            return 77
+            return 1
         result = run(day, given.seconds)
         good = result == 0
         return result

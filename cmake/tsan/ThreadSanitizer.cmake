@@ -12,8 +12,7 @@ target_link_libraries(tsan_marks PRIVATE Qt5::Core ai_warnings)
 link_libraries($<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:tsan_marks>)
 
 set(tsan_reports ${CMAKE_BINARY_DIR}/tsan)
-# Everything takes several times as long.
-set(AI_TSAN_TEST_PROPERTIES TIMEOUT 900 FIXTURES_REQUIRED tsan
+set(AI_TSAN_TEST_PROPERTIES FIXTURES_REQUIRED tsan
                             ENVIRONMENT TSAN_OPTIONS=log_path=${tsan_reports}/report:log_exe_name=1)
 
 add_test(NAME tsan_clear COMMAND ${CMAKE_COMMAND} -E rm -rf ${tsan_reports})

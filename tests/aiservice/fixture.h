@@ -69,7 +69,7 @@ protected:
         return ai_image::convertMat2Base64(cv::Mat(side, side, CV_8UC3, cv::Scalar::all(brightness)));
     }
     static QVariantMap gallery(const QString &stuID, int brightness,
-                               const cv::Rect &rect = {100, 100, 80, 80})
+                               const cv::Rect &rect = {100, 120, 80, 90})
     {
         return {{"stuID", stuID},      {"faceImg", faceText(brightness)},
                 {"x", rect.x},         {"y", rect.y},

@@ -9,7 +9,7 @@ TEST_F(ControllerTest, ARefusedSecondStartDoublesTheEvents)
     EXPECT_EQ(controller->detectHandup({}, "1", 0), error(-15, "handup not start"));
     EXPECT_EQ(controller->detectHandup({}, "1", 1), error(0));
     sendFrame();
-    event(1013, 1);
+    EXPECT_NE(event(1013, 1).sender, std::this_thread::get_id()) << "it goes out on the strategy's thread";
     EXPECT_EQ(controller->detectHandup({}, "2", 1), error(-15, "handup already start"));
     sendFrames(30);
     EXPECT_EQ(event(1013, 3).requestID, "1");
@@ -67,6 +67,7 @@ TEST_F(ControllerTest, AGameStartsOnceAndAStopOfNoneIsAShortGame)
     EXPECT_EQ(students::ids(event(1015, 1).info["functionGameShowRegion"]), QStringList("a"));
     sendFrames(6);
     EXPECT_EQ(event(1016, 2).requestID, "1"); // never doubled
+    EXPECT_NE(event(1016, 2).sender, std::this_thread::get_id());
     EXPECT_EQ(controller->startFunctionGame({}, "3", 0), error(0));
     EXPECT_EQ(controller->startFunctionGame(players, "4", 0), error(0));
     EXPECT_EQ(event(1015, 2).requestID, "4");

@@ -20,6 +20,7 @@ TEST_F(ControllerTest, RegistrationReachesAllFourPlaces)
 
     const StudentInfo a = students::get("a");
     EXPECT_EQ(a.faceRect, cv::Rect(0, 0, 1920, 1080));
+    EXPECT_EQ(students::get("b").faceRect, cv::Rect(100, 120, 80, 90));
     EXPECT_EQ(a.galleryImage.size(), cv::Size(128, 128));
     EXPECT_NE(a.galleryImage.data, a.bestGallery.data);
     EXPECT_NE(a.registerFeature.data, a.meanFeature.data);
@@ -91,7 +92,7 @@ TEST_F(ControllerTest, AnIncompleteExternalEntryEndsTheRequestAndKeepsTheEarlier
         error(-12));
     EXPECT_EQ(externals(), QStringList({"a", "b"}));
     EXPECT_EQ(storedExternals(), QStringList({"a", "b"}));
-    recognisers.ids->failExtract = true;
+    recognisers.ids->extractResult = -7;
     const QVariantMap reply = setExternal({gallery("d", 50)});
     EXPECT_EQ(students::ids(reply["rsp_data"].toMap()["failedStuList"]), QStringList("d"));
     enrol({gallery("d", 50)});

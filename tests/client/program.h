@@ -20,26 +20,27 @@ public:
         environment.insert("TMPDIR", temporaryFolder);
         m_process.setProcessEnvironment(environment);
         m_process.start(program, arguments);
-        m_process.waitForStarted();
+        m_process.waitForStarted(-1);
         m_process.write(input);
         m_process.closeWriteChannel();
     }
     ~Program()
     {
         m_process.kill();
-        m_process.waitForFinished();
+        m_process.waitForFinished(-1);
     }
 
-    /// Waits for the end; -1 when it does not come within 20 seconds, or comes by a signal.
+    /// Waits for the end; -1 when it comes by a signal.
     int exitCode()
     {
-        const bool ended = eventually([this] { return m_process.state() == QProcess::NotRunning; }, 20000);
-        return ended && m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
+        eventually([this] { return hasEnded(); });
+        return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
     }
-    /// Waits until standard output has so many lines.
+    /// Waits until standard output has so many lines. False when the program ends with fewer.
     bool hasLines(int count)
     {
-        return eventually([&] { return lines().size() >= count; });
+        eventually([&] { return lines().size() >= count || hasEnded(); });
+        return lines().size() >= count;
     }
     void interrupt() const { ::kill(pid_t(m_process.processId()), SIGINT); }
     void terminate() { m_process.terminate(); }
@@ -57,6 +58,8 @@ public:
     }
 
 private:
+    bool hasEnded() const { return m_process.state() == QProcess::NotRunning; }
+
     QProcess m_process;
     QByteArray m_out;
     QByteArray m_errors;

@@ -1,4 +1,6 @@
 #include "datamanager.h"
+#include "atonce.h"
+#include "externalgallery.h"
 
 #include <gtest/gtest.h>
 #include <limits>
@@ -86,6 +88,50 @@ TEST_F(DataManagerTest, AForeignFeatureOnlyMovesTheFace)
     }
     manager->updateFaceRect(1, cv::Rect(), feature({0, 0}), FACE * 2); // no direction, so no match
     EXPECT_EQ(manager->getStudentInfo(1).galleryScore, 0.7);
+}
+
+TEST_F(DataManagerTest, EveryOperationMayMeetEveryOther)
+{
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    const auto id = [](int number) { return QString::number(number % 16); };
+    ExternalGallery *externals = ExternalGallery::instance();
+    atOnce(4000, {[&](int i) {
+                      manager->addStudent(student(id(i), i % 16));
+                      manager->removeStudent(id(i + 7));
+                      cv::Mat face = feature({1, 2});
+                      externals->addFaceFeature(id(i), face);
+                      if (i % 20 == 0) {
+                          manager->clear();
+                          externals->clear();
+                      }
+                  },
+                  [&](int i) {
+                      manager->updateStudentID(id(i), id(i + 5));
+                      manager->updateStudent(student(id(i), i % 16));
+                      manager->updateBodyRect(i % 16, cv::Rect(1, i, 3, 4), i % 4);
+                      manager->updateFaceRect(i % 16, cv::Rect(), feature({1, 2}), FACE);
+                      manager->updateBodyMat(i % 16, FACE);
+                      externals->setFaceFeature(id(i), i % 2);
+                  },
+                  [&](int i) {
+                      manager->isStudentExist(id(i));
+                      EXPECT_LE(manager->count(), 16);
+                      EXPECT_LT(manager->getFaceID(id(i)), 16);
+                      manager->getStudentInfo(id(i));
+                      manager->getStudentInfo(i % 16);
+                      manager->getStudentID(i % 16);
+                      for (const auto &item : externals->getValidFaceFeatures())
+                          EXPECT_EQ(cv::Mat(item->feature).cols, 2);
+                  },
+                  [&](int) {
+                      manager->getAllStudents();
+                      manager->getFoundStudents();
+                      manager->getNoFaceIDStudents();
+                      manager->getUnfoundBodyStudents();
+                      manager->resetStatus();
+                      manager->sortStudentRows();
+                  }});
+    qInstallMessageHandler(nullptr);
 }
 
 TEST_F(DataManagerTest, NumbersRowsFromTheirLowestStudent)

@@ -18,8 +18,8 @@ protected:
     {
         QProcess probe;
         probe.start("unshare", {namespaceOption(), "mount", "-t", "tmpfs", "none", service.home()});
-        if (!probe.waitForFinished(10000) || probe.exitCode() != 0)
-            GTEST_SKIP() << "no mount namespaces here";
+        if (!probe.waitForFinished(-1) || probe.exitCode() != 0)
+            GTEST_SKIP() << "needs the right to mount namespaces";
         service.setProgram("unshare");
         QDir(service.home()).mkpath("disk");
     }
@@ -80,7 +80,7 @@ TEST_F(DiskFaults, AFullDiskCostsWhatWasToBeWritten)
     EXPECT_FALSE(client->event(1013).isEmpty());
     EXPECT_EQ(enrol({"Ben"}), QStringList{"Ben"});
     EXPECT_TRUE(service.waitForOutput("sqlite exec add student failed,error: "));
-    EXPECT_TRUE(eventually([&] { return service.standardError().contains("LOG ERROR"); }, 20000));
+    EXPECT_TRUE(eventually([&] { return service.standardError().contains("LOG ERROR"); }));
     EXPECT_EQ(code(1040), 0);
     EXPECT_EQ(code(1039, {{"recordPath", videoFolder}}), 0);
     EXPECT_FALSE(client->event(1020).isEmpty());
@@ -113,12 +113,12 @@ TEST_F(DiskFaults, AReadOnlyDiskCostsStoreAndRecording)
     EXPECT_EQ(studentsOf(*client), QStringList{"Ada"});
 }
 
+#if !AI_SANITIZED // whose writes can't be intercepted
+
 using FrozenDisk = FaultTest;
 
 TEST_F(FrozenDisk, ARecordingHoldsUpNobodyForLong)
 {
-    if (FaultyService::isSanitized)
-        GTEST_SKIP() << "writes can't be intercepted in a sanitizer build";
     startClass(100);
     ASSERT_EQ(code(1039, {{"recordPath", service.filePath("video")}}), 0);
     ASSERT_FALSE(client->event(1020).isEmpty());
@@ -134,6 +134,8 @@ TEST_F(FrozenDisk, ARecordingHoldsUpNobodyForLong)
     EXPECT_TRUE(service.waitForExit());
     EXPECT_EQ(service.exitCode(), 0);
 }
+
+#endif
 
 /// Nothing else could be told to anybody: it ends, at once and saying why.
 TEST_F(DiskFaults, NoLogFileNoService)

@@ -47,13 +47,14 @@ struct FaultControl
     std::array<std::atomic<int>, recogniserClasses> calls{};   ///< calls that were begun
     std::array<std::atomic<int>, recogniserClasses> hanging{}; ///< calls that don't return now
 
-    std::atomic<int> writes{0};        ///< calls that would have changed a watched file, so far
-    std::atomic<int> failFrom{0};      ///< the first of them, from 1, that fails; 0 for none
-    std::atomic<int> failUntil{0};     ///< the last of them that fails
-    std::atomic<int> failed{0};        ///< how many did fail
-    std::atomic<int> error{0};         ///< the errno that they fail with
-    std::atomic<bool> frozen{false};   ///< writes to a video don't return as long as this holds
-    std::atomic<long> clockSeconds{0}; ///< by which the wall clock is off
+    std::atomic<int> writes{0};         ///< calls that would have changed a watched file, so far
+    std::atomic<int> failFrom{0};       ///< the first of them, from 1, that fails; 0 for none
+    std::atomic<int> failUntil{0};      ///< the last of them that fails
+    std::atomic<int> failed{0};         ///< how many did fail
+    std::atomic<int> error{0};          ///< the errno that they fail with
+    std::atomic<bool> frozen{false};    ///< writes to a video don't return as long as this holds
+    std::atomic<long> clockSeconds{0};  ///< by which the wall clock is off
+    std::atomic<long> steadySeconds{0}; ///< by which the steady clock is off
 
     /// Maps the file, which is made when it isn't there. Null when that fails. Stays for the process's life.
     static FaultControl *map(const char *path)

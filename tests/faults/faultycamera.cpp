@@ -91,7 +91,7 @@ void end(int)
 /// A camera program that doesn't do as it should: `faultycamera BLOCKS WIDTH HEIGHT FORMAT` writes such
 /// frames into a ring of so many blocks, `faultycamera garbage` writes anything at all into a ring of the
 /// right size, every 10 milliseconds until it is ended; SIGTERM lets it tidy up. `faultycamera stop` stops
-/// inside a copy. Says "writing" when the segment is there.
+/// inside a copy. Says "writing" when the segment is there, and after each ten frames.
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
@@ -110,8 +110,11 @@ int main(int argc, char **argv)
     QSharedMemory memory("Camera");
     if (garbage && !memory.attach())
         return EXIT_FAILURE;
-    std::puts("writing");
-    std::fflush(stdout);
+    const auto tell = [] {
+        std::puts("writing");
+        std::fflush(stdout);
+    };
+    tell();
 
     QByteArray pixels(bytes, '\x55');
     ImageBlock frame;
@@ -123,6 +126,7 @@ int main(int argc, char **argv)
         frame.format = number(4);
     }
     QTimer timer;
+    int frames = 0;
     QObject::connect(&timer, &QTimer::timeout, [&] {
         if (isEnded)
             QCoreApplication::quit();
@@ -130,6 +134,8 @@ int main(int argc, char **argv)
             writeGarbage(memory);
         else
             writer.writeImageBlock(frame);
+        if (++frames % 10 == 0)
+            tell();
     });
     timer.start(10);
     return QCoreApplication::exec();

@@ -37,14 +37,13 @@ public:
     /// Waits until a call of the recogniser hangs, which may be one that was begun before.
     bool waitForHang(RecogniserClass recogniser)
     {
-        return eventually([&] { return faults.hanging[recogniser] > 0; }, 20000);
+        return eventually([&] { return faults.hanging[recogniser] > 0 || !isRunning(); }) && isRunning();
     }
     /// Waits until the recogniser has been called so many times more.
-    bool waitForCalls(RecogniserClass recogniser, int count, int milliseconds = 20000)
+    bool waitForCalls(RecogniserClass recogniser, int count)
     {
         const int wanted = faults.calls[recogniser] + count;
-        return eventually([&] { return faults.calls[recogniser] >= wanted || !isRunning(); }, milliseconds) &&
-               isRunning();
+        return eventually([&] { return faults.calls[recogniser] >= wanted || !isRunning(); }) && isRunning();
     }
 
     /// The service lives and serves a new client.
@@ -54,6 +53,12 @@ public:
         if (isRunning() && client.info(1001)["rsp_error"] == 0)
             return ::testing::AssertionSuccess();
         return ::testing::AssertionFailure() << standardError().right(2000).constData();
+    }
+    /// Whether the process has obeyed a SIGSTOP.
+    bool isStopped() const
+    {
+        QFile file(QString("/proc/%1/stat").arg(processId()));
+        return file.open(QFile::ReadOnly) && file.readAll().contains(") T ");
     }
     QStringList dumps() const { return QDir(filePath("Orelia/logs/dump/aidump")).entryList({"*.dmp"}); }
     int entriesOf(const char *list) const
@@ -122,7 +127,9 @@ protected:
     }
 
     /// The students of a store's file, as whoever opens it now would see them; "broken" if the file is.
-    static QStringList storedStudents(const QString &file)
+    static QStringList storedStudents(const QString &file) { return rowsOf(file, "true"); }
+    /// The same of those rows for which a condition holds.
+    static QStringList rowsOf(const QString &file, const QString &condition)
     {
         QStringList students;
         {
@@ -131,7 +138,7 @@ protected:
             QSqlQuery query(database.open() ? database : QSqlDatabase());
             if (!query.exec("PRAGMA integrity_check") || !query.next() || query.value(0) != "ok")
                 students.append("broken");
-            query.exec("select stuID from ai_student order by stuID");
+            query.exec("select stuID from ai_student where " + condition + " order by stuID");
             while (query.next())
                 students.append(query.value(0).toString());
         }

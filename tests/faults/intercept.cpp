@@ -1,5 +1,5 @@
 // Preloaded into the process under test: fails the writes of the store, holds up those of videos, and puts
-// the wall clock off, as the mapped FaultControl says. Only files whose path contains "ai.data" fail.
+// the clocks off, as the mapped FaultControl says. Only files whose path contains "ai.data" fail.
 #include "faultcontrol.h"
 
 #include <cerrno>
@@ -126,6 +126,8 @@ int clock_gettime(clockid_t clock, timespec *time) noexcept
     const int result = next(clock, time);
     if (result == 0 && clock == CLOCK_REALTIME && control())
         time->tv_sec += control()->clockSeconds;
+    if (result == 0 && clock == CLOCK_MONOTONIC && control())
+        time->tv_sec += control()->steadySeconds;
     return result;
 }
 

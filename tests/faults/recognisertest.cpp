@@ -139,14 +139,13 @@ TEST_F(RecogniserFaults, AHangHoldsUpOnlyWhoNeedsThatRecogniser)
     }
 
     // For ever: the process is killed, and nothing that was answered is lost.
-    // A client that leaves meanwhile makes the server wait as well, and then nobody is answered.
+    // A client that leaves meanwhile makes the server wait as well.
     service.behave(faceId, Behaviour::hangs);
     ASSERT_TRUE(client->send(enrolment("Finn")));
     ASSERT_TRUE(service.waitForHang(faceId));
     const int left = service.standardOutput().count("ServiceServer connection disconnect: socket");
     client.reset();
     ASSERT_TRUE(service.waitForOutput("ServiceServer connection disconnect: socket", left + 1));
-    EXPECT_TRUE(TestClient(service.socketPath()).request(makeRequest(Kind::info, 1001), 1000).isEmpty());
     service.crash();
     service.behave(Behaviour::works);
     startService({"--recovery"});

@@ -29,8 +29,8 @@ inline QVariantMap makeRequest(Kind kind, int code = 0, const QVariant &data = {
 }
 
 /**
- * A client that is nothing but the bytes on the socket. Needs no event loop; each wait is bounded and ends
- * with an empty map or false.
+ * A client that is nothing but the bytes on the socket. Needs no event loop. A wait ends with what it waits
+ * for, or with an empty map or false when the connection has ended or the time of the caller is over.
  *
  * Not for two threads at once.
  */
@@ -38,10 +38,10 @@ class TestClient
 {
 public:
     /// @param path name of the socket below this process's temporary folder, or an absolute path
-    explicit TestClient(const QString &path = "AI", int milliseconds = 10000)
+    explicit TestClient(const QString &path = "AI")
     {
         socket.connectToServer(path);
-        socket.waitForConnected(milliseconds);
+        socket.waitForConnected(-1);
     }
 
     bool isConnected() const { return socket.state() == QLocalSocket::ConnectedState; }
@@ -49,10 +49,9 @@ public:
     /// Hands the bytes over to the system before it returns.
     bool sendBytes(const QByteArray &bytes)
     {
-        const QDeadlineTimer deadline(10000);
         socket.write(bytes);
         while (socket.bytesToWrite() > 0) {
-            if (!socket.waitForBytesWritten(int(deadline.remainingTime())))
+            if (!socket.waitForBytesWritten(-1))
                 return false;
         }
         return true;
@@ -61,7 +60,7 @@ public:
     static QByteArray frame(const QVariantMap &message) { return wire::encodeFrame(message); }
 
     /// The next message, response or event.
-    QVariantMap receive(int milliseconds = 20000)
+    QVariantMap receive(int milliseconds = -1)
     {
         const QDeadlineTimer deadline(milliseconds);
         constexpr int lengthFields = 8;
@@ -85,11 +84,11 @@ public:
 
     /// Sends with an "req_id2" of its own and returns the response to it. Events that come meanwhile, and
     /// responses to other requests, wait in `others`.
-    QVariantMap request(QVariantMap message, int milliseconds = 60000)
+    QVariantMap request(QVariantMap message)
     {
         const QString mark = QString("request %1").arg(++lastRequest);
         message["req_id2"] = mark;
-        const QVariantMap reply = send(message) ? next("rsp_id", mark, milliseconds) : QVariantMap();
+        const QVariantMap reply = send(message) ? next("rsp_id", mark) : QVariantMap();
         if (inspect && !reply.isEmpty())
             inspect(message, reply);
         return reply;
@@ -103,17 +102,17 @@ public:
     }
 
     /// The next event of this code, among those that wait and those that come.
-    QVariantMap event(unsigned int code, int milliseconds = 20000)
+    QVariantMap event(unsigned int code)
     {
         for (int i = 0; i < others.size(); ++i) {
             if (others[i]["msg"] == code)
                 return others.takeAt(i);
         }
-        return next("msg", code, milliseconds);
+        return next("msg", code);
     }
 
     /// Whether the other side has ended the connection.
-    bool waitForEnd() { return !isConnected() || socket.waitForDisconnected(10000); }
+    bool waitForEnd() { return !isConnected() || socket.waitForDisconnected(-1); }
 
     QLocalSocket socket;
     QList<QVariantMap> others;
@@ -122,11 +121,10 @@ public:
 
 private:
     /// The next message with this value; what comes before it is kept for later.
-    QVariantMap next(const QString &key, const QVariant &value, int milliseconds)
+    QVariantMap next(const QString &key, const QVariant &value)
     {
-        const QDeadlineTimer deadline(milliseconds);
         while (true) {
-            const QVariantMap message = receive(int(deadline.remainingTime()));
+            const QVariantMap message = receive();
             if (message.isEmpty() || message[key] == value)
                 return message;
             others.append(message);

@@ -38,6 +38,10 @@ protected:
     QStringList lines(const QString &name = "AI")
     {
         MyLog::flush();
+        return linesOnDisk(name);
+    }
+    QStringList linesOnDisk(const QString &name = "AI")
+    {
         const QStringList files =
             m_folder.entryList().filter(QRegularExpression("^" + name + "_[\\d-]{10}_[\\d-]{8}\\.log$"));
         EXPECT_EQ(files.size(), 1) << qPrintable(name);
@@ -94,6 +98,16 @@ TEST_F(LogTest, ThresholdHoldsForFileAndConsole)
     EXPECT_EQ(console.count("text"), 2);
     EXPECT_TRUE(console.contains("text1    ==>>(:7)\r\n")) << console.constData();
     EXPECT_EQ(lines(), (QStringList{"[warning] text1    ==>>(:7)\r", "[critical] text2    ==>>(:7)\r", ""}));
+}
+
+TEST_F(LogTest, LinesReachTheFileEveryThreeSeconds)
+{
+    start();
+    log(QtInfoMsg, "late");
+    int halfSeconds = 0;
+    for (; linesOnDisk().size() < 2; ++halfSeconds)
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    EXPECT_NEAR(halfSeconds, 6, 1);
 }
 
 TEST_F(LogTest, CategoriesHaveFilesOfTheirOwn)

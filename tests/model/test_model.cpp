@@ -1,4 +1,5 @@
 #include "aiconfig.h"
+#include "atonce.h"
 #include "scripted.h"
 
 #include <gmock/gmock.h>
@@ -96,6 +97,80 @@ protected:
     ModelManager &manager = ModelManager::instance();
     cv::Mat frame = cv::Mat(1080, 1920, CV_8UC3, cv::Scalar(90, 90, 90));
 };
+
+TEST_F(Wrappers, FaceIdActionsSucceedAsTheRecogniserSays)
+{
+    const cv::Mat face(128, 128, CV_8UC3, cv::Scalar::all(90));
+    const auto act = [&](int action, int id = -1) {
+        const auto model = manager.createFaceIDModel(face, action, id);
+        EXPECT_FALSE(model->m_finished);
+        const bool success = model->detect();
+        return std::tuple(success, model->m_finished, model->m_id, !model->m_feature.empty());
+    };
+    using Outcome = std::tuple<bool, bool, int, bool>; // success, finished, id, feature
+    scripted::FaceID &ids = *recognisers.ids;
+    EXPECT_EQ(act(FaceIDModel::Register), Outcome(true, true, 0, false));
+    EXPECT_EQ(act(FaceIDModel::RegisterAndExtract), Outcome(true, true, 1, true));
+    EXPECT_EQ(act(FaceIDModel::RegisterAs, 7), Outcome(true, true, 7, false));
+    EXPECT_EQ(act(FaceIDModel::Identify), Outcome(true, true, 0, false));
+    EXPECT_EQ(act(FaceIDModel::Extract), Outcome(true, true, -1, true));
+    EXPECT_EQ(act(FaceIDModel::IdentifyAll), Outcome(true, true, 0, true));
+    EXPECT_EQ(act(FaceIDModel::Remove, 1), Outcome(true, true, 1, false));
+    EXPECT_EQ(ids.entries.size(), 2U);
+    EXPECT_EQ(act(9), Outcome(false, true, -1, false));
+
+    ids.failRegister = ids.failRemove = true;
+    ids.identifyResult = -1;
+    ids.extractResult = -1; // as good as 0
+    for (const int action : {FaceIDModel::Register, FaceIDModel::RegisterAs})
+        EXPECT_EQ(act(action, 3), Outcome(false, true, -5, false)) << action;
+    EXPECT_EQ(act(FaceIDModel::RegisterAndExtract), Outcome(false, true, -5, true));
+    EXPECT_EQ(act(FaceIDModel::Identify), Outcome(false, true, 0, false));
+    EXPECT_EQ(act(FaceIDModel::IdentifyAll), Outcome(false, true, 0, true));
+    EXPECT_EQ(act(FaceIDModel::Extract), Outcome(true, true, -1, true));
+    ids.extractResult = -2;
+    EXPECT_EQ(act(FaceIDModel::Extract), Outcome(false, true, -1, false));
+    EXPECT_EQ(act(FaceIDModel::Remove, 7), Outcome(false, true, 7, false));
+    EXPECT_EQ(ids.entries.size(), 2U);
+    EXPECT_EQ(act(FaceIDModel::Clear), Outcome(true, true, -1, false));
+    EXPECT_TRUE(ids.entries.empty());
+}
+
+TEST_F(Wrappers, OneCallAtATimeReachesARecogniser)
+{
+    std::atomic<int> inside{0};
+    std::atomic<int> met{0};
+    const auto call = [&] {
+        met += inside++;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        --inside;
+    };
+    for (scripted::Called *recogniser : std::initializer_list<scripted::Called *>{
+             recognisers.faces.get(), recognisers.ids.get(), recognisers.bodies.get(),
+             recognisers.handup.get(), recognisers.attributes.get(), recognisers.emotion.get()})
+        recogniser->onCall = call;
+    const cv::Mat face(128, 128, CV_8UC3, cv::Scalar::all(90));
+    const std::function<void(int)> uses[] = {
+        [&](int) { manager.createMTCNNModel(face, true)->detect(); },
+        [&](int) { manager.createFaceIDModel(face, FaceIDModel::Identify, -1)->detect(); },
+        [&](int) { manager.createSSDModel(face)->detect(); },
+        [&](int) { manager.createHandupModel(face, {cv::Rect(1, 1, 20, 20)})->detect(); },
+        [&](int) { manager.createFaceAttrModel(face, cv::Rect(1, 1, 20, 20))->detect(); },
+        [&](int) { manager.createFaceEmotionModel(face)->detect(); }};
+    for (const auto &use : uses) {
+        atOnce(10, {use, use, use});
+        EXPECT_EQ(met.exchange(0), 0) << "recogniser " << &use - uses;
+    }
+    // And while they are taken out and put in again.
+    for (scripted::Called *recogniser : std::initializer_list<scripted::Called *>{
+             recognisers.faces.get(), recognisers.ids.get(), recognisers.bodies.get()})
+        recogniser->onCall = nullptr;
+    atOnce(3000, {uses[0], uses[1], uses[2], [&](int round) {
+                      ModelManagerTestAccess::clear();
+                      if (round % 2)
+                          recognisers.install();
+                  }});
+}
 
 TEST_F(Wrappers, HeadCropPutsTheEyesLevelAtTheirPlaces)
 {

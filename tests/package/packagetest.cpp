@@ -8,7 +8,6 @@
 #include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
-#include <QStandardPaths>
 
 namespace {
 
@@ -22,7 +21,7 @@ std::string run(const QString &program, const QStringList &arguments)
     QProcess process;
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.start(program, arguments);
-    const bool ended = process.waitForFinished(60000);
+    const bool ended = process.waitForFinished(-1);
     const std::string output = process.readAll().toStdString();
     EXPECT_TRUE(ended && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0)
         << program.toStdString() << ' ' << arguments.join(' ').toStdString() << ":\n"
@@ -67,8 +66,6 @@ QStringList brokenLinks(const QString &folder)
 
 TEST(Package, TheDebianPackageMayLieAnywhereAndOthersBuildWithIt)
 {
-    if (QStandardPaths::findExecutable("dpkg-deb").isEmpty())
-        GTEST_SKIP() << "dpkg-deb is not installed";
     const QTemporaryDir folder;
     run(CPACK_PROGRAM, {"--config", BUILD_FOLDER "/CPackConfig.cmake", "-G", "DEB", "-B", folder.path()});
     const QString file = folder.filePath(QDir(folder.path()).entryList({"aiservice_*.deb"}).value(0));

@@ -3,11 +3,14 @@
 #include "logcapture.h"
 #include "videorecorder.h"
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
 #include <QDir>
 #include <QRegularExpression>
+#include <QSemaphore>
 #include <QTemporaryDir>
+#include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
@@ -44,6 +47,17 @@ private:
     std::atomic<bool> frozen{true};
 };
 
+/// A disk of the machine, as the recorder finds it.
+struct Volume
+{
+    QByteArray root;
+    const char *type;
+    int megabytes;
+    unsigned long flags;
+};
+
+std::vector<Volume> volumes; ///< instead of the machine's own, unless empty
+
 class RecorderTest : public ::testing::Test
 {
 protected:
@@ -71,10 +85,10 @@ protected:
     }
 
     /// Hands over frames without waiting.
-    void offer(int count)
+    void offer(int count, QImage::Format format = QImage::Format_RGB888)
     {
         for (int i = 0; i < count; ++i)
-            recorder->offerFrame(QImage(WIDTH, HEIGHT, QImage::Format_RGB888));
+            recorder->offerFrame(QImage(WIDTH, HEIGHT, format));
     }
 
     /// The files that were announced since the last call.
@@ -202,6 +216,53 @@ TEST_F(RecorderTest, TheIdentificationNeverLeadsToAnotherFolder)
     EXPECT_EQ(pictures(video["videoLocalPath"].toString()).size(), 1U);
 }
 
+TEST_F(RecorderTest, AStopThatMeetsAFrameLeavesNoFile)
+{
+    static QSemaphore met, goOn;
+    start();
+    const auto previous = qInstallMessageHandler([](QtMsgType, const QMessageLogContext &,
+                                                    const QString &text) {
+        if (text.contains("convertQImage2Mat")) { // told of this format when a frame is about to be recorded
+            met.release();
+            goOn.acquire();
+        }
+    });
+    offer(30, QImage::Format_RGB32);
+    met.acquire();
+    recorder->stop();
+    goOn.release();
+    feed(1);
+    qInstallMessageHandler(previous);
+    EXPECT_TRUE(takeVideos().isEmpty());
+    EXPECT_TRUE(QDir(home.path()).isEmpty());
+}
+
+TEST_F(RecorderTest, WithoutAFolderTheLargestDiskIsChosen)
+{
+    const auto add = [&](const char *name, const char *type, int megabytes, unsigned long flags = 0) {
+        QDir(home.path()).mkdir(name);
+        volumes.push_back({home.filePath(name).toLocal8Bit(), type, megabytes, flags});
+    };
+    add("small", "ext4", 100);
+    add("large", "ext4", 300);
+    add("middle", "ext4", 200);
+    add("memory", "tmpfs", 900);
+    add("readonly", "ext4", 900, ST_RDONLY);
+    volumes.push_back({home.filePath("nowhere").toLocal8Bit(), "ext4", 900, 0});
+    RecordParam parameters;
+    recorder->start(parameters);
+    volumes.clear();
+    EXPECT_EQ(parameters.recordPath, home.filePath("large/Mirovane/Video").toStdString());
+    EXPECT_TRUE(recorder->isRunning());
+    recorder->stop();
+
+    volumes.push_back({home.filePath("memory").toLocal8Bit(), "tmpfs", 900, 0});
+    RecordParam nowhere;
+    recorder->start(nowhere);
+    volumes.clear();
+    EXPECT_FALSE(recorder->isRunning());
+}
+
 TEST_F(RecorderTest, StartAndStopMayMeetFrames)
 {
     start();
@@ -214,7 +275,7 @@ TEST_F(RecorderTest, StartAndStopMayMeetFrames)
         done = true;
     });
     while (!done)
-        feed(1);
+        feed(30);
     client.join();
     EXPECT_FALSE(recorder->isRunning());
     takeVideos();
@@ -237,4 +298,32 @@ extern "C" ssize_t write(int file, const void *bytes, size_t count)
     if (readlink(link.c_str(), path, sizeof path - 1) > 0 && QByteArray(path).endsWith(".mp4"))
         QMutexLocker locker(&FrozenDisk::disk);
     return syscall(SYS_write, file, bytes, count);
+}
+
+/// In place of the system's: the volumes above, in the words of /proc/self/mountinfo.
+extern "C" FILE *fopen(const char *path, const char *mode)
+{
+    static auto *const next = reinterpret_cast<decltype(fopen) *>(dlsym(RTLD_NEXT, "fopen"));
+    if (volumes.empty() || qstrcmp(path, "/proc/self/mountinfo") != 0)
+        return next(path, mode);
+    FILE *const file = tmpfile();
+    for (const Volume &volume : volumes)
+        fprintf(file, "1 0 8:1 / %s rw - %s /dev/disk rw\n", volume.root.constData(), volume.type);
+    rewind(file);
+    return file;
+}
+
+extern "C" int statvfs64(const char *path, struct statvfs64 *result) noexcept
+{
+    static auto *const next = reinterpret_cast<decltype(statvfs64) *>(dlsym(RTLD_NEXT, "statvfs64"));
+    for (const Volume &volume : volumes) {
+        if (!QByteArray(path).startsWith(volume.root))
+            continue;
+        *result = {};
+        result->f_bsize = result->f_frsize = 1 << 20;
+        result->f_blocks = result->f_bavail = result->f_bfree = fsblkcnt64_t(volume.megabytes);
+        result->f_flag = volume.flags;
+        return volume.root.endsWith("nowhere") ? -1 : 0;
+    }
+    return next(path, result);
 }

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <thread>
 #include <vector>
 
 /// A service that keeps the events that MessageSender hands it.
@@ -17,6 +18,7 @@ public:
         QVariantMap info;
         QString type;
         QString requestID;
+        std::thread::id sender;
     };
 
     /// The one catcher of the test program, empty. Never destroyed: threads of strategies outlive the tests.
@@ -49,7 +51,7 @@ private:
             this, &IService::serviceMessgeSignal, this,
             [this](uint code, const QVariant &info, const QString &type, const QString &requestID) {
                 std::lock_guard<std::mutex> locker(m_lock);
-                m_events.push_back({code, info.toMap(), type, requestID});
+                m_events.push_back({code, info.toMap(), type, requestID, std::this_thread::get_id()});
             },
             Qt::DirectConnection);
         MessageSender::instance()->setService(this);

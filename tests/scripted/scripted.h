@@ -9,7 +9,18 @@
 /// Recognisers that follow a script, on the thread of the caller. Without one they find nothing.
 namespace scripted {
 
-struct FaceDetection : mirovane::FaceDetectionMTCNN
+/// What every recogniser here has: a function that each call of one begins with.
+struct Called
+{
+    void called() const
+    {
+        if (onCall)
+            onCall();
+    }
+    std::function<void()> onCall;
+};
+
+struct FaceDetection : mirovane::FaceDetectionMTCNN, Called
 {
     using Script =
         std::function<void(const cv::Mat &, std::vector<cv::Rect> &, std::vector<std::vector<cv::Point>> &)>;
@@ -17,6 +28,7 @@ struct FaceDetection : mirovane::FaceDetectionMTCNN
     int detectWithLandmarks(const cv::Mat &image, std::vector<cv::Rect> &faces, std::vector<float> &scores,
                             std::vector<std::vector<cv::Point>> &landmarks, bool) override
     {
+        called();
         if (script)
             script(image, faces, landmarks);
         scores.assign(faces.size(), 0.9F);
@@ -49,31 +61,34 @@ struct FaceDetection : mirovane::FaceDetectionMTCNN
 
 /// A gallery that knows a face by the mean brightness of the picture's middle: equal within 3 grey
 /// levels is the same person.
-struct FaceID : mirovane::FaceIDDetection
+struct FaceID : mirovane::FaceIDDetection, Called
 {
     static int brightness(const cv::Mat &face)
     {
         return static_cast<int>(cv::mean(face(cv::Rect(48, 48, 32, 32)))[0]);
     }
 
-    int registerFace(const cv::Mat &face, int) override
+    int registerFace(const cv::Mat &face, int id) override
     {
         if (failRegister)
             return -5;
-        entries[nextID] = brightness(face);
-        return nextID++;
+        if (id < 0)
+            id = nextID++;
+        entries[id] = brightness(face);
+        return id;
     }
     int identify(const cv::Mat &face, int *id, bool) override
     {
+        called();
         *id = best(face);
-        return 0;
+        return identifyResult;
     }
     int extractFeature(const cv::Mat &face, cv::Mat *feature, bool) override
     {
-        if (failExtract)
-            return -7;
+        if (extractResult < -1)
+            return extractResult;
         *feature = featureOf(face);
-        return 0;
+        return extractResult;
     }
     int identifyAll(const cv::Mat &face, int *id, cv::Mat *feature, std::vector<int> *,
                     std::vector<double> *scores, bool) override
@@ -83,7 +98,7 @@ struct FaceID : mirovane::FaceIDDetection
         scores->assign(nextID, 0.0);
         for (const auto &[entry, value] : entries)
             (*scores)[entry] = std::abs(value - brightness(face)) <= 3 ? matchScore : 0.1;
-        return 0;
+        return identifyResult;
     }
     void reserved1() override {}
     void reserved2() override {}
@@ -114,15 +129,17 @@ struct FaceID : mirovane::FaceIDDetection
     std::map<int, int> entries; ///< id to brightness
     int nextID = 0;
     double matchScore = 0.95;
+    int identifyResult = 0;
+    int extractResult = 0; ///< below -1 there is no feature
     bool failRegister = false;
-    bool failExtract = false;
     bool failRemove = false;
 };
 
-struct Bodies : mirovane::BodyDetectionSSD
+struct Bodies : mirovane::BodyDetectionSSD, Called
 {
     int detect(const cv::Mat &image, std::vector<cv::Rect> &bodies, std::vector<float> &scores, bool) override
     {
+        called();
         if (script)
             script(image);
         bodies = rects;
@@ -134,13 +151,14 @@ struct Bodies : mirovane::BodyDetectionSSD
     std::function<void(const cv::Mat &)> script;
 };
 
-struct BodyPose : mirovane::BodyPoseClassify
+struct BodyPose : mirovane::BodyPoseClassify, Called
 {
     void reserved1() override {}
     void reserved2() override {}
     int classify(const cv::Mat &, const std::vector<cv::Rect> &bodies, std::vector<int> &result,
                  std::vector<float> &scores, bool) override
     {
+        called();
         result = labels;
         result.resize(bodies.size());
         scores.assign(bodies.size(), 0.9F);
@@ -150,13 +168,14 @@ struct BodyPose : mirovane::BodyPoseClassify
     std::vector<int> labels;
 };
 
-struct Handup : mirovane::HandupClassify
+struct Handup : mirovane::HandupClassify, Called
 {
     void reserved1() override {}
     void reserved2() override {}
     int classify(const cv::Mat &, const std::vector<cv::Rect> &rects, std::vector<int> &resultLabels,
                  std::vector<float> &resultScores, bool) override
     {
+        called();
         seen = rects;
         resultLabels = labels;
         resultScores = scores;
@@ -168,11 +187,12 @@ struct Handup : mirovane::HandupClassify
     std::vector<float> scores;
 };
 
-struct FaceAttr : mirovane::FaceAttrDetection
+struct FaceAttr : mirovane::FaceAttrDetection, Called
 {
     int detect(const cv::Mat &, const std::vector<cv::Rect> &faces,
                std::vector<mirovane::FaceAttrResult> &results, bool) override
     {
+        called();
         results.assign(faces.size(), mirovane::FaceAttrResult{{label}});
         return 0;
     }
@@ -180,13 +200,14 @@ struct FaceAttr : mirovane::FaceAttrDetection
     int label = 0;
 };
 
-struct Emotion : mirovane::FaceEmotionClassify
+struct Emotion : mirovane::FaceEmotionClassify, Called
 {
     void reserved1() override {}
     void reserved2() override {}
     void reserved3() override {}
     int classify(const cv::Mat &face, int *resultLabel, float *resultScore, bool) override
     {
+        called();
         seen = face.size();
         *resultLabel = label;
         *resultScore = score;
@@ -202,14 +223,17 @@ struct Pose : mirovane::PoseDetectionCMU
 {
     void reserved1() override {}
     void reserved2() override {}
-    int detect(const cv::Mat &, std::vector<cv::Rect> &bodies, std::vector<cv::Mat> &points, bool) override
+    int detect(const cv::Mat &image, std::vector<cv::Rect> &bodies, std::vector<cv::Mat> &points,
+               bool) override
     {
+        seen = image.size();
         bodies = rects;
         for (const cv::Mat &matrix : keyPoints)
             points.push_back(matrix.clone());
         return 0;
     }
 
+    cv::Size seen;
     std::vector<cv::Rect> rects;
     std::vector<cv::Mat> keyPoints;
 };
@@ -220,10 +244,13 @@ struct PoseClass : mirovane::PoseClassifyCMU
     int classify(const std::vector<cv::Mat> &points, std::vector<int> &result,
                  std::vector<float> &scores) override
     {
-        result.assign(points.size(), 0);
+        result = labels;
+        result.resize(points.size());
         scores.assign(points.size(), 0.9F);
         return 0;
     }
+
+    std::vector<int> labels;
 };
 
 } // namespace scripted

@@ -57,8 +57,7 @@ QString nameOf(const QVariantMap &entry, const QVector<DemoClass::Person> &peopl
 TEST_F(ClassTest, FacesAreFoundEnrolledAndBackAfterAKill)
 {
     const DemoClass demo(DemoClass::findPhotographs());
-    if (!demo.isValid())
-        GTEST_SKIP() << qPrintable(demo.error());
+    ASSERT_TRUE(demo.isValid()) << qPrintable(demo.error());
     cv::Mat rgb;
     cv::cvtColor(demo.frame(0), rgb, cv::COLOR_BGR2RGB);
     QFile pixels(service.filePath("pixels"));
@@ -140,7 +139,7 @@ TEST_F(ClassTest, ASegmentationFaultLeavesADumpAndNoProcess)
     const QDir folder(service.filePath("Orelia/logs/dump/aidump"));
     QProcess stackwalk;
     stackwalk.start(MINIDUMP_STACKWALK, {folder.filePath(folder.entryList({"*.dmp"}).value(0))});
-    ASSERT_TRUE(stackwalk.waitForFinished(30000));
+    ASSERT_TRUE(stackwalk.waitForFinished(-1));
     EXPECT_TRUE(stackwalk.readAllStandardOutput().contains("SIGSEGV"));
 }
 
@@ -149,8 +148,11 @@ TEST_F(ClassTest, ACloseWithoutACameraWaitsForOne)
     startService();
     ASSERT_EQ(client->open()["rsp_error"], 0);
     ASSERT_TRUE(client->send(makeRequest(Kind::close)));
+    ASSERT_TRUE(service.waitForOutput("AIService is closing"));
+    const int attempts = service.standardOutput().count("ipc conn failed");
+    ASSERT_TRUE(service.waitForOutput("ipc conn failed", attempts + 2));
     EXPECT_EQ(client->info(1001)["rsp_error"], 0); // answers all the while
-    EXPECT_TRUE(client->receive(700).isEmpty());
+    EXPECT_TRUE(client->others.isEmpty());
     ASSERT_TRUE(camera.start());
     EXPECT_EQ(client->receive()["rsp_error"], 0);
     EXPECT_EQ(client->info(1001)["rsp_data"].toMap()["status"], 0);

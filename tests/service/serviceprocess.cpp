@@ -63,20 +63,20 @@ bool ServiceProcess::start(const QStringList &arguments)
         const QFileInfo file(socketPath());
         return file.exists() && file.metadataChangeTime() != before;
     };
-    return launch(arguments) && eventually([&] { return !isRunning() || listens(); }, 30000) && isRunning();
+    return launch(arguments) && eventually([&] { return !isRunning() || listens(); }) && isRunning();
 }
 
 bool ServiceProcess::launch(const QStringList &arguments)
 {
     process.setProcessEnvironment(environment);
     process.start(program, arguments);
-    return process.waitForStarted(10000);
+    return process.waitForStarted(-1);
 }
 
 void ServiceProcess::crash()
 {
     process.kill();
-    process.waitForFinished(10000);
+    process.waitForFinished(-1);
 }
 
 void ServiceProcess::signal(int number)
@@ -85,9 +85,9 @@ void ServiceProcess::signal(int number)
         ::kill(static_cast<pid_t>(processId()), number);
 }
 
-bool ServiceProcess::waitForExit(int milliseconds)
+bool ServiceProcess::waitForExit()
 {
-    return !isRunning() || process.waitForFinished(milliseconds);
+    return !isRunning() || process.waitForFinished(-1);
 }
 
 int ServiceProcess::exitCode() const
@@ -105,7 +105,8 @@ QByteArray ServiceProcess::log() const
 
 bool ServiceProcess::waitForOutput(const QByteArray &text, int times) const
 {
-    return eventually([&] { return standardOutput().count(text) >= times; }, 20000);
+    const auto isThere = [&] { return standardOutput().count(text) >= times; };
+    return eventually([&] { return isThere() || !isRunning(); }) && isThere();
 }
 
 QByteArray ServiceProcess::content(const QString &name) const
@@ -128,11 +129,11 @@ bool FrameSource::start(int intervalMilliseconds, const QString &pixelFile)
     process.setProcessEnvironment(environment);
     process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     process.start(FRAMESOURCE_BINARY, {QString::number(intervalMilliseconds), pixelFile});
-    return process.waitForReadyRead(10000) && process.readLine() == "writing\n";
+    return process.waitForReadyRead(-1) && process.readLine() == "writing\n";
 }
 
 void FrameSource::stop()
 {
     process.kill();
-    process.waitForFinished(10000);
+    process.waitForFinished(-1);
 }

@@ -10,7 +10,7 @@
  * logs, dumps, store and shared-memory keys lie in there, so tests can run at the same time. The folder goes
  * with the object, and with it the segments and semaphores of the folder; it stays when the test has failed.
  *
- * Needs no event loop; each wait is bounded.
+ * Needs no event loop. A wait ends with what it waits for, or when the process does.
  */
 class ServiceProcess
 {
@@ -23,8 +23,8 @@ public:
     /// Holds from the next start.
     void setEnvironment(const QString &name, const QString &value) { environment.insert(name, value); }
 
-    /// True as soon as the service listens; false when it ends before, or does not listen in time. Nothing
-    /// connects to it, since the end of any connection stops what runs.
+    /// True as soon as the service listens; false when it ends before. Nothing connects to it, since the end
+    /// of any connection stops what runs.
     bool start(const QStringList &arguments = {});
     /// Starts a process that is not expected to listen.
     bool launch(const QStringList &arguments);
@@ -32,7 +32,7 @@ public:
     /// Ends the process as a crash would: nothing is flushed, nothing is closed.
     void crash();
     void signal(int number);
-    bool waitForExit(int milliseconds = 20000);
+    bool waitForExit();
     bool isRunning() const { return process.state() == QProcess::Running; }
     /// The exit code; -1 for a process that runs or has crashed.
     int exitCode() const;
@@ -47,7 +47,8 @@ public:
     QByteArray standardError() const { return content("stderr.txt"); }
     /// The log files, which reach the disk with a delay of some seconds.
     QByteArray log() const;
-    /// Waits until the standard output, where log lines appear at once, holds the text `times` times.
+    /// Waits until the standard output, where log lines appear at once, holds the text `times` times. False
+    /// when the process ends before.
     bool waitForOutput(const QByteArray &text, int times = 1) const;
 
     /// Kilobytes that the process has in memory; 0 when it is gone.

@@ -2,8 +2,10 @@
 #include "imagewritter.h"
 
 #include "eventually.h"
+#include "logcapture.h"
 
 #include <QDir>
+#include <QSemaphore>
 #include <QSharedMemory>
 #include <QSystemSemaphore>
 
@@ -25,7 +27,7 @@ void takeOverTimer(QObject &object)
 {
     auto *const thread = object.findChild<QThread *>();
     thread->quit();
-    ASSERT_TRUE(thread->wait(5000));
+    thread->wait();
 }
 
 /// Every byte of a frame is its number.
@@ -68,6 +70,15 @@ protected:
     {
         EXPECT_TRUE(m_reader.startToRead());
         takeOverTimer(m_reader);
+    }
+
+    /// A number of the segment's semaphore: its value, or how many wait for it.
+    int semaphore(int command) const
+    {
+        const QStringList files = QDir::temp().entryList({"qipc_systemsem_segmenttest*"}, QDir::AllEntries);
+        EXPECT_EQ(files.size(), 1);
+        const QByteArray file = QDir::temp().filePath(files.value(0)).toLocal8Bit();
+        return semctl(semget(ftok(file.constData(), 'Q'), 0, 0), 0, command);
     }
 
     /// Notes the number of a delivered frame, -1 for one with wrong bytes.
@@ -144,6 +155,19 @@ TEST_F(FramesTest, TheOldestAreLostWhenReaderOrWriterIsLate)
     EXPECT_EQ(copyAndPoll(), (QList<int>{10, 11, 12}));
 }
 
+TEST_F(FramesTest, AreDeliveredWhileOthersMayLockTheSegment)
+{
+    write(m_writer, 1);
+    m_writer.copyDataToShm();
+    const int value = semaphore(GETVAL);
+    int delivered = 0;
+    QObject::connect(
+        &m_reader, &ImageReader::newImageBlockSignal, &m_reader, [&] { delivered = semaphore(GETVAL); },
+        Qt::DirectConnection);
+    poll();
+    EXPECT_EQ(delivered, value);
+}
+
 TEST_F(FramesTest, RestartDeliversNoFrameTwice)
 {
     write(m_writer, 1);
@@ -180,6 +204,23 @@ TEST_F(FramesTest, TwoWritersOfOneKeyAreBothRead)
     }
 }
 
+TEST_F(SegmentTest, WriterAndReaderNeedNoEventLoopOfOthers)
+{
+    LogCapture log;
+    {
+        ImageWritter writer(m_key, 3, frameSize);
+        ImageReader reader(m_key);
+        QSemaphore come;
+        QObject::connect(
+            &reader, &ImageReader::newImageBlockSignal, &reader, [&] { come.release(); },
+            Qt::DirectConnection);
+        ASSERT_TRUE(reader.startToRead());
+        write(writer, 1);
+        come.acquire();
+    }
+    EXPECT_EQ(log.takeLines().filter("warning"), QStringList());
+}
+
 TEST_F(SegmentTest, ALargerLayoutReplacesTheSegmentOfADeadWriterOnly)
 {
     const auto dieAttached = [this] {
@@ -207,15 +248,6 @@ protected:
             m_lock.release();
     }
 
-    /// A number of the segment's semaphore: its value, or how many wait for it.
-    int semaphore(int command) const
-    {
-        const QStringList files = QDir::temp().entryList({"qipc_systemsem_segmenttest*"}, QDir::AllEntries);
-        EXPECT_EQ(files.size(), 1);
-        const QByteArray file = QDir::temp().filePath(files.value(0)).toLocal8Bit();
-        return semctl(semget(ftok(file.constData(), 'Q'), 0, 0), 0, command);
-    }
-
     /// Takes the lock, with all that makes it less than exclusive.
     void standStill()
     {
@@ -234,9 +266,11 @@ TEST_F(StillWriterTest, AStopEndsTheWaitOfThePoll)
 {
     for (int round = 0; round < 2; ++round) {
         ASSERT_TRUE(m_reader.startToRead());
-        do // a poll may have had the lock for a moment
-            standStill();
-        while (!eventually([this] { return semaphore(GETNCNT) == 1; }, 100));
+        EXPECT_TRUE(eventually([this] {
+            if (semaphore(GETVAL) > 0) // a poll may have had the lock for a moment
+                standStill();
+            return semaphore(GETNCNT) == 1;
+        }));
         EXPECT_TRUE(m_reader.stopToRead());
         EXPECT_EQ(semaphore(GETVAL), 1) << "released once";
         EXPECT_EQ(semaphore(GETNCNT), 0);

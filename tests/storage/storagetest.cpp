@@ -1,3 +1,4 @@
+#include "atonce.h"
 #include "logcapture.h"
 #include "qstorage.h"
 
@@ -209,20 +210,33 @@ TEST_F(StorageTest, AnyThreadMayOpenWriteAndRemove)
     const auto onThread = [](auto work) { std::thread(work).join(); };
     for (int round = 0; round < 2; ++round) {
         onThread([&] { store->open(true); });
-        std::vector<std::thread> threads(4);
-        for (std::thread &thread : threads) {
-            thread = std::thread([this] {
-                for (const char *name : {"a", "b", "c", "d", "e"}) {
-                    store->addFaceMat(name, "img", cv::Rect());
-                    store->updateStudentInfo(student(name));
-                    store->getStudentInfo();
-                }
-            });
-        }
-        for (std::thread &thread : threads)
-            thread.join();
+        store->setConfig(7, "room1");
+        atOnce(20, {[&](int) {
+                        store->addFaceMat("a", "img", cv::Rect());
+                        store->updateStudentInfo(student("a"));
+                        store->setHistoryGalleries("x", "1");
+                    },
+                    [&](int) {
+                        store->addFaceMat("b", "img", cv::Rect());
+                        store->updateStudentName("b", "c");
+                        store->setConfig(7, "room2");
+                    },
+                    [&](int) {
+                        store->addFaceMat("d", "img", cv::Rect());
+                        store->deleteStudent("d");
+                        store->clearHistoryGalleries();
+                    },
+                    [&](int) {
+                        store->getStudentInfo();
+                        store->fetchStudentInfo();
+                        store->getHistoryGalleries();
+                        unsigned int flag = 0;
+                        QString identify;
+                        store->getConfig(flag, identify);
+                        EXPECT_EQ(identify, "room1");
+                    }});
         onThread([&] { store->open(false); });
-        EXPECT_EQ(store->getStudentInfo().size(), 20);
+        EXPECT_EQ(store->getStudentInfo().size(), 40);
         onThread([&] { store->remove(); });
     }
 }

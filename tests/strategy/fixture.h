@@ -25,7 +25,7 @@ protected:
         QObject::connect(
             strategy, &BaseStrategy::serviceMessgeSignal, strategy,
             [this](unsigned int code, const QVariant &info, const QString &requestID) {
-                events.push_back({code, info.toMap(), QString(), requestID});
+                events.push_back({code, info.toMap(), QString(), requestID, {}});
             },
             Qt::DirectConnection);
         return strategy;

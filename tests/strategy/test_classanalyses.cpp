@@ -3,6 +3,12 @@
 
 namespace {
 
+/// Reads what a strategy keeps to itself.
+struct Interval : BaseStrategy
+{
+    static int of(const BaseStrategy &strategy) { return strategy.*&Interval::m_frameInterval; }
+};
+
 /// Runs one frame of an analysis and returns its events.
 class ClassAnalysis : public StrategyTest
 {
@@ -36,6 +42,17 @@ protected:
     }
 };
 
+TEST_F(ClassAnalysis, EachLooksAtItsShareOfTheFrames)
+{
+    const std::pair<const char *, int> intervals[] = {
+        {"GalleryStrategyNew", 30}, {"HandupPickStrategy", 30}, {"ConcerntrationStrategy", 30},
+        {"CMUHandupStrategy", 30},  {"TrackingStrategy", 10},   {"FunctionGameStrategy", 5},
+        {"GalleryStrategy", 5},     {"AttributeStrategy", 1},   {"FaceEmotionStrategy", 1}};
+    for (const auto &[name, frames] : intervals)
+        EXPECT_EQ(Interval::of(*listen(BaseStrategy::createNewStrategy(name, "9"))), frames) << name;
+    EXPECT_EQ(BaseStrategy::createNewStrategy("Strategy", "9"), nullptr);
+}
+
 TEST_F(ClassAnalysis, RaisedHandsAreTheStatesOfZero)
 {
     EXPECT_EQ(run("HandupPickStrategy"), 0U); // no body
@@ -53,6 +70,21 @@ TEST_F(ClassAnalysis, RaisedHandsAreTheStatesOfZero)
         (QVariantMap{{"stuID", "b"}, {"state", 0}, {"x", 450}, {"y", 250}, {"width", 200}, {"height", 400}}));
     recognisers.bodies->script = [](const cv::Mat &) { throw std::runtime_error("gone"); };
     EXPECT_EQ(run("HandupPickStrategy"), 0U);
+}
+
+TEST_F(ClassAnalysis, RaisedHandsByPoseAreTheStatesOfZeroToo)
+{
+    recognisers.pose->keyPoints = {cv::Mat::zeros(1, 4, CV_32F)};
+    EXPECT_EQ(run("CMUHandupStrategy"), 0U); // one matrix for no body
+    recognisers.pose->keyPoints.clear();
+    EXPECT_EQ(run("CMUHandupStrategy"), 0U); // no body
+    seat(3);
+    recognisers.pose->rects = recognisers.bodies->rects;
+    recognisers.pose->keyPoints.assign(3, cv::Mat::zeros(1, 4, CV_32F));
+    recognisers.poseClass->labels = {1, 0, -1};
+    const QVariantList students = onlyEvent("CMUHandupStrategy", 1013)["handupStudents"].toList();
+    EXPECT_EQ(students::ids(students), QStringList("b"));
+    EXPECT_EQ(students.value(0).toMap()["state"], QVariant(0));
 }
 
 TEST_F(ClassAnalysis, ConcentrationIsThePlainSumAndListsEveryStudent)
@@ -113,16 +145,19 @@ TEST_F(ClassAnalysis, AttributesListEveryoneAndGlassesStayKnown)
     seat(1);
     run("HandupPickStrategy"); // finds him
     students::enrol(*recognisers.ids, "z", 200);
-    recognisers.attributes->label = 3;
+    recognisers.attributes->label = 6; // glasses are bit 0
     const auto attributes = [&] {
         return onlyEvent("AttributeStrategy", 1017)["studentsAttribute"].toList();
     };
-    const QVariantMap a{{"stuID", "a"}, {"clothColor", "others"}, {"row", 1}, {"glass", true}};
+    QVariantMap a{{"stuID", "a"}, {"clothColor", "others"}, {"row", 1}, {"glass", false}};
     const QVariantMap z{{"stuID", "z"}, {"clothColor", "others"}, {"row", 2}, {"glass", false}};
+    EXPECT_EQ(attributes(), (QVariantList{a, z}));
+    recognisers.attributes->label = 1;
+    a["glass"] = true;
     EXPECT_EQ(attributes(), (QVariantList{a, z}));
 
     DataManager::instance()->resetStatus(); // nobody found any more
-    recognisers.attributes->label = 2;
+    recognisers.attributes->label = 6;
     EXPECT_EQ(attributes(), (QVariantList{a, z}));
     DataManager::instance()->clear();
     EXPECT_TRUE(attributes().isEmpty());

@@ -1,5 +1,6 @@
 #include "externalgallery.h"
 #include "fixture.h"
+#include "gallerystrategy.h"
 #include "imageutil.h"
 #include "newgallerystrategy.h"
 
@@ -160,6 +161,57 @@ TEST_F(Gallery, OneStudentIsLookedForAroundHisPlace)
     EXPECT_EQ(only["isDetected"], QVariant(0));
     EXPECT_EQ(only["isDetected"].type(), QVariant::Int);
     EXPECT_EQ(rectOf(only), cv::Rect(940 + 45, 0 + 35, 100, 100));
+}
+
+TEST_F(Gallery, ThePlacesOfFacesKeepThoseWithTheLargestOffset)
+{
+    // All landmarks lie so far to the right of where they belong.
+    const auto showAt = [&](const std::vector<cv::Point> &corners, int shift) {
+        recognisers.faces->script = [=](const cv::Mat &, std::vector<cv::Rect> &faces,
+                                        std::vector<std::vector<cv::Point>> &landmarks) {
+            for (const cv::Point &corner : corners) {
+                const cv::Point origin = corner - cv::Point(5 - shift, 5);
+                faces.emplace_back(corner, cv::Size(90, 90));
+                landmarks.push_back({origin + cv::Point(43, 55), origin + cv::Point(93, 54),
+                                     origin + cv::Point(69, 81), origin + cv::Point(48, 98),
+                                     origin + cv::Point(88, 97)});
+            }
+        };
+    };
+    auto *const places = listen(new GalleryStrategy);
+    const auto &items = GalleryStrategy::items();
+    const auto look = [&](int brightness) {
+        frame.setTo(cv::Scalar::all(brightness));
+        places->handleFrame(frame);
+        EXPECT_FALSE(items.empty());
+        return items.empty() ? GalleryItem() : items.front();
+    };
+    const auto brightness = [](const cv::Mat &crop) { return static_cast<int>(cv::mean(crop)[0]); };
+
+    showAt({{300, 300}, {1000, 300}}, 3);
+    GalleryItem item = look(50);
+    EXPECT_EQ(items.size(), 2U);
+    EXPECT_EQ(items.back().index, 1);
+    EXPECT_EQ(items.back().centre, cv::Point(1045, 345));
+    EXPECT_EQ(item.offset, 5 * 3 * 3);
+    EXPECT_EQ(item.faceRect, cv::Rect(295, 295, 100, 100));
+    showAt({{320, 300}}, 3);
+    item = look(60); // no larger
+    EXPECT_EQ(item.centre, cv::Point(365, 345));
+    EXPECT_EQ(item.faceRect, cv::Rect(295, 295, 100, 100));
+    showAt({{447, 300}}, 4); // 127 farther
+    item = look(70);
+    EXPECT_EQ(items.size(), 2U);
+    EXPECT_EQ(item.offset, 5 * 4 * 4);
+    EXPECT_EQ(item.faceRect, cv::Rect(442, 295, 100, 100));
+    EXPECT_EQ(brightness(item.faceImg), 70);
+    EXPECT_EQ(brightness(item.showImg), 70);
+    showAt({{575, 300}}, 5); // 128 farther is another place
+    item = look(80);
+    EXPECT_EQ(items.size(), 3U);
+    EXPECT_EQ(item.centre, cv::Point(492, 345));
+    listen(new GalleryStrategy);
+    EXPECT_TRUE(items.empty());
 }
 
 } // namespace

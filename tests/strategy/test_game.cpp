@@ -39,10 +39,11 @@ TEST_F(Game, ShowsRegionsAndTheBonesOfTheBiggestPersonInThem)
         EXPECT_EQ(events.back().info, (QVariantMap{{"functionGameResult", QVariantList{result}}}));
     };
     expectBones({}); // nobody in the region
+    EXPECT_EQ(recognisers.pose->seen, cv::Size(400, 510));
     recognisers.pose->rects = {{0, 0, 10, 10}, {0, 0, 20, 20}, {0, 0, 20, 20}};
-    recognisers.pose->keyPoints = {cv::Mat::zeros(1, 4, CV_32F), (cv::Mat_<float>(1, 5) << 200, 255, 0, 0, 7),
+    recognisers.pose->keyPoints = {cv::Mat::zeros(1, 4, CV_32F), (cv::Mat_<float>(1, 5) << 400, 510, 0, 0, 7),
                                    cv::Mat::ones(1, 4, CV_32F)};
-    expectBones({QVariantMap{{"x", 75 + 275}, {"y", 100 + 350}}, QVariantMap{{"x", 75}, {"y", 100}}});
+    expectBones({QVariantMap{{"x", 75 + 550}, {"y", 100 + 700}}, QVariantMap{{"x", 75}, {"y", 100}}});
     recognisers.pose->keyPoints[1] = cv::Mat::ones(1, 4, CV_64F); // no floats
     expectBones({});
     ModelManagerTestAccess::clear();

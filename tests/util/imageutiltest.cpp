@@ -67,15 +67,27 @@ TEST(DataText, OnlyAColourJpegIsDecoded)
         EXPECT_TRUE(ai_image::convertBase642Mat(text).empty()) << qPrintable(text.left(60));
     EXPECT_FALSE(ai_image::convertBase642Mat(PREFIX + good).empty());
     EXPECT_EQ(ai_image::convertBase642Mat(textWithSize(8192)).size(), cv::Size(16, 8192));
+    const int rows = encoded(red, "JPG").size(); // of 512 pixels, one for each byte
+    EXPECT_EQ(ai_image::convertBase642Mat(textWithSize(rows, 512)).size(), cv::Size(512, rows));
+    EXPECT_TRUE(ai_image::convertBase642Mat(textWithSize(rows + 1, 512)).empty());
 }
 
-TEST(BeautifyFace, BrightensWithoutWrapping)
+TEST(BeautifyFace, BrightensWithoutWrappingAndSmoothsWithinEdges)
 {
     cv::Mat face;
     for (const auto &[before, after] : {std::pair(0, 20), std::pair(100, 130), std::pair(255, 255)}) {
         ai_image::beautifyFace(cv::Mat(16, 16, CV_8UC3, cv::Scalar::all(before)), face);
         EXPECT_EQ(largestError(face, cv::Scalar::all(after)), 0);
     }
+    // A spot goes, a black wall stays.
+    cv::Mat spotted(32, 32, CV_8UC3, cv::Scalar::all(150));
+    spotted(cv::Rect(0, 0, 16, 32)).setTo(cv::Scalar::all(0));
+    spotted.at<cv::Vec3b>(16, 24) = cv::Vec3b(180, 180, 180);
+    ai_image::beautifyFace(spotted, spotted);
+    EXPECT_NEAR(spotted.at<cv::Vec3b>(16, 24)[1], 185, 10); // and not 218
+    EXPECT_EQ(spotted.at<cv::Vec3b>(16, 16), cv::Vec3b(185, 185, 185));
+    EXPECT_EQ(spotted.at<cv::Vec3b>(16, 15), cv::Vec3b(20, 20, 20));
+
     for (const cv::Mat &other : {cv::Mat(), cv::Mat(4, 4, CV_8UC1, cv::Scalar(1))})
         ai_image::beautifyFace(other, face);
     EXPECT_EQ(largestError(face, cv::Scalar::all(255)), 0); // untouched
