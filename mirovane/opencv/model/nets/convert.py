@@ -190,7 +190,7 @@ def recognition(sources):
     return graph
 
 
-def face_classifier(sources, net, name, output):
+def face_classifier(sources, net, name, output, softmax=False):
     """The dense blocks that landmarks and expressions have in common, and one fully connected layer."""
     weights = face_api_weights(sources, net)
     graph = Graph(name, 3, 112)
@@ -208,7 +208,8 @@ def face_classifier(sources, net, name, output):
             total = graph.plain("Add", total, layer(value, f"dense{block}/conv{number}"))
             value = graph.plain("Relu", total)
     value = graph.pool("AveragePool", value, 7, 2)
-    graph.output(graph.convolution(value, weights["fc/weights"][None, None], weights["fc/bias"]), output)
+    value = graph.convolution(value, weights["fc/weights"][None, None], weights["fc/bias"])
+    graph.output(graph.add("Softmax", [value], 1, axis=1) if softmax else value, output)
     return graph
 
 
@@ -287,7 +288,7 @@ def all_nets(sources):
         "conv2d_34/BiasAdd": "score32", "conv2d_36/BiasAdd": "box32"})
     yield face_classifier(sources, "face_landmark_68_model", "landmark68", "points")
     yield recognition(sources)
-    yield face_classifier(sources, "face_expression_model", "expression", "classes")
+    yield face_classifier(sources, "face_expression_model", "expression", "classes", softmax=True)
     yield followed(sources, "emotion", "emotion", 1, 64, "input_1", {"predictions/Softmax": "classes"})
     yield followed(sources, "movenet-lightning", "movenet", 3, 192, "StatefulPartitionedCall/sub_1", {
         "center_0/conv2d_4/BiasAdd": "centre", "kpt_heatmap_0/conv2d_5/BiasAdd": "heat",
