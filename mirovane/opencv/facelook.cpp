@@ -226,9 +226,13 @@ std::optional<SeenFace> FaceLook::faceAt(const cv::Mat &picture, const cv::Rect2
 std::vector<SeenFace> FaceLook::look(const cv::Mat &picture)
 {
     const double scale = std::min(1.0, searchedSide / std::max(picture.cols, picture.rows));
-    auto places = propose(picture, scale);
-    const auto large = propose(picture, largeFaces * scale);
-    places.insert(places.end(), large.begin(), large.end());
+    std::vector<SeenFace> places;
+    {
+        const std::lock_guard<std::mutex> locker(m_everywhere);
+        places = propose(picture, scale);
+        const auto large = propose(picture, largeFaces * scale);
+        places.insert(places.end(), large.begin(), large.end());
+    }
     places = joined(std::move(places));
 
     std::vector<std::optional<SeenFace>> confirmed(places.size());
