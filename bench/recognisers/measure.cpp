@@ -9,12 +9,16 @@
  * FOLDER/empty/, which may be absent, pictures without anybody. --mark writes a text file beside each
  * photograph of the room with the faces that it finds; whoever knows the room takes out what is no face, adds
  * what is missing, and measures then. The tables are Markdown.
+ *
+ * --models names another model folder, whose aiconfig.ini names the files. With LD_LIBRARY_PATH other
+ * libraries behind the same interface are measured.
  */
 #include "measure.h"
 
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <QSettings>
 
 namespace {
 
@@ -61,13 +65,16 @@ int main(int argc, char **argv)
         std::fputs(usage, stderr);
         return 2;
     }
-    const auto path = [&models](const char *file) { return models + "/" + file; };
-    const auto config = path("model-config.yml");
+    const QSettings settings(QString::fromStdString(models) + "/aiconfig.ini", QSettings::IniFormat);
+    const auto path = [&](const char *key) {
+        return models + "/" + settings.value(QString("AIService/%1").arg(key)).toString().toStdString();
+    };
+    const auto config = path("model_config");
     const Recognisers recognisers{
         std::shared_ptr<mirovane::FaceDetectionMTCNN>(mirovane::FaceDetectionMTCNN::create(
-            path("blazeface.onnx"), path("blazeface.onnx"), path("landmark68.onnx"), config)),
+            path("mtcnn_model1"), path("mtcnn_model2"), path("mtcnn_model3"), config)),
         std::shared_ptr<mirovane::FaceIDDetection>(
-            mirovane::FaceIDDetection::create(path("recognition.onnx"), config))};
+            mirovane::FaceIDDetection::create(path("faceID_model"), config))};
     if (!recognisers.faces || !recognisers.ids) {
         std::fprintf(stderr, "%s doesn't hold the models\n", models.c_str());
         return 1;

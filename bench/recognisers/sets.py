@@ -43,14 +43,9 @@ def choosing(photographs, target):
 
 def source_package(name, folder):
     """Unpacks a Debian source package, through lists of its own, as a machine's rarely have sources in them."""
-    sources = subprocess.run(["apt-get", "indextargets", "--format", "$(TYPE) $(REPO_URI) $(RELEASE) $(COMPONENT) $(SIGNED_BY)",
+    entries = subprocess.run(["apt-get", "indextargets", "--format", "deb-src $(REPO_URI) $(RELEASE) $(COMPONENT)",
                               "Created-By: Packages"], check=True, capture_output=True, text=True).stdout
-    entries = set()
-    for line in sources.splitlines():
-        _, address, release, component, *key = line.split()
-        signed = f"[signed-by={key[0]}] " if key else ""
-        entries.add(f"deb-src {signed}{address} {release} {component}\n")
-    (folder / "sources.list").write_text("".join(sorted(entries)))
+    (folder / "sources.list").write_text(entries)
     (folder / "lists").mkdir()
     (folder / "source").mkdir()
     options = ["-q", "-o", f"Dir::Etc::SourceList={folder}/sources.list", "-o", "Dir::Etc::SourceParts=-",

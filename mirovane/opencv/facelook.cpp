@@ -33,9 +33,9 @@ constexpr int confirmSide = 128;
 constexpr float confirmReach = 2.5F;
 
 /// How much the first look counts in the score of both, which is their weighted geometric mean: small faces
-/// have little of it. What is just enough for a face lets 3 false ones in 37 hard pictures through.
+/// have little of it. From 0.67 on it counts as a face.
 constexpr float firstLookShare = 0.3F;
-constexpr float justEnough = 0.69F;
+constexpr float justEnough = 0.67F;
 
 constexpr int landmarkSide = 112;
 

@@ -68,6 +68,7 @@ bool LearnedNet::gives(const std::vector<std::string> &outputs) const
 
 std::vector<cv::Mat> LearnedNet::run(const cv::Mat &input, const std::vector<std::string> &outputs)
 {
+    ++m_runs;
     auto planned = borrow({input.size.p, input.size.p + input.dims});
     planned.net.setInput(input);
     std::vector<cv::Mat> blobs;
