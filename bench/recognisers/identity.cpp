@@ -33,7 +33,14 @@ struct Count
         hits += hit ? 1 : 0;
         ++all;
     }
-    double percent() const { return all == 0 ? 0 : 100.0 * hits / all; }
+    /// A dash when there was nothing to count.
+    std::string percent(int digits) const
+    {
+        char text[32] = "-";
+        if (all > 0)
+            std::snprintf(text, sizeof text, "%.*f", digits, 100.0 * hits / all);
+        return text;
+    }
 };
 
 /// The largest face of a picture as the service cuts it out, and its eye distance. Empty when there is none.
@@ -111,11 +118,13 @@ void printRow(const std::vector<Head> &heads, size_t people, const char *width, 
             wrongDetected(best.score >= score && best.score >= detectScore);
         }
     }
-    std::printf(
-        "| %s | %zu of %zu | %.1f / %.1f | %d / %d of %d | %.1f / %.1f | %.2f / %.2f | %.1f / %.2f |\n",
-        width, heads.size(), asked, right.percent(), rightDetected.percent(), wrong.hits, wrongDetected.hits,
-        wrong.all, stranger.percent(), strangerDetected.percent(), percentile(same, 0.05),
-        percentile(same, 0.5), sameCosine.percent(), otherCosine.percent());
+    const auto two = [](const Count &sure, const Count &detected) {
+        return sure.percent(1) + " / " + detected.percent(1);
+    };
+    std::printf("| %s | %zu of %zu | %s | %d / %d of %d | %s | %.2f / %.2f | %s / %s |\n", width,
+                heads.size(), asked, two(right, rightDetected).c_str(), wrong.hits, wrongDetected.hits,
+                wrong.all, two(stranger, strangerDetected).c_str(), percentile(same, 0.05),
+                percentile(same, 0.5), sameCosine.percent(1).c_str(), otherCosine.percent(2).c_str());
 }
 
 } // namespace
