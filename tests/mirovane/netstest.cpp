@@ -35,6 +35,12 @@ struct Original
     PixelScale scale;
 };
 
+/// Names the test.
+void PrintTo(const Original &original, std::ostream *output)
+{
+    *output << original.net;
+}
+
 class ConvertedNets : public TestWithParam<Original>
 {
 };
