@@ -13,6 +13,7 @@ namespace {
 
 constexpr int pollInterval = 10; // milliseconds
 constexpr std::chrono::milliseconds stuck(1000);
+constexpr std::chrono::milliseconds patience(9000);
 constexpr std::chrono::milliseconds watchInterval(50);
 
 std::int64_t now()
@@ -88,14 +89,15 @@ bool ImageReader::lockSegment()
     return locked;
 }
 
-/// A writer that stands still with the lock would hold whoever waits for as long as it stands. The wait is
-/// looked at anew after each release, since another process may have been faster.
+/// A writer that stands still with the lock would hold whoever waits for as long as it stands. One release is
+/// enough, unless another process was faster and stands still as well: then there is one more after some time
+/// that even a busy machine does not need to wake a thread.
 void ImageReader::endStuckWait()
 {
     std::int64_t since = waitingSince;
     if (since == 0 || now() - since < stuck.count())
         return;
-    if (waitingSince.compare_exchange_strong(since, now()))
+    if (waitingSince.compare_exchange_strong(since, now() + patience.count()))
         releaseKey();
 }
 
