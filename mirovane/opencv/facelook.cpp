@@ -208,8 +208,9 @@ std::vector<SeenFace> FaceLook::facesOf(const cv::Mat &image)
     std::vector<SeenFace> faces;
     try {
         faces = look(picture);
-    } catch (const cv::Exception &) {
-        // A picture that a net doesn't take has no faces.
+    } catch (const std::exception &) {
+        // A picture that a net doesn't take, or that memory is too short for, has no faces; nobody waits
+        // forever.
     }
     promise.set_value(faces);
     return faces;
