@@ -49,6 +49,7 @@ function(mirovane_add_recogniser name)
     add_library(${name} SHARED ${ARG_SOURCES})
     set_target_properties(${name} PROPERTIES AI_LAYER 1)
     target_link_libraries(${name} PUBLIC mirovane PRIVATE ${ARG_LINK} ai_warnings)
+    set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN")
     install(TARGETS ${name} LIBRARY DESTINATION ${AI_INSTALL_HOME})
 endfunction()
 
