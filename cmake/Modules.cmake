@@ -39,6 +39,7 @@ function(mirovane_add_recogniser name)
     cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;LINK")
     add_library(${name} SHARED ${ARG_SOURCES})
     target_link_libraries(${name} PUBLIC mirovane PRIVATE ${ARG_LINK} ai_warnings)
+    set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN")
     install(TARGETS ${name} LIBRARY DESTINATION ${AI_INSTALL_HOME})
 endfunction()
 

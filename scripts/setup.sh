@@ -12,7 +12,7 @@ packages=(
     libopencv-dev libopencv-contrib-dev opencv-data
     libspdlog-dev libfmt-dev
     libgtest-dev libgmock-dev libbenchmark-dev
-    ffmpeg python3 nodejs
+    ffmpeg python3 python3-numpy python3-onnx nodejs
 )
 
 say() { printf '== %s\n' "$*"; }
@@ -56,13 +56,15 @@ install_packages() {
         </dev/null
 }
 
-# The crash dump library's sources, as package-lock.json pins them.
-install_crash_library() {
-    pkg-config --exists breakpad-client && return
+# The crash dump library's sources and the learned nets, as package-lock.json pins them.
+install_npm_packages() {
     [ "$root/node_modules/.package-lock.json" -nt "$root/package-lock.json" ] &&
-        [ -d "$root/node_modules/minidump/deps" ] && return
-    say "fetching the crash dump library"
-    (cd "$root" && npm ci --ignore-scripts --no-audit --no-fund </dev/null)
+        [ -d "$root/node_modules/minidump/deps" ] && [ -d "$root/node_modules/@vladmandic/human/models" ] &&
+        [ -d "$root/node_modules/@vladmandic/face-api/model" ] && return
+    say "fetching the crash dump library and the learned nets"
+    (cd "$root" && npm ci --ignore-scripts --no-audit --no-fund </dev/null) ||
+        die "the packages that package-lock.json names (the crash dump library, the learned nets of the recognisers) \
+could not be fetched. The first build needs the network for them; later ones don't."
     touch "$root/node_modules/.package-lock.json"
 }
 
@@ -84,7 +86,7 @@ unpack_photographs() {
 set_up() {
     command -v dpkg-query >/dev/null || die "this system has no Debian packages"
     install_packages
-    install_crash_library
+    install_npm_packages
     unpack_photographs
 }
 
