@@ -2,20 +2,16 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <fstream>
 #include <opencv2/imgproc.hpp>
 
 namespace mirovane::open {
 
-namespace {
-
-// OpenCV writes a line on standard error for a file that it cannot open, so that is found out first.
 bool isReadable(const std::string &path)
 {
     return std::ifstream(path, std::ios::binary).peek() != std::ifstream::traits_type::eof();
 }
-
-} // namespace
 
 bool loadCascade(cv::CascadeClassifier &cascade, const std::string &path)
 {
@@ -86,6 +82,18 @@ cv::Mat toGrey(const cv::Mat &image)
     default:
         return {};
     }
+}
+
+bool samePixels(const cv::Mat &a, const cv::Mat &b)
+{
+    if (a.size() != b.size() || a.type() != b.type())
+        return false;
+    const size_t bytes = size_t(a.cols) * a.elemSize();
+    for (int row = 0; row < a.rows; ++row) {
+        if (std::memcmp(a.ptr(row), b.ptr(row), bytes) != 0)
+            return false;
+    }
+    return true;
 }
 
 } // namespace mirovane::open

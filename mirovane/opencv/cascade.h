@@ -10,6 +10,10 @@
  */
 namespace mirovane::open {
 
+/// Whether the path is a file with something in it. OpenCV writes a line on standard error for one that it
+/// cannot open, so that is found out first.
+bool isReadable(const std::string &path);
+
 /// Loads a cascade from a model file. False, without an exception, when the file is absent or is no
 /// cascade; the classifier is empty then.
 bool loadCascade(cv::CascadeClassifier &cascade, const std::string &path);
@@ -31,5 +35,8 @@ cv::Rect grown(const cv::Rect &rect, double factor, const cv::Size &size);
 /// A grey CV_8UC1 picture of an 8-bit picture with one, three or four channels; empty for anything else.
 /// A picture that is grey already is shared, not copied.
 cv::Mat toGrey(const cv::Mat &image);
+
+/// Whether two pictures hold the same pixels.
+bool samePixels(const cv::Mat &a, const cv::Mat &b);
 
 } // namespace mirovane::open

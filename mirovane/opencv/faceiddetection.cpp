@@ -1,6 +1,7 @@
-#include "facedescriptor.h"
+#include "faceembedding.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <mirovane/faceiddetection.h>
@@ -9,46 +10,49 @@ namespace mirovane {
 
 namespace {
 
-/// The error of an id that can't be enrolled; those of a picture are FaceDescriptor's.
+/// The error of an id that can't be enrolled; those of a picture are FaceEmbedding's.
 constexpr int wrongId = -4;
 
-/// Ids index a list of scores, so they stay small.
-constexpr int mostIds = 100000;
+/// How far beyond the highest id so far a caller's own may lie: the list of scores is indexed by the id.
+constexpr int furthestId = 1000;
 
 /// A score from here on counts as near.
 constexpr double nearScore = 0.35;
 
-/// The score of a cosine: itself up to 0.43, then steeper, so that pictures of one person reach 0.8 at a
-/// cosine that strangers don't. Below 0 nothing is alike.
-double scoreOf(double cosine)
+/// The score of a distance, linear between these.
+double scoreOf(double distance)
 {
-    constexpr double knee = 0.43;
-    constexpr double sureCosine = 0.55;
-    constexpr double sureScore = 0.8;
-    if (cosine <= knee)
-        return std::max(cosine, 0.0);
-    if (cosine <= sureCosine)
-        return knee + (cosine - knee) * (sureScore - knee) / (sureCosine - knee);
-    return std::min(1.0, sureScore + (cosine - sureCosine) * (1 - sureScore) / (1 - sureCosine));
+    struct Knot
+    {
+        double distance;
+        double score;
+    };
+    constexpr Knot knots[] = {{0, 1}, {0.52, 0.8}, {0.60, 0.43}, {0.62, nearScore}, {0.9, 0}};
+    for (size_t i = 1; i < std::size(knots); ++i) {
+        const auto &from = knots[i - 1];
+        const auto &to = knots[i];
+        if (distance <= to.distance)
+            return from.score +
+                   (to.score - from.score) * (distance - from.distance) / (to.distance - from.distance);
+    }
+    return 0;
 }
 
-class GaborFaceID : public FaceIDDetection
+class LearnedFaceID : public FaceIDDetection
 {
 public:
-    bool load(const std::string &model) { return m_descriptor.load(model); }
+    explicit LearnedFaceID(std::shared_ptr<open::LearnedNet> net) : m_embedding(std::move(net)) {}
 
     int registerFace(const cv::Mat &face, int id) override
     {
-        if (id < -1 || id >= mostIds)
+        if (id < -1 || id - furthestId >= m_nextId)
             return wrongId;
-        cv::Mat feature;
-        if (const int error = m_descriptor.describe(face, feature))
+        open::FaceVector vector;
+        if (const int error = m_embedding.describe(face, vector))
             return error;
         if (id == -1)
-            id = freeId();
-        if (id >= mostIds)
-            return wrongId;
-        m_gallery[id] = feature;
+            id = m_nextId;
+        m_gallery[id] = vector;
         m_nextId = std::max(m_nextId, id + 1);
         return id;
     }
@@ -62,11 +66,11 @@ public:
 
     int extractFeature(const cv::Mat &face, cv::Mat *feature, bool) override
     {
-        cv::Mat described;
-        if (const int error = m_descriptor.describe(face, described))
+        open::FaceVector vector;
+        if (const int error = m_embedding.describe(face, vector))
             return error;
         if (feature)
-            *feature = described;
+            *feature = open::featureOf(vector);
         return 0;
     }
 
@@ -75,11 +79,11 @@ public:
     {
         if (id)
             *id = -1;
-        cv::Mat described;
-        if (const int error = m_descriptor.describe(face, described))
+        open::FaceVector vector;
+        if (const int error = m_embedding.describe(face, vector))
             return error;
         if (feature)
-            *feature = described;
+            *feature = open::featureOf(vector);
         if (candidates)
             candidates->clear();
         if (scores)
@@ -87,7 +91,7 @@ public:
 
         double best = nearScore;
         for (const auto &[entry, known] : m_gallery) {
-            const double score = scoreOf(described.dot(known));
+            const double score = scoreOf(double(open::distance(vector, known)));
             if (scores)
                 (*scores)[size_t(entry)] = score;
             if (score < nearScore)
@@ -114,34 +118,19 @@ public:
     void clearFaces() override { m_gallery.clear(); }
 
 private:
-    /// Counts up, so that an id that was removed a moment ago doesn't mean somebody else at once; when
-    /// the numbers are used up, the smallest free one.
-    int freeId() const
-    {
-        if (m_nextId < mostIds)
-            return m_nextId;
-        int id = 0;
-        for (const auto &entry : m_gallery) {
-            if (entry.first != id)
-                break;
-            ++id;
-        }
-        return id;
-    }
-
-    open::FaceDescriptor m_descriptor;
-    std::map<int, cv::Mat> m_gallery; ///< features by id
-    int m_nextId = 0;
+    open::FaceEmbedding m_embedding;
+    std::map<int, open::FaceVector> m_gallery;
+    int m_nextId = 0; ///< no id is given twice, so that a late answer can't mean somebody else
 };
 
 } // namespace
 
 FaceIDDetection *FaceIDDetection::create(const std::string &model, const std::string &)
 {
-    auto faces = std::make_unique<GaborFaceID>();
-    if (!faces->load(model))
+    auto net = open::LearnedNet::open(model);
+    if (!net || !net->gives({"feature"}))
         return nullptr;
-    return faces.release();
+    return new LearnedFaceID(std::move(net));
 }
 
 } // namespace mirovane

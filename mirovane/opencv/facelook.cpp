@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 #include <map>
 #include <numeric>
 #include <opencv2/core/utility.hpp>
@@ -135,18 +134,6 @@ float told(float score)
     return score < justEnough ? 0.5F * score / justEnough : 1 - 0.5F * (1 - score) / (1 - justEnough);
 }
 
-bool samePixels(const cv::Mat &a, const cv::Mat &b)
-{
-    if (a.size() != b.size() || a.type() != b.type())
-        return false;
-    const size_t bytes = size_t(a.cols) * a.elemSize();
-    for (int row = 0; row < a.rows; ++row) {
-        if (std::memcmp(a.ptr(row), b.ptr(row), bytes) != 0)
-            return false;
-    }
-    return true;
-}
-
 cv::Point2f meanOf(const cv::Point2f *first, const cv::Point2f *last)
 {
     return std::accumulate(first, last, cv::Point2f()) / float(last - first);
@@ -174,7 +161,11 @@ std::shared_ptr<FaceLook> FaceLook::open(const std::string &propose, const std::
     look->m_propose = LearnedNet::open(propose);
     look->m_confirm = LearnedNet::open(confirm);
     look->m_landmarks = LearnedNet::open(landmarks);
-    if (!look->m_propose || !look->m_confirm || !look->m_landmarks)
+    for (const auto &net : {look->m_propose, look->m_confirm}) {
+        if (!net || !net->gives({"score16", "box16", "score32", "box32"}))
+            return nullptr;
+    }
+    if (!look->m_landmarks || !look->m_landmarks->gives({"points"}))
         return nullptr;
     known = look;
     return look;

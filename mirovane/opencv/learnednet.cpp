@@ -26,13 +26,15 @@ std::shared_ptr<LearnedNet> LearnedNet::open(const std::string &path)
     auto &known = opened[path];
     if (auto net = known.lock())
         return net;
+    if (!isReadable(path))
+        return nullptr;
     std::ifstream file(path, std::ios::binary);
     std::vector<uchar> content(std::istreambuf_iterator<char>(file), {});
-    if (content.empty())
-        return nullptr;
     try {
         std::shared_ptr<LearnedNet> net(new LearnedNet(std::move(content)));
-        net->giveBack(net->borrow({}));
+        auto planned = net->borrow({});
+        net->m_outputs = planned.net.getUnconnectedOutLayersNames();
+        net->giveBack(std::move(planned));
         known = net;
         return net;
     } catch (const cv::Exception &) {
@@ -47,6 +49,13 @@ std::shared_ptr<LearnedNet> LearnedNet::find(const std::string &config, const st
         return nullptr;
     const auto name = file["nets"][key];
     return name.isString() ? open(besideModel(config, name.string())) : nullptr;
+}
+
+bool LearnedNet::gives(const std::vector<std::string> &outputs) const
+{
+    return std::all_of(outputs.begin(), outputs.end(), [this](const std::string &output) {
+        return std::find(m_outputs.begin(), m_outputs.end(), output) != m_outputs.end();
+    });
 }
 
 std::vector<cv::Mat> LearnedNet::run(const cv::Mat &input, const std::vector<std::string> &outputs)

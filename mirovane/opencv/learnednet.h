@@ -37,6 +37,9 @@ public:
     /// cv::Exception for an input or a name that the net doesn't have.
     std::vector<cv::Mat> run(const cv::Mat &input, const std::vector<std::string> &outputs);
 
+    /// Whether the net has outputs of all these names: whether it is the one that is meant.
+    bool gives(const std::vector<std::string> &outputs) const;
+
     LearnedNet(const LearnedNet &) = delete;
     LearnedNet &operator=(const LearnedNet &) = delete;
 
@@ -52,6 +55,7 @@ private:
     Planned borrow(const std::vector<int> &shape);
     void giveBack(Planned planned);
 
+    std::vector<cv::String> m_outputs;
     std::vector<uchar> m_file;   ///< further instances are read from it
     std::mutex m_mutex;          ///< guards m_idle
     std::vector<Planned> m_idle; ///< the one used last comes last
