@@ -88,13 +88,14 @@ struct Recognisers
     explicit Recognisers(const std::string &folder)
     {
         const std::string config = folder + "/model-config.yml";
-        faces.reset(mirovane::FaceDetectionMTCNN::create(
-            folder + "/face_propose.xml", folder + "/face_confirm.xml", folder + "/face_eyes.xml", config));
-        bodies.reset(mirovane::BodyDetectionSSD::create(folder + "/body_detection.yml", config));
-        hands.reset(mirovane::HandupClassify::create(folder + "/handup.yml", config));
-        poses.reset(mirovane::BodyPoseClassify::create(folder + "/body_pose.yml", config));
-        emotions.reset(mirovane::FaceEmotionClassify::create(folder + "/face_emotion.yml", config));
-        attributes.reset(mirovane::FaceAttrDetection::create(folder + "/face_attr.yml", config));
+        const auto net = [&](const char *name) { return folder + "/" + name + ".onnx"; };
+        faces.reset(mirovane::FaceDetectionMTCNN::create(net("blazeface"), net("blazeface"),
+                                                         net("landmark68"), config));
+        bodies.reset(mirovane::BodyDetectionSSD::create(net("blazeface"), config));
+        hands.reset(mirovane::HandupClassify::create(net("movenet"), config));
+        poses.reset(mirovane::BodyPoseClassify::create(net("movenet"), config));
+        emotions.reset(mirovane::FaceEmotionClassify::create(net("emotion"), config));
+        attributes.reset(mirovane::FaceAttrDetection::create(net("landmark68"), config));
     }
 
     bool complete() const { return faces && bodies && hands && poses && emotions && attributes; }

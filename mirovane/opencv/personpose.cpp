@@ -1,14 +1,23 @@
 #include "personpose.h"
 
+#include "cascade.h"
+
+#include <algorithm>
 #include <cmath>
+#include <map>
+#include <opencv2/core/utility.hpp>
 
 namespace mirovane::open {
 
 namespace {
 
-/// The net looks at a square of this side, and answers in cells of four pixels.
+/// The net looks at a square of this side, and answers in cells of so many pixels.
 constexpr int inputSide = 192;
-constexpr int cells = inputSide / 4;
+constexpr float cellSide = 4;
+constexpr int cells = 48;
+
+/// Looks that are remembered: the people of a frame.
+constexpr std::size_t mostLooks = 64;
 
 /// The square around a person, in face widths: its side, and how far its centre lies below the face's top.
 constexpr float squareSide = 5.5F;
@@ -34,7 +43,8 @@ private:
 };
 
 /// The cell of highest weight: the score of a plane against the distance to where it is expected.
-template <class Expected> cv::Point heaviest(const Planes &scores, int plane, Expected distance)
+template <class Expected>
+cv::Point heaviest(const Planes &scores, int plane, Expected distance)
 {
     cv::Point best;
     float most = -1;
@@ -52,29 +62,75 @@ template <class Expected> cv::Point heaviest(const Planes &scores, int plane, Ex
 
 } // namespace
 
-std::unique_ptr<PersonPose> PersonPose::create(const std::string &config)
+std::shared_ptr<PersonPose> PersonPose::open(const std::string &path)
 {
-    auto net = LearnedNet::find(config, "movenet");
-    return net ? std::unique_ptr<PersonPose>(new PersonPose(std::move(net))) : nullptr;
+    static std::mutex mutex;
+    static std::map<std::string, std::weak_ptr<PersonPose>> opened;
+    const std::lock_guard<std::mutex> locker(mutex);
+    auto &known = opened[path];
+    if (auto pose = known.lock())
+        return pose;
+    auto net = LearnedNet::open(path);
+    if (!net || !net->gives({"centre", "heat", "regression", "offset"}))
+        return nullptr;
+    std::shared_ptr<PersonPose> pose(new PersonPose(std::move(net)));
+    known = pose;
+    return pose;
 }
 
-BodyPoints PersonPose::look(const cv::Mat &picture, const cv::Rect &face) const
+BodyPoints PersonPose::pointsOf(const cv::Mat &picture, const cv::Rect2f &face)
 {
-    const auto width = float(face.width);
-    const cv::Point2f middle(float(face.x) + width / 2, float(face.y) + float(face.height) / 2);
-    const cv::Point2f centre(middle.x, float(face.y) + squareDrop * width);
+    const float width = std::max(1.0F, face.width);
+    const cv::Point2f middle = (face.tl() + face.br()) / 2;
     const float side = squareSide * width;
+    const cv::Point2f centre(middle.x, middle.y - width / 2 + squareDrop * width);
+    const cv::Point2f corner = centre - cv::Point2f(side / 2, side / 2);
+    const float scale = side / inputSide;
     const cv::Mat cut = squareCut(picture, centre, side, inputSide);
+
+    const auto inPicture = [&](BodyPoints points) {
+        for (auto &point : points)
+            point.place = corner + point.place * scale;
+        return points;
+    };
+    {
+        const std::lock_guard<std::mutex> locker(m_mutex);
+        for (const auto &known : m_looks) {
+            if (samePixels(known.cut, cut))
+                return inPicture(known.points);
+        }
+    }
+    const auto points = look(cut, (middle - corner) / scale);
+    {
+        const std::lock_guard<std::mutex> locker(m_mutex);
+        m_looks.push_front({cut, points});
+        if (m_looks.size() > mostLooks)
+            m_looks.pop_back();
+    }
+    return inPicture(points);
+}
+
+std::vector<BodyPoints> PersonPose::pointsOf(const cv::Mat &picture, const std::vector<cv::Rect2f> &faces)
+{
+    std::vector<BodyPoints> points(faces.size());
+    cv::parallel_for_(cv::Range(0, int(faces.size())), [&](const cv::Range &range) {
+        for (int i = range.start; i < range.end; ++i)
+            points[std::size_t(i)] = pointsOf(picture, faces[std::size_t(i)]);
+    });
+    return points;
+}
+
+/// @param head middle of the face in the cut
+BodyPoints PersonPose::look(const cv::Mat &cut, const cv::Point2f &head) const
+{
     const auto blobs = m_net->run(inputOf({cut}, evenScale), {"centre", "heat", "regression", "offset"});
     const Planes centres(blobs[0]), heat(blobs[1]), regression(blobs[2]), offset(blobs[3]);
 
-    const float cell = side / cells;
-    const cv::Point2f corner = centre - cv::Point2f(side / 2, side / 2);
-    const cv::Point2f head((middle.x - corner.x) / cell, (middle.y - corner.y) / cell);
     // Each cell guesses the points of the person whose centre it may be.
+    const cv::Point2f headCell = head / cellSide;
     const auto toHead = [&](int y, int x) {
-        return std::hypot(float(y) + regression(2 * Nose, y, x) - head.y,
-                          float(x) + regression(2 * Nose + 1, y, x) - head.x);
+        return std::hypot(float(y) + regression(2 * Nose, y, x) - headCell.y,
+                          float(x) + regression(2 * Nose + 1, y, x) - headCell.x);
     };
     const cv::Point person = heaviest(centres, 0, toHead);
 
@@ -86,7 +142,7 @@ BodyPoints PersonPose::look(const cv::Mat &picture, const cv::Rect &face) const
             heat, part, [&](int y, int x) { return std::hypot(float(y) - guessY, float(x) - guessX); });
         const cv::Point2f place(float(at.x) + offset(2 * part + 1, at.y, at.x),
                                 float(at.y) + offset(2 * part, at.y, at.x));
-        points[std::size_t(part)] = {corner + place * cell, sigmoid(heat(part, at.y, at.x))};
+        points[std::size_t(part)] = {place * cellSide, sigmoid(heat(part, at.y, at.x))};
     }
     return points;
 }

@@ -3,9 +3,12 @@
 #include "learnednet.h"
 
 #include <array>
+#include <list>
 #include <memory>
+#include <mutex>
 #include <opencv2/core.hpp>
 #include <string>
+#include <vector>
 
 namespace mirovane::open {
 
@@ -17,7 +20,8 @@ struct BodyPoint
 };
 
 /// The points of a person, left and right as the person has them.
-enum BodyPart {
+enum BodyPart
+{
     Nose,
     LeftEye,
     RightEye,
@@ -40,24 +44,39 @@ enum BodyPart {
 using BodyPoints = std::array<BodyPoint, BodyParts>;
 
 /**
- * Finds the points of a person whose face is known.
+ * Finds the points of people whose faces are known.
  *
  * Threads: any number at once.
  */
 class MIROVANE_SHARED PersonPose
 {
 public:
-    /// Null when the common configuration names no such net.
-    static std::unique_ptr<PersonPose> create(const std::string &config);
+    /// With the net of this file; the same object for everybody who opens it while it is held. Null when the
+    /// file is absent or is another net.
+    static std::shared_ptr<PersonPose> open(const std::string &path);
 
-    /// Looks at the surroundings of the face in a CV_8UC3 picture. Of several people there, it is the one
-    /// whose head lies at the face.
-    BodyPoints look(const cv::Mat &picture, const cv::Rect &face) const;
+    /// Looks at the surroundings of a face in a CV_8UC3 picture. Of several people there, it is the one whose
+    /// head lies at the face. The last looks are known again by their content, so that hands and pose of a
+    /// person in one frame are one look.
+    BodyPoints pointsOf(const cv::Mat &picture, const cv::Rect2f &face);
+
+    /// The same for many faces, on all processors.
+    std::vector<BodyPoints> pointsOf(const cv::Mat &picture, const std::vector<cv::Rect2f> &faces);
 
 private:
+    /// A look, in pixels of the cut, and what was seen in it.
+    struct Look
+    {
+        cv::Mat cut;
+        BodyPoints points;
+    };
+
     explicit PersonPose(std::shared_ptr<LearnedNet> net) : m_net(std::move(net)) {}
+    BodyPoints look(const cv::Mat &cut, const cv::Point2f &head) const;
 
     std::shared_ptr<LearnedNet> m_net;
+    std::mutex m_mutex;      ///< guards m_looks
+    std::list<Look> m_looks; ///< the latest first
 };
 
 } // namespace mirovane::open

@@ -33,11 +33,11 @@ protected:
     std::shared_ptr<FaceDetectionMTCNN> faces =
         make<FaceDetectionMTCNN>("blazeface.onnx", "blazeface.onnx", "landmark68.onnx");
     std::unique_ptr<FaceIDDetection> ids = make<FaceIDDetection>("recognition.onnx");
-    std::unique_ptr<BodyDetectionSSD> bodies = make<BodyDetectionSSD>("body_detection.yml");
-    std::unique_ptr<HandupClassify> hands = make<HandupClassify>("handup.yml");
-    std::unique_ptr<BodyPoseClassify> poses = make<BodyPoseClassify>("body_pose.yml");
-    std::unique_ptr<FaceEmotionClassify> emotions = make<FaceEmotionClassify>("face_emotion.yml");
-    std::unique_ptr<FaceAttrDetection> attributes = make<FaceAttrDetection>("face_attr.yml");
+    std::unique_ptr<BodyDetectionSSD> bodies = make<BodyDetectionSSD>("blazeface.onnx");
+    std::unique_ptr<HandupClassify> hands = make<HandupClassify>("movenet.onnx");
+    std::unique_ptr<BodyPoseClassify> poses = make<BodyPoseClassify>("movenet.onnx");
+    std::unique_ptr<FaceEmotionClassify> emotions = make<FaceEmotionClassify>("emotion.onnx");
+    std::unique_ptr<FaceAttrDetection> attributes = make<FaceAttrDetection>("landmark68.onnx");
 };
 
 TEST_F(Recognisers, FilesThatAreNoModelsGiveNull)
