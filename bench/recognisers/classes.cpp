@@ -7,6 +7,7 @@
  * it wholly covers, and hand, pose, smile and glasses are judged from these rectangles. Prints for each
  * person how often a thing was reported among the frames in which it was there and in which it was not, and
  * the mean processor time of each recogniser. People whose hand is on its way up or down count for neither.
+ * Bodies and faces are one look, which counts for the faces.
  */
 #include "democlass.h"
 
@@ -27,6 +28,8 @@ constexpr int padding = 5;
 constexpr float smileThreshold = 0.75F;
 constexpr float handThreshold = 0.8F;
 constexpr int poseClasses = 5;
+const char *const gestureNames[] = {"none",        "high",        "bent",           "aside",
+                                    "at the chin", "in the hair", "behind the head"};
 
 struct Share
 {
@@ -58,6 +61,8 @@ struct PersonTally
     Tally glasses;
     std::array<int, poseClasses> poses{};
 };
+
+using GestureShares = std::array<Share, std::size(gestureNames)>;
 
 struct Stopwatch
 {
@@ -164,8 +169,8 @@ public:
             person.body.count(body != bodies.end());
             if (body == bodies.end())
                 continue;
-            const bool still = before[i].handUp == truth[i].handUp && after[i].handUp == truth[i].handUp;
-            judgeBody(frame, *body, truth[i].handUp, still, person);
+            const bool still = before[i].gesture == truth[i].gesture && after[i].gesture == truth[i].gesture;
+            judgeBody(frame, *body, truth[i], still, person);
         }
     }
 
@@ -179,7 +184,11 @@ public:
             add(all, m_people[std::size_t(i)]);
         }
         printRow("all", all);
-        std::printf("%d frames, %.1f bodies a frame; processor milliseconds a call:", m_frames,
+        std::printf("a raised hand was reported of these arms:");
+        for (std::size_t i = 0; i < m_gestures.size(); ++i)
+            std::printf("%s %s %d/%d", i > 0 ? "," : "", gestureNames[i], m_gestures[i].reported,
+                        m_gestures[i].frames);
+        std::printf("\n%d frames, %.1f bodies a frame; processor milliseconds a call:", m_frames,
                     double(m_bodies) / std::max(1, m_frames));
         for (const Stopwatch *watch :
              {&m_faceTime, &m_bodyTime, &m_handTime, &m_poseTime, &m_emotionTime, &m_attributeTime})
@@ -201,14 +210,18 @@ private:
         person.glasses.count(truth.glasses, (results.at(0).labels.at(0) & 1) != 0);
     }
 
-    void judgeBody(const cv::Mat &frame, const cv::Rect &body, bool up, bool still, PersonTally &person)
+    void judgeBody(const cv::Mat &frame, const cv::Rect &body, const DemoClass::Person &truth, bool still,
+                   PersonTally &person)
     {
         std::vector<int> labels;
         std::vector<float> scores;
         m_handTime.measure(
             [&] { m_recognisers.hands->classify(frame, crops(body, frame.size()), labels, scores, false); });
-        if (still)
-            person.hand.count(up, handUp(labels, scores));
+        if (still) {
+            const bool up = handUp(labels, scores);
+            person.hand.count(truth.handUp, up);
+            m_gestures.at(std::size_t(truth.gesture)).count(up);
+        }
 
         labels.clear();
         scores.clear();
@@ -254,6 +267,7 @@ private:
     const DemoClass &m_demo;
     Recognisers &m_recognisers;
     std::vector<PersonTally> m_people;
+    GestureShares m_gestures;
     int m_frames = 0;
     int m_bodies = 0;
     Stopwatch m_faceTime{"faces"};
