@@ -7,14 +7,22 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <numeric>
 #include <opencv2/imgproc.hpp>
 
 namespace mirovane::open {
 
 namespace {
 
-/// Instances that wait for their next use: the sizes of a frame and of a cut, for two threads.
-constexpr size_t mostIdle = 6;
+/// What the instances that wait for their next use may have as inputs, in numbers: those of a full frame at
+/// two sizes and many cuts. An instance holds some fifty times that.
+constexpr size_t mostIdleNumbers = 4'000'000;
+
+size_t numbersOf(const std::vector<int> &shape)
+{
+    return std::accumulate(shape.begin(), shape.end(), size_t(1),
+                           [](size_t a, int b) { return a * size_t(b); });
+}
 
 } // namespace
 
@@ -56,6 +64,7 @@ bool LearnedNet::gives(const std::vector<std::string> &outputs) const
 
 std::vector<cv::Mat> LearnedNet::run(const cv::Mat &input, const std::vector<std::string> &outputs)
 {
+    ++m_runs;
     auto planned = borrow({input.size.p, input.size.p + input.dims});
     planned.net.setInput(input);
     std::vector<cv::Mat> blobs;
@@ -89,8 +98,13 @@ void LearnedNet::giveBack(Planned planned)
 {
     const std::lock_guard<std::mutex> locker(m_mutex);
     m_idle.push_back(std::move(planned));
-    if (m_idle.size() > mostIdle)
+    size_t numbers = 0;
+    for (const auto &idle : m_idle)
+        numbers += numbersOf(idle.shape);
+    while (numbers > mostIdleNumbers && m_idle.size() > 1) {
+        numbers -= numbersOf(m_idle.front().shape);
         m_idle.erase(m_idle.begin());
+    }
 }
 
 std::string netPath(const std::string &config, const std::string &key)

@@ -2,6 +2,7 @@
 
 #include "sharedapi.h"
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <opencv2/core.hpp>
@@ -40,6 +41,9 @@ public:
     /// Whether the net has outputs of all these names: whether it is the one that is meant.
     bool gives(const std::vector<std::string> &outputs) const;
 
+    /// How often it has run, for all recognisers of the process.
+    size_t runs() const { return m_runs; }
+
     LearnedNet(const LearnedNet &) = delete;
     LearnedNet &operator=(const LearnedNet &) = delete;
 
@@ -55,6 +59,7 @@ private:
     Planned borrow(const std::vector<int> &shape);
     void giveBack(Planned planned);
 
+    std::atomic<size_t> m_runs{0};
     std::vector<cv::String> m_outputs;
     std::vector<uchar> m_file;   ///< further instances are read from it
     std::mutex m_mutex;          ///< guards m_idle

@@ -1,4 +1,5 @@
 #include "democlass.h"
+#include "learnednet.h"
 #include "mtcnnmodel.h"
 
 #include <gmock/gmock.h>
@@ -255,6 +256,51 @@ TEST_F(DemoPeople, AreFoundAndKnownAgainInChangedPictures)
             EXPECT_THAT(scores, Each(Lt(0.8)));
         }
     }
+}
+
+/// A picture is known by its content, whichever library asks and where it lies; so is a crop.
+TEST_F(DemoPeople, AreLookedForOnceAFrame)
+{
+    const auto blazeface = open::LearnedNet::find(models + "model-config.yml", "blazeface");
+    const auto recognition = open::LearnedNet::find(models + "model-config.yml", "recognition");
+    ASSERT_TRUE(blazeface && recognition);
+    const auto runsOf = [](open::LearnedNet &net, const auto &work) {
+        const size_t before = net.runs();
+        work();
+        return net.runs() - before;
+    };
+    const auto detect = [this](const cv::Mat &picture) {
+        MTCNNModel model(picture, faces, true);
+        EXPECT_TRUE(model.detect());
+        return model.m_rects;
+    };
+    const cv::Mat frame = demo.frame(7);
+    const cv::Mat copy = frame.clone();
+    std::vector<cv::Rect> found;
+    const size_t once = runsOf(*blazeface, [&] {
+        auto other = std::async(std::launch::async, [&] {
+            std::vector<cv::Rect> rects;
+            std::vector<float> scores;
+            faces->detect(copy, rects, scores, false);
+            return rects;
+        });
+        found = detect(frame);
+        EXPECT_EQ(other.get(), found);
+    });
+    EXPECT_GE(found.size(), size_t(demo.names().size()));
+    EXPECT_EQ(runsOf(*blazeface, [&] { EXPECT_EQ(detect(frame.clone()), found); }), 0U);
+    cv::Mat next = frame.clone();
+    next.at<cv::Vec3b>(1079, 1919)[2] ^= 1;
+    EXPECT_EQ(runsOf(*blazeface, [&] { detect(next); }), once);
+
+    const cv::Mat face = heads(7, 1, 1).front();
+    EXPECT_EQ(runsOf(*recognition,
+                     [&] {
+                         cv::Mat feature;
+                         EXPECT_GE(ids->registerFace(face, -1), 0);
+                         EXPECT_EQ(ids->extractFeature(face.clone(), &feature, false), 0);
+                     }),
+              1U);
 }
 
 TEST_F(DemoPeople, WhoRaiseAHandAreTold)

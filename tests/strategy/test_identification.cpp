@@ -17,7 +17,9 @@ constexpr int huge = std::numeric_limits<int>::max();
 
 TEST(Matching, StrongestOrNearestPairsFirstEachRowAndColumnOnce)
 {
-    const auto match = [](Rows rows, double threshold) { return matching::matchRows(rows, threshold); };
+    const auto match = [](const Rows &rows, double threshold) {
+        return matching::matchRows(rows, threshold);
+    };
     EXPECT_THAT(match({{0.9, 0.85}, {0.95, 0.2}}, 0.8), ElementsAre(Pair(0, 1), Pair(1, 0)));
     EXPECT_THAT(match({{0.9}, {0.9}}, 0.8), ElementsAre(Pair(0, 0)));
     EXPECT_THAT(match({{0.9, 0.9}}, 0.8), ElementsAre(Pair(0, 0)));

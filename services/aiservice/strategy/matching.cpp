@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <set>
 
 namespace matching {
 
@@ -11,31 +12,35 @@ void equaliseRows(std::vector<std::vector<double>> &rows)
         row.resize(rows.front().size(), 0.0);
 }
 
-std::map<int, int> matchRows(std::vector<std::vector<double>> &rows, double threshold)
+std::map<int, int> matchRows(const std::vector<std::vector<double>> &rows, double threshold)
 {
-    std::map<int, int> result;
-    while (true) {
-        double largest = 0.0;
-        size_t bestRow = rows.size();
-        size_t bestColumn = 0;
-        for (size_t row = 0; row < rows.size(); ++row) {
-            for (size_t column = 0; column < rows[row].size(); ++column) {
-                if (rows[row][column] > largest) {
-                    largest = rows[row][column];
-                    bestRow = row;
-                    bestColumn = column;
-                }
-            }
-        }
-        if (bestRow == rows.size() || largest < threshold)
-            return result;
-        result[static_cast<int>(bestRow)] = static_cast<int>(bestColumn);
-        std::fill(rows[bestRow].begin(), rows[bestRow].end(), 0.0);
-        for (std::vector<double> &row : rows) {
-            if (bestColumn < row.size())
-                row[bestColumn] = 0.0;
+    struct Pair
+    {
+        double similarity;
+        size_t row;
+        size_t column;
+    };
+    // Most columns are ids that nobody has any more: those are passed over once.
+    std::vector<Pair> pairs;
+    for (size_t row = 0; row < rows.size(); ++row) {
+        for (size_t column = 0; column < rows[row].size(); ++column) {
+            const double similarity = rows[row][column];
+            if (similarity > 0.0 && similarity >= threshold)
+                pairs.push_back({similarity, row, column});
         }
     }
+    // They are in order of row and column already, which decides among equals.
+    std::stable_sort(pairs.begin(), pairs.end(),
+                     [](const Pair &a, const Pair &b) { return a.similarity > b.similarity; });
+
+    std::map<int, int> result;
+    std::set<size_t> taken;
+    for (const Pair &pair : pairs) {
+        if (result.count(static_cast<int>(pair.row)) > 0 || !taken.insert(pair.column).second)
+            continue;
+        result[static_cast<int>(pair.row)] = static_cast<int>(pair.column);
+    }
+    return result;
 }
 
 std::map<size_t, size_t> nearestPairs(const std::vector<cv::Point> &from, const std::vector<cv::Point> &to,

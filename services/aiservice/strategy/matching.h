@@ -16,8 +16,8 @@ void equaliseRows(std::vector<std::vector<double>> &rows);
 
 /// Greedy assignment of rows to columns of a similarity matrix: the strongest pair first, every row and
 /// column once at most, nothing below the threshold, and nothing at 0 or below. Of equal values the
-/// first row, then the first column wins. Destroys its input.
-std::map<int, int> matchRows(std::vector<std::vector<double>> &rows, double threshold);
+/// first row, then the first column wins.
+std::map<int, int> matchRows(const std::vector<std::vector<double>> &rows, double threshold);
 
 /// Pairs the nearest points of two lists, each used once at most, as long as their squared distance is
 /// below the limit. At equal distance the lower index of the first list, then of the second, goes first.

@@ -136,7 +136,7 @@ void NewGalleryStrategy::recognise(const People &people, const std::vector<cv::M
             const auto model =
                 ModelManager::instance().createFaceIDModel(crops[i], FaceIDModel::IdentifyAll, -1);
             if (model->detect() && model->m_id >= 0) {
-                enrolledRows.push_back(model->m_scores);
+                enrolledRows.push_back(std::move(model->m_scores));
                 enrolledFaces.push_back(static_cast<int>(i));
                 qInfo().nospace() << "[Gallery] match faceid: " << model->m_id << " gid: " << i;
             }

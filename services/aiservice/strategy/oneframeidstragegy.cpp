@@ -59,7 +59,7 @@ std::map<int, cv::Rect> OneFrameIdStragegy::detectFace()
         }
         if (model->m_id == -1)
             continue;
-        rows.push_back(model->m_scores);
+        rows.push_back(std::move(model->m_scores));
         features.push_back(model->m_feature.clone());
         rowIndices.push_back(static_cast<int>(i));
     }
