@@ -1,13 +1,18 @@
 /**
  * Measures the recognisers of bodies, hands, poses, smiles and glasses on the demo class.
  *
- *     classes <folder with the photographs> <model folder> [handled frames] [first frame]
+ *     measure_classes <folder with the photographs> <model folder> [handled frames] [first frame]
+ *     measure_classes --photographs <folder> <model folder>
  *
  * Handles every 30th frame as the service does: faces and bodies are found, a body belongs to the face that
  * it wholly covers, and hand, pose, smile and glasses are judged from these rectangles. Prints for each
  * person how often a thing was reported among the frames in which it was there and in which it was not, and
  * the mean processor time of each recogniser. People whose hand is on its way up or down count for neither.
  * Bodies and faces are one look, which counts for the faces.
+ *
+ * The second form runs on photographs of anybody (all pictures of the folder, below it too): it prints what
+ * is told of each face, numbers them from the left, and ends with the sums, which whoever knows the
+ * photographs holds against them.
  */
 #include "democlass.h"
 
@@ -19,7 +24,9 @@
 #include <cstdlib>
 #include <ctime>
 #include <memory>
+#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
+#include <string>
 
 namespace {
 
@@ -278,23 +285,85 @@ private:
     Stopwatch m_attributeTime{"glasses"};
 };
 
+/// What is told of the people of a folder's photographs.
+void tellPhotographs(const std::string &folder, Recognisers &recognisers)
+{
+    std::vector<cv::String> files;
+    cv::glob(folder, files, true);
+    int people = 0, bodies = 0, hands = 0, smiles = 0, glasses = 0;
+    std::array<int, poseClasses> poses{};
+    for (const std::string &file : files) {
+        const cv::Mat picture = cv::imread(file);
+        if (picture.empty())
+            continue;
+        std::vector<cv::Rect> faces, found;
+        std::vector<float> scores;
+        recognisers.faces->detect(picture, faces, scores, false);
+        recognisers.bodies->detect(picture, found, scores, false);
+        std::sort(faces.begin(), faces.end(), [](const cv::Rect &a, const cv::Rect &b) { return a.x < b.x; });
+        int number = 0;
+        for (const cv::Rect &rect : faces) {
+            const cv::Rect face = padded(rect, picture.size());
+            const auto body = std::find_if(found.begin(), found.end(),
+                                           [&](const cv::Rect &other) { return (other & face) == face; });
+            std::vector<int> labels, classes;
+            std::vector<float> sure;
+            if (body != found.end()) {
+                recognisers.hands->classify(picture, crops(*body, picture.size()), labels, sure, false);
+                recognisers.poses->classify(picture, {*body}, classes, sure, false);
+            }
+            int label = 0;
+            float score = 0;
+            recognisers.emotions->classify(picture(face), &label, &score, false);
+            std::vector<mirovane::FaceAttrResult> attributes;
+            recognisers.attributes->detect(picture, {face}, attributes, false);
+
+            const bool up = std::any_of(labels.begin(), labels.end(), [](int hand) { return hand == 0; });
+            const bool smile = label == 1 && score >= smileThreshold;
+            const bool wears = (attributes.at(0).labels.at(0) & 1) != 0;
+            const int pose = classes.empty() ? 1 : classes.front();
+            std::printf("%s face %d, %d pixels:%s%s%s%s pose %d\n", file.c_str(), ++number, rect.width,
+                        body == found.end() ? " no body" : "", up ? " hand up" : "", smile ? " smiles" : "",
+                        wears ? " glasses" : "", pose);
+            ++people;
+            bodies += body != found.end() ? 1 : 0;
+            hands += up ? 1 : 0;
+            smiles += smile ? 1 : 0;
+            glasses += wears ? 1 : 0;
+            ++poses.at(std::size_t(pose));
+        }
+    }
+    std::printf("%d faces, %d with a body: %d raise a hand, %d smile, %d wear glasses; poses", people, bodies,
+                hands, smiles, glasses);
+    for (const int count : poses)
+        std::printf(" %d", count);
+    std::printf("\n");
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
-    if (argc < 3) {
-        std::fprintf(stderr, "usage: %s <photographs> <model folder> [handled frames] [first frame]\n",
-                     argv[0]);
+    const bool ownPhotographs = argc == 4 && std::string(argv[1]) == "--photographs";
+    if (argc < 3 || (argv[1][0] == '-' && !ownPhotographs)) {
+        std::fprintf(stderr,
+                     "usage: %s <photographs> <model folder> [handled frames] [first frame]\n"
+                     "       %s --photographs <folder> <model folder>\n",
+                     argv[0], argv[0]);
         return 2;
+    }
+    Recognisers recognisers(argv[ownPhotographs ? 3 : 2]);
+    if (!recognisers.complete()) {
+        std::fprintf(stderr, "a recogniser could not be loaded from %s\n", argv[ownPhotographs ? 3 : 2]);
+        return 1;
+    }
+    if (ownPhotographs) {
+        tellPhotographs(argv[2], recognisers);
+        return 0;
     }
     const DemoClass demo(QString::fromLocal8Bit(argv[1]));
     if (!demo.isValid()) {
         std::fprintf(stderr, "%s\n", demo.error().toLocal8Bit().constData());
-        return 1;
-    }
-    Recognisers recognisers(argv[2]);
-    if (!recognisers.complete()) {
-        std::fprintf(stderr, "a recogniser could not be loaded from %s\n", argv[2]);
         return 1;
     }
 

@@ -57,7 +57,7 @@ float degreesOf(const cv::Point2f &step)
 }
 
 /// How a head is held, by the points of its face.
-struct Head
+struct HeadPose
 {
     float turn = 0; ///< as the limits above have it
     float tilt = 0;
@@ -65,7 +65,7 @@ struct Head
     float eyes = 0;
 };
 
-Head headOf(const SeenFace &face)
+HeadPose headPoseOf(const SeenFace &face)
 {
     const auto points = face.landmarks();
     const cv::Point2f &jawLeft = face.points[0], &jawRight = face.points[16], &chin = face.points[8],
@@ -76,7 +76,7 @@ Head headOf(const SeenFace &face)
     const cv::Point2f middle = (points[0] + points[1]) / 2;
     const float width = std::max(1e-3F, (jawRight - jawLeft).dot(across));
     const float height = std::max(1e-3F, (chin - middle).dot(along));
-    Head head;
+    HeadPose head;
     head.turn = std::abs((nose - jawLeft).dot(across) / width - 0.5F);
     head.tilt = std::abs(degreesOf(step));
     head.down = (nose - middle).dot(along) / height / (height / distance);
@@ -99,7 +99,7 @@ float leanOf(const SeenFace &face, const BodyPoints &points)
 
 Judgement judge(const SeenFace &face, const BodyPoints &points)
 {
-    const Head head = headOf(face);
+    const HeadPose head = headPoseOf(face);
     if (head.turn >= profile)
         return {turnedAway, certainty(head.turn, profile)};
     if (head.eyes < closeEyes)
@@ -135,13 +135,13 @@ public:
     {
         const auto faces = m_faces->facesOf(image);
         std::vector<int> owners;
-        std::vector<cv::Rect2f> boxes;
+        std::vector<Head> heads;
         for (const cv::Rect &body : bodies) {
             owners.push_back(ownerOf(body, faces, image.size()));
             if (owners.back() >= 0)
-                boxes.push_back(faces[std::size_t(owners.back())].box);
+                heads.push_back(headOf(faces[std::size_t(owners.back())]));
         }
-        const auto points = m_poses->pointsOf(toColour(image), boxes);
+        const auto points = m_poses->pointsOf(toColour(image), heads);
         auto next = points.begin();
         for (const int owner : owners) {
             const Judgement judgement =

@@ -17,7 +17,7 @@ constexpr int noHand = 1;
 /// below it.
 constexpr float surest = 1.0F, leastSure = 0.8F;
 
-// Chosen on the demo class; lengths in face widths from the middle of the face.
+// Chosen on the demo class; lengths in widths of the head, from its middle.
 constexpr float leastWristScore = 0.2F;
 constexpr float chin = 0.5F;
 // Longer limbs lead to somebody else's hand.
@@ -28,7 +28,7 @@ constexpr float longestUpperArm = 2.6F;
 constexpr float handBeyondWrist = 0.4F;
 constexpr float aboveEyes = 0.25F;
 constexpr float nearHead = 1.15F;
-// How far a raised forearm may lean towards the head for what it rises.
+// How far a raised forearm may lean to a side for what it rises.
 constexpr float mostLean = 1.0F;
 // Wrists that lie so close to each other are one.
 constexpr float sameWrist = 0.5F;
@@ -41,16 +41,10 @@ struct Arm
     bool raised;       ///< and not held to the head
 };
 
-cv::Point2f middleOf(const SeenFace &face)
-{
-    return (face.box.tl() + face.box.br()) / 2;
-}
-
 /// The lifted arms of a person, whoever's they are.
-std::vector<Arm> liftedArms(const BodyPoints &points, const SeenFace &face)
+std::vector<Arm> liftedArms(const BodyPoints &points, const Head &head)
 {
-    const float unit = std::max(1.0F, face.box.width);
-    const auto placeOf = [&](BodyPart part) { return (points[part].place - middleOf(face)) / unit; };
+    const auto placeOf = [&](BodyPart part) { return (points[part].place - head.middle) / head.width; };
     std::vector<Arm> arms;
     for (const auto &[shoulderPart, elbowPart, wristPart] :
          {std::array{LeftShoulder, LeftElbow, LeftWrist},
@@ -62,9 +56,8 @@ std::vector<Arm> liftedArms(const BodyPoints &points, const SeenFace &face)
             cv::norm(elbow - shoulder) > longestUpperArm || wrist.y >= chin || forearm.y >= 0)
             continue;
         const cv::Point2f hand = wrist + handBeyondWrist * forearm;
-        const float lean = wrist.x > 0 ? -forearm.x : forearm.x;
-        const bool raised =
-            cv::norm(hand + cv::Point2f(0, aboveEyes)) > nearHead && lean < -forearm.y * mostLean;
+        const bool raised = cv::norm(hand + cv::Point2f(0, aboveEyes)) > nearHead &&
+                            std::abs(forearm.x) < -forearm.y * mostLean;
         arms.push_back({points[wristPart].place, points[elbowPart].score * points[wristPart].score, raised});
     }
     return arms;
@@ -75,8 +68,10 @@ class People
 {
 public:
     People(const cv::Mat &picture, const std::vector<SeenFace> &faces, PersonPose &poses)
-        : m_picture(picture), m_faces(faces), m_poses(poses)
+        : m_picture(picture), m_poses(poses)
     {
+        for (const SeenFace &face : faces)
+            m_heads.push_back(headOf(face));
     }
 
     void lookAt(std::vector<int> people)
@@ -86,12 +81,12 @@ public:
         people.erase(std::remove_if(people.begin(), people.end(),
                                     [&](int person) { return person < 0 || m_arms.count(person) > 0; }),
                      people.end());
-        std::vector<cv::Rect2f> boxes;
+        std::vector<Head> heads;
         for (const int person : people)
-            boxes.push_back(m_faces[std::size_t(person)].box);
-        const auto points = m_poses.pointsOf(m_picture, boxes);
+            heads.push_back(m_heads[std::size_t(person)]);
+        const auto points = m_poses.pointsOf(m_picture, heads);
         for (std::size_t i = 0; i < people.size(); ++i)
-            m_arms[people[i]] = liftedArms(points[i], m_faces[std::size_t(people[i])]);
+            m_arms[people[i]] = liftedArms(points[i], heads[i]);
     }
 
     /// The evidence for a raised hand of somebody who was looked at; 0 when there is none.
@@ -109,17 +104,17 @@ private:
     /// Whether somebody beside has the same wrist at the end of an arm that is better seen.
     bool belongsToNeighbour(const Arm &arm, int person)
     {
-        const float unit = m_faces[std::size_t(person)].box.width;
         std::vector<int> around;
-        for (int other = 0; other < int(m_faces.size()); ++other) {
-            const SeenFace &face = m_faces[std::size_t(other)];
+        for (int other = 0; other < int(m_heads.size()); ++other) {
+            const Head &head = m_heads[std::size_t(other)];
             const float reach = longestForearm + longestUpperArm;
-            if (other != person && cv::norm(middleOf(face) - arm.wrist) < reach * face.box.width)
+            if (other != person && cv::norm(head.middle - arm.wrist) < reach * head.width)
                 around.push_back(other);
         }
         lookAt(around);
         return std::any_of(around.begin(), around.end(), [&](int other) {
-            const float same = sameWrist * std::min(unit, m_faces[std::size_t(other)].box.width);
+            const float same =
+                sameWrist * std::min(m_heads[std::size_t(person)].width, m_heads[std::size_t(other)].width);
             const auto &arms = m_arms.at(other);
             return std::any_of(arms.begin(), arms.end(), [&](const Arm &its) {
                 return its.evidence > arm.evidence && cv::norm(its.wrist - arm.wrist) < same;
@@ -128,8 +123,8 @@ private:
     }
 
     const cv::Mat &m_picture;
-    const std::vector<SeenFace> &m_faces;
     PersonPose &m_poses;
+    std::vector<Head> m_heads;              ///< in the order of the faces
     std::map<int, std::vector<Arm>> m_arms; ///< by the place among the faces
 };
 

@@ -19,9 +19,19 @@ constexpr int cells = 48;
 /// Looks that are remembered: the people of a frame.
 constexpr std::size_t mostLooks = 64;
 
-/// The square around a person, in face widths: its side, and how far its centre lies below the face's top.
+/// The square around a person, in widths of the head: its side, and how far its centre lies below the head's.
 constexpr float squareSide = 5.5F;
-constexpr float squareDrop = 1.1F;
+constexpr float squareDrop = 0.6F;
+
+/// Where the middle of the head lies in it, in cells.
+const cv::Point2f headCell(cells / 2.0F, (0.5F - squareDrop / squareSide) * cells);
+
+/// Width of a head in widths of its jaw, and the least in widths of the face's box: a profile's jaw is short.
+constexpr float jawShare = 0.96F;
+constexpr float leastWidth = 0.8F;
+
+/// How far the middle of the face lies above that of its box, in widths of the head.
+constexpr float middleAbove = 0.07F;
 
 /// How soon a place loses weight as it departs from the expected one, in cells.
 constexpr float nearness = 1.8F;
@@ -78,12 +88,17 @@ std::shared_ptr<PersonPose> PersonPose::open(const std::string &path)
     return pose;
 }
 
-BodyPoints PersonPose::pointsOf(const cv::Mat &picture, const cv::Rect2f &face)
+Head headOf(const SeenFace &face)
 {
-    const float width = std::max(1.0F, face.width);
-    const cv::Point2f middle = (face.tl() + face.br()) / 2;
-    const float side = squareSide * width;
-    const cv::Point2f centre(middle.x, middle.y - width / 2 + squareDrop * width);
+    const float jaw = jawShare * float(cv::norm(face.points[16] - face.points[0]));
+    const float width = std::max({1.0F, leastWidth * face.box.width, jaw});
+    return {(face.box.tl() + face.box.br()) / 2 - cv::Point2f(0, middleAbove * width), width};
+}
+
+BodyPoints PersonPose::pointsOf(const cv::Mat &picture, const Head &head)
+{
+    const float side = squareSide * head.width;
+    const cv::Point2f centre = head.middle + cv::Point2f(0, squareDrop * head.width);
     const cv::Point2f corner = centre - cv::Point2f(side / 2, side / 2);
     const float scale = side / inputSide;
     const cv::Mat cut = squareCut(picture, centre, side, inputSide);
@@ -100,7 +115,7 @@ BodyPoints PersonPose::pointsOf(const cv::Mat &picture, const cv::Rect2f &face)
                 return inPicture(known.points);
         }
     }
-    const auto points = look(cut, (middle - corner) / scale);
+    const auto points = look(cut);
     {
         const std::lock_guard<std::mutex> locker(m_mutex);
         m_looks.push_front({cut, points});
@@ -110,24 +125,22 @@ BodyPoints PersonPose::pointsOf(const cv::Mat &picture, const cv::Rect2f &face)
     return inPicture(points);
 }
 
-std::vector<BodyPoints> PersonPose::pointsOf(const cv::Mat &picture, const std::vector<cv::Rect2f> &faces)
+std::vector<BodyPoints> PersonPose::pointsOf(const cv::Mat &picture, const std::vector<Head> &heads)
 {
-    std::vector<BodyPoints> points(faces.size());
-    cv::parallel_for_(cv::Range(0, int(faces.size())), [&](const cv::Range &range) {
+    std::vector<BodyPoints> points(heads.size());
+    cv::parallel_for_(cv::Range(0, int(heads.size())), [&](const cv::Range &range) {
         for (int i = range.start; i < range.end; ++i)
-            points[std::size_t(i)] = pointsOf(picture, faces[std::size_t(i)]);
+            points[std::size_t(i)] = pointsOf(picture, heads[std::size_t(i)]);
     });
     return points;
 }
 
-/// @param head middle of the face in the cut
-BodyPoints PersonPose::look(const cv::Mat &cut, const cv::Point2f &head) const
+BodyPoints PersonPose::look(const cv::Mat &cut) const
 {
     const auto blobs = m_net->run(inputOf({cut}, evenScale), {"centre", "heat", "regression", "offset"});
     const Planes centres(blobs[0]), heat(blobs[1]), regression(blobs[2]), offset(blobs[3]);
 
     // Each cell guesses the points of the person whose centre it may be.
-    const cv::Point2f headCell = head / cellSide;
     const auto toHead = [&](int y, int x) {
         return std::hypot(float(y) + regression(2 * Nose, y, x) - headCell.y,
                           float(x) + regression(2 * Nose + 1, y, x) - headCell.x);

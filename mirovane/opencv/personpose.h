@@ -1,6 +1,6 @@
 #pragma once
 
-#include "learnednet.h"
+#include "facelook.h"
 
 #include <array>
 #include <list>
@@ -43,6 +43,16 @@ enum BodyPart
 };
 using BodyPoints = std::array<BodyPoint, BodyParts>;
 
+/// A head by the points of its face: its width is that from cheek to cheek, to which the boxes of faces keep
+/// only roughly. Arms are measured in it.
+struct Head
+{
+    cv::Point2f middle;
+    float width = 0;
+};
+
+MIROVANE_SHARED Head headOf(const SeenFace &face);
+
 /**
  * Finds the points of people whose faces are known.
  *
@@ -55,13 +65,13 @@ public:
     /// file is absent or is another net.
     static std::shared_ptr<PersonPose> open(const std::string &path);
 
-    /// Looks at the surroundings of a face in a CV_8UC3 picture. Of several people there, it is the one whose
-    /// head lies at the face. The last looks are known again by their content, so that hands and pose of a
+    /// Looks at the surroundings of a head in a CV_8UC3 picture. Of several people there, it is the one whose
+    /// head that is. The last looks are known again by their content, so that hands and pose of a
     /// person in one frame are one look.
-    BodyPoints pointsOf(const cv::Mat &picture, const cv::Rect2f &face);
+    BodyPoints pointsOf(const cv::Mat &picture, const Head &head);
 
-    /// The same for many faces, on all processors.
-    std::vector<BodyPoints> pointsOf(const cv::Mat &picture, const std::vector<cv::Rect2f> &faces);
+    /// The same for many heads, on all processors.
+    std::vector<BodyPoints> pointsOf(const cv::Mat &picture, const std::vector<Head> &heads);
 
 private:
     /// A look, in pixels of the cut, and what was seen in it.
@@ -72,7 +82,7 @@ private:
     };
 
     explicit PersonPose(std::shared_ptr<LearnedNet> net) : m_net(std::move(net)) {}
-    BodyPoints look(const cv::Mat &cut, const cv::Point2f &head) const;
+    BodyPoints look(const cv::Mat &cut) const;
 
     std::shared_ptr<LearnedNet> m_net;
     std::mutex m_mutex;      ///< guards m_looks

@@ -72,7 +72,7 @@ const Act acts[] = {
     {"Adrian", 120, 480, Gesture::High, -1},      {"Henry", 200, 620, Gesture::AtChin, 1},
     {"Bruno", 260, 700, Gesture::BehindHead, 1},  {"Emma", 300, 720, Gesture::Bent, 1},
     {"Carl", 330, 700, Gesture::AtChin, -1},      {"Dora", 540, 900, Gesture::Bent, 1},
-    {"Flora", 600, 960, Gesture::Bent, -1},       {"Adrian", 660, 1020, Gesture::InHair, 1},
+    {"Flora", 600, 960, Gesture::Bent, 1},       {"Adrian", 660, 1020, Gesture::InHair, 1},
     {"Carl", 900, 1260, Gesture::High, 1},       {"Emma", 960, 1260, Gesture::AtChin, -1},
     {"Henry", 1020, 1400, Gesture::InHair, -1},   {"Dora", 1080, 1440, Gesture::InHair, 1},
     {"Adrian", 1200, 1560, Gesture::Aside, 1},    {"Bruno", 1260, 1620, Gesture::High, 1},
