@@ -100,7 +100,7 @@ void AiClient::request(Kind kind, uint code, const QVariant &data, const QString
     QVariantMap message{{"req_code", int(kind)}, {"req_id", requestID}, {"req_id2", id}};
     if (kind == Execute || kind == Info)
         message["req_data"] = QVariantMap{{"command_code", int(code)}, {"data", data}};
-    m_socket.write(wire::encodeFrame(message));
+    m_socket.write(wire::encodeRequest(message));
 }
 
 AiReply AiClient::call(Kind kind, uint code, const QVariant &data, const QString &requestID, int timeout)
@@ -144,9 +144,11 @@ void AiClient::readFrames()
         if (m_socket.bytesAvailable() < headerSize + qint64(size))
             return;
         m_socket.skip(headerSize);
-        const auto message = wire::decodePayload(m_socket.read(size));
+        QString refusal;
+        const auto message = wire::decodePayload(m_socket.read(size), &refusal);
         if (message.type() != QVariant::Map) {
-            lose(QStringLiteral("the service sent a frame without a map"));
+            lose(QStringLiteral("the service sent a frame without a map: %1")
+                     .arg(refusal.isEmpty() ? QStringLiteral("another value") : refusal));
             return;
         }
         handleMessage(message.toMap());
@@ -155,13 +157,19 @@ void AiClient::readFrames()
 
 void AiClient::handleMessage(QVariantMap message)
 {
-    if (message.value("type").toInt() == 2) {
+    if (message.value("type").toInt() == ai::code(ai::MessageType::Event)) {
         emit eventReceived({message.value("msg").toUInt(), message.value("event_info").toMap(),
                             message.value("event_type").toString(),
                             message.value("event_req_id").toString()});
         return;
     }
-    const auto pending = m_pending.find(message.take("rsp_id").toLongLong());
+    const auto id = message.take("rsp_id");
+    if (!id.isValid()) {
+        lose(QStringLiteral(
+            "the service has answered nobody: a request of this connection has reached it damaged"));
+        return;
+    }
+    const auto pending = m_pending.find(id.toLongLong());
     if (pending == m_pending.end())
         return;
     const auto callback = pending->callback;
@@ -208,9 +216,9 @@ void AiClient::lose(const QString &reason)
     m_connected = false;
     m_error = reason;
     m_socket.abort();
+    m_expiry.stop(); // now, since a callback may connect anew and send
     const auto ids = m_pending.keys();
     for (const auto id : ids)
         fail(id, AiReply::Disconnected, reason);
-    m_expiry.stop();
     emit disconnected(reason);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "protocol.h"
+
 #include <QElapsedTimer>
 #include <QLocalSocket>
 #include <QMap>
@@ -20,7 +22,7 @@ struct AiReply
     };
 
     Outcome outcome = Disconnected;
-    /// "rsp_error" of an answer: 0 for success, otherwise one of the negative codes of docs/protocol.md.
+    /// "rsp_error" of an answer: 0 for success, otherwise a negative code, see ai::Error.
     int error = 0;
     /// "rsp_error_detail" of an answer; for a request without one, why there is none.
     QString detail;
@@ -35,9 +37,12 @@ struct AiReply
     QString errorText() const;
 };
 
-/// One event of the service. Codes and payloads: docs/protocol.md.
+/// One event of the service. Payloads: docs/protocol.md, and as data messages.h.
 struct AiEvent
 {
+    /// The code as an enumeration; a value that isn't listed there for a code that is none of this version.
+    ai::Event event() const { return ai::Event{code}; }
+
     uint code = 0;
     QVariantMap info;
     /// "execute" for an event that belongs to a request, "service" for one that does not.
@@ -60,7 +65,8 @@ Q_DECLARE_METATYPE(AiEvent)
  * them. Deleting the object drops the outstanding requests; their callbacks are not called. From inside a
  * callback or a receiver of its signals it is deleted with deleteLater() only.
  *
- * Trust: a message that is not a frame of the protocol ends the connection, with a reason.
+ * Trust: a message that is not a frame of the protocol ends the connection, with a reason. So does a reply
+ * that answers nobody: the service sends it when it could not read a request, and nobody knows which.
  */
 class AiClient : public QObject
 {
@@ -70,10 +76,10 @@ public:
     /// Values of "req_code".
     enum Kind
     {
-        Open = 1,
-        Close = 2,
-        Execute = 3,
-        Info = 4
+        Open = ai::code(ai::Kind::Open),
+        Close = ai::code(ai::Kind::Close),
+        Execute = ai::code(ai::Kind::Execute),
+        Info = ai::code(ai::Kind::Info)
     };
     using Callback = std::function<void(const AiReply &)>;
 
@@ -108,9 +114,22 @@ public:
     void request(Kind kind, uint code, const QVariant &data, const QString &requestID, Callback callback,
                  int timeout = defaultTimeout);
 
+    /// The same for a command.
+    void request(ai::Command command, const QVariant &data, const QString &requestID, Callback callback,
+                 int timeout = defaultTimeout)
+    {
+        request(Execute, code(command), data, requestID, std::move(callback), timeout);
+    }
+
     /// The same, but waits for the answer. Signals and other callbacks are delivered from inside this call.
     AiReply call(Kind kind, uint code = 0, const QVariant &data = {}, const QString &requestID = {},
                  int timeout = defaultTimeout);
+
+    AiReply call(ai::Command command, const QVariant &data = {}, const QString &requestID = {},
+                 int timeout = defaultTimeout)
+    {
+        return call(Execute, code(command), data, requestID, timeout);
+    }
 
     /// Waits at most the given milliseconds for something to arrive, and delivers it, and what has become of
     /// requests whose time is up, from inside this call. For programs without an event loop. False when

@@ -10,6 +10,7 @@ if(AI_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
 endif()
 
 add_library(ai_warnings INTERFACE)
+set_target_properties(ai_warnings PROPERTIES AI_LAYER -1) # below all modules
 target_compile_options(ai_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
                        -Woverloaded-virtual -Wcast-qual -Werror -Wno-error=deprecated-declarations)
 target_compile_definitions(ai_warnings INTERFACE QT_MESSAGELOGCONTEXT QT_NO_CAST_TO_ASCII)

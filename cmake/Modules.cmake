@@ -1,3 +1,18 @@
+# Fails when a module links a target of ours that is not of a lower layer, under whichever of its names.
+function(ai_check_layers name)
+    get_target_property(own_layer ${name} AI_LAYER)
+    get_target_property(dependencies ${name} LINK_LIBRARIES)
+    foreach(dependency IN LISTS dependencies)
+        if(TARGET ${dependency})
+            get_target_property(is_imported ${dependency} IMPORTED)
+            get_target_property(layer ${dependency} AI_LAYER)
+            if(NOT is_imported AND (NOT layer MATCHES "^-?[0-9]+$" OR NOT layer LESS own_layer))
+                message(FATAL_ERROR "${name} (layer ${own_layer}) must not link ${dependency} (layer ${layer})")
+            endif()
+        endif()
+    endforeach()
+endfunction()
+
 # Adds the static library <name> as ai::<name>. Configuring fails when it links a module of its own
 # layer or a higher one, so that the modules can only be put together the right way round.
 #
@@ -7,19 +22,13 @@ function(ai_add_module name)
     add_library(${name} STATIC ${ARG_SOURCES})
     add_library(ai::${name} ALIAS ${name})
     set_target_properties(${name} PROPERTIES AUTOMOC ON AI_LAYER ${ARG_LAYER})
-    foreach(dependency IN LISTS ARG_PUBLIC ARG_PRIVATE)
-        if(dependency MATCHES "^ai::")
-            get_target_property(layer ${dependency} AI_LAYER)
-            if(NOT layer LESS ARG_LAYER)
-                message(FATAL_ERROR "${name} (layer ${ARG_LAYER}) must not link ${dependency}")
-            endif()
-        endif()
-    endforeach()
     target_link_libraries(${name} PUBLIC ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE} ai_warnings)
     target_include_directories(${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
     if(ARG_PCH)
         target_precompile_headers(${name} PRIVATE ${ARG_PCH})
     endif()
+    # At the end, when every target is known. The name is put in now; a deferred call would look for it then.
+    cmake_language(EVAL CODE "cmake_language(DEFER DIRECTORY [[${CMAKE_SOURCE_DIR}]] CALL ai_check_layers ${name})")
 endfunction()
 
 # Adds one program of ours (a tool, a test helper, a benchmark) with our warnings and moc.
@@ -38,6 +47,7 @@ endfunction()
 function(mirovane_add_recogniser name)
     cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;LINK")
     add_library(${name} SHARED ${ARG_SOURCES})
+    set_target_properties(${name} PROPERTIES AI_LAYER 1)
     target_link_libraries(${name} PUBLIC mirovane PRIVATE ${ARG_LINK} ai_warnings)
     set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN")
     install(TARGETS ${name} LIBRARY DESTINATION ${AI_INSTALL_HOME})

@@ -14,15 +14,24 @@ file(RELATIVE_PATH AI_HOME_FROM_BIN ${CMAKE_INSTALL_FULL_BINDIR}
      ${CMAKE_INSTALL_FULL_LIBDIR}/aiservice)
 file(RELATIVE_PATH AI_LIB_FROM_BIN ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
 
+# Where an installed program looks for our libraries, relative to itself, and behind that where they lie beside
+# it in the build. It is built like this: a RUNPATH that is changed at installation has an empty element until
+# then, which stands for the working folder of whoever starts the program.
+function(ai_set_runpath name installed)
+    set(runpath ${installed} "$ORIGIN/../lib")
+    list(REMOVE_DUPLICATES runpath)
+    set_target_properties(${name} PROPERTIES INSTALL_RPATH "${runpath}" BUILD_WITH_INSTALL_RPATH ON)
+endfunction()
+
 # Installs a program that lies in bin and may link libaiclient.
 function(ai_install_tool name)
-    set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN/${AI_LIB_FROM_BIN}")
+    ai_set_runpath(${name} "$ORIGIN/${AI_LIB_FROM_BIN}")
     install(TARGETS ${name} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endfunction()
 
 # Installs the service: into its home, with a link to it in bin.
 function(ai_install_service name)
-    set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN")
+    ai_set_runpath(${name} "$ORIGIN")
     install(TARGETS ${name} RUNTIME DESTINATION ${AI_INSTALL_HOME})
     set(link ${CMAKE_BINARY_DIR}/package/${name})
     file(MAKE_DIRECTORY ${CMAKE_BINARY_DIR}/package)
@@ -57,11 +66,15 @@ function(ai_install_package target)
                   ${CMAKE_BINARY_DIR}/package/${target}ConfigVersion.cmake DESTINATION ${folder})
 endfunction()
 
-install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/docs/protocol.md
-              ${PROJECT_SOURCE_DIR}/docs/architecture.md ${PROJECT_SOURCE_DIR}/docs/operations.md
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/aiservice)
-install(PROGRAMS ${PROJECT_SOURCE_DIR}/examples/client.py
-        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/aiservice/examples)
+# The pages and the examples lie to each other as in the source, so that their links lead somewhere.
+set(AI_INSTALL_DOC ${CMAKE_INSTALL_DATADIR}/doc/aiservice)
+install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${AI_INSTALL_DOC})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${AI_INSTALL_DOC})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${AI_INSTALL_DOC} USE_SOURCE_PERMISSIONS
+        PATTERN __pycache__ EXCLUDE)
+foreach(folder IN ITEMS bench fuzz mirovane/opencv)
+    install(FILES ${PROJECT_SOURCE_DIR}/${folder}/README.md DESTINATION ${AI_INSTALL_DOC}/${folder})
+endforeach()
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME aiservice)

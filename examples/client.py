@@ -57,7 +57,8 @@ class Client:
         self.last += 1
         payload = encode({"req_code": kind, "req_id": identifier or f"python-{os.getpid()}-{self.last}",
                           "req_id2": self.last, "req_data": {"command_code": code, "data": data}})
-        self.socket.sendall(struct.pack(">II", len(payload), len(payload)) + payload)
+        # The first length counts the second one too: so the service never reads before all of it is there.
+        self.socket.sendall(struct.pack(">II", len(payload) + 4, len(payload)) + payload)
         return self.last
 
     def receive(self):

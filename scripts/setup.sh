@@ -36,13 +36,13 @@ all_installed() {
     ! grep -qvx installed <<<"$states" && command -v npm >/dev/null
 }
 
+can_be_root() { [ "$(id -u)" = 0 ] || command -v sudo >/dev/null; }
+
 as_root() {
     if [ "$(id -u)" = 0 ]; then
         "$@"
-    elif command -v sudo >/dev/null; then
-        sudo "$@"
     else
-        die "packages are missing, and only root can install them: $*"
+        sudo "$@"
     fi
 }
 
@@ -50,7 +50,8 @@ install_packages() {
     all_installed && return
     local missing
     mapfile -t missing < <(missing_packages)
-    say "installing ${missing[*]}"
+    can_be_root || die "${#missing[@]} packages are missing, and only root can install them: ${missing[*]}"
+    say "installing ${#missing[@]} packages and what they need: ${missing[*]}"
     as_root apt-get update -q </dev/null
     as_root env DEBIAN_FRONTEND=noninteractive apt-get install -qy --no-install-recommends "${missing[@]}" \
         </dev/null
@@ -61,7 +62,7 @@ install_npm_packages() {
     [ "$root/node_modules/.package-lock.json" -nt "$root/package-lock.json" ] &&
         [ -d "$root/node_modules/minidump/deps" ] && [ -d "$root/node_modules/@vladmandic/human/models" ] &&
         [ -d "$root/node_modules/@vladmandic/face-api/model" ] && return
-    say "fetching the crash dump library and the learned nets"
+    say "fetching npm packages into node_modules: the crash dump library minidump and the learned nets"
     (cd "$root" && npm ci --ignore-scripts --no-audit --no-fund </dev/null) ||
         die "the packages that package-lock.json names (the crash dump library, the learned nets of the recognisers) \
 could not be fetched. The first build needs the network for them; later ones don't."
@@ -72,11 +73,12 @@ could not be fetched. The first build needs the network for them; later ones don
 unpack_photographs() {
     local target=$root/build/opencv-doc download
     [ -e "$target/usr/share/doc/opencv-doc/opencv4/html/handSrc.jpg" ] && return
-    say "fetching the photographs of the demo class"
+    say "fetching the photographs of the demo class, the package opencv-doc, into build; it is not installed"
     mkdir -p "$root/build"
     download=$(mktemp -d "$root/build/download.XXXXXX")
     (cd "$download" && { apt-get -q download opencv-doc ||
-        { as_root apt-get update -q </dev/null && apt-get -q download opencv-doc; }; })
+        { can_be_root && as_root apt-get update -q </dev/null && apt-get -q download opencv-doc; } ||
+        die "the package opencv-doc cannot be fetched; the package lists may be too old"; })
     dpkg-deb -x "$download"/opencv-doc_*.deb "$download/unpacked"
     rm -rf "$target"
     mv "$download/unpacked" "$target"

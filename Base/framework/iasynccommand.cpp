@@ -7,18 +7,6 @@
 
 namespace {
 
-enum RequestKind
-{
-    openRequest = 1,
-    closeRequest = 2,
-    executeRequest = 3,
-    infoRequest = 4
-};
-
-constexpr int responseType = 1;
-constexpr int internalError = -2;
-constexpr int unknownKind = -10;
-
 /// The identifier as the log shows it. A client may choose one of any length.
 QString shown(const QString &requestID)
 {
@@ -34,80 +22,78 @@ QVariantList codeList(const QSet<unsigned int> &codes)
     return list;
 }
 
-QVariantMap withoutDetail(int error)
+QVariantMap withoutDetail(ai::Error error)
 {
-    return {{"rsp_error", error}, {"rsp_data", QVariant()}};
+    return {{"rsp_error", code(error)}, {"rsp_data", QVariant()}};
 }
 
 } // namespace
 
 IAsyncCommand::IAsyncCommand(IService *target, QVariantMap requestMap)
-    : request(std::move(requestMap)), service(target)
+    : request(std::move(requestMap)),
+      service(target),
+      kind(request.value(QStringLiteral("req_code")).toInt()),
+      requestID(request.value(QStringLiteral("req_id")).toString()),
+      deadline(request.value(QStringLiteral("req_deadline")).toLongLong())
 {
+    const QVariantMap command = request.value(QStringLiteral("req_data")).toMap();
+    code = static_cast<unsigned int>(command.value(QStringLiteral("command_code")).toInt());
+    data = command.value(QStringLiteral("data"));
 }
 
 QString IAsyncCommand::describe() const
 {
-    const QString line("type: %1. cmdCode: %2. requestID: %3. deadline: %4.");
-    return line.arg(QString::number(kind()), QString::number(command().code), shown(requestID()),
-                    QString::number(deadline()));
+    return QStringLiteral("type: %1. cmdCode: %2. requestID: %3. deadline: %4.")
+        .arg(QString::number(kind), QString::number(code), shown(requestID), QString::number(deadline));
 }
 
 void IAsyncCommand::run()
 {
     const void *const self = this;
-    qDebug().nospace() << "run IAsyncCommand=" << self << " begin";
-    const QString id = requestID();
+    qDebug("run IAsyncCommand=%p begin", self);
     {
         QMutexLocker lock(&service->deadlineMutex);
-        service->requestDeadlines[id] = deadline();
+        service->requestDeadlines[requestID] = deadline;
     }
 
     QVariantMap result;
     try {
         result = callService();
     } catch (...) {
-        result = withoutDetail(internalError);
+        result = withoutDetail(ai::Error::Failed);
     }
 
     {
         QMutexLocker lock(&service->deadlineMutex);
-        service->requestDeadlines.remove(id);
+        service->requestDeadlines.remove(requestID);
     }
-    result["rsp_id"] = request.value("req_id2");
-    result["type"] = responseType;
+    result[QStringLiteral("rsp_id")] = request.value(QStringLiteral("req_id2"));
+    result[QStringLiteral("type")] = ai::code(ai::MessageType::Reply);
     emit finished(result);
-    qDebug().noquote().nospace() << "run IAsyncCommand=" << self << " end: cmd=" << kind()
-                                 << ", requestID=" << shown(id);
-}
-
-IAsyncCommand::Command IAsyncCommand::command() const
-{
-    const QVariantMap data = request.value("req_data").toMap();
-    return {static_cast<unsigned int>(data.value("command_code").toInt()), data.value("data")};
+    qDebug("run IAsyncCommand=%p end: cmd=%d, requestID=%ls", self, kind, qUtf16Printable(shown(requestID)));
 }
 
 QVariantMap IAsyncCommand::callService() const
 {
-    switch (kind()) {
-    case openRequest:
+    switch (ai::Kind{kind}) {
+    case ai::Kind::Open:
         return open();
-    case closeRequest:
+    case ai::Kind::Close:
         return close();
-    case executeRequest:
+    case ai::Kind::Execute:
         return execute();
-    case infoRequest:
+    case ai::Kind::Info:
         return info();
     default:
-        qDebug().noquote().nospace() << "run IAsyncCommand unknown: requestID=" << shown(requestID());
-        return withoutDetail(unknownKind);
+        qDebug("run IAsyncCommand unknown: requestID=%ls", qUtf16Printable(shown(requestID)));
+        return withoutDetail(ai::Error::Unknown);
     }
 }
 
 QVariantMap IAsyncCommand::open() const
 {
-    qDebug().noquote().nospace() << "run IAsyncCommand open: requestID=" << shown(requestID());
-    QVariantMap result = service->open(requestID());
+    qDebug("run IAsyncCommand open: requestID=%ls", qUtf16Printable(shown(requestID)));
+    QVariantMap result = service->open(requestID);
     result["all_use_queue"] = service->allUseQueue.load(std::memory_order_relaxed);
     result["info_use_queue"] = codeList(service->infoQueueCodes);
     result["cmd_use_queue"] = codeList(service->cmdQueueCodes);
@@ -118,11 +104,10 @@ QVariantMap IAsyncCommand::open() const
 
 QVariantMap IAsyncCommand::close() const
 {
-    const QString id = requestID();
-    qDebug().noquote().nospace() << "run IAsyncCommand close: requestID=" << shown(id);
-    const QVariantMap result = service->close(id);
-    if (id == "self-kill") {
-        qInfo().noquote().nospace() << "force quit " << id;
+    qDebug("run IAsyncCommand close: requestID=%ls", qUtf16Printable(shown(requestID)));
+    const QVariantMap result = service->close(requestID);
+    if (requestID == "self-kill") {
+        qInfo("force quit %ls", qUtf16Printable(requestID));
         // Through the main thread's event loop, which may not be running yet; a direct call would be lost
         // then.
         QMetaObject::invokeMethod(QCoreApplication::instance(), &QCoreApplication::quit,
@@ -133,17 +118,12 @@ QVariantMap IAsyncCommand::close() const
 
 QVariantMap IAsyncCommand::execute() const
 {
-    const QString id = requestID();
-    qDebug().noquote().nospace() << "run IAsyncCommand execute: requestID=" << shown(id);
-    const Command wanted = command();
-    return service->execute(wanted.code, wanted.data, id);
+    qDebug("run IAsyncCommand execute: requestID=%ls", qUtf16Printable(shown(requestID)));
+    return service->execute(code, data, requestID);
 }
 
 QVariantMap IAsyncCommand::info() const
 {
-    const QString id = requestID();
-    const Command wanted = command();
-    qDebug().noquote().nospace() << "run IAsyncCommand info: requestID=" << shown(id)
-                                 << ", keyCode=" << wanted.code;
-    return service->info(wanted.code, wanted.data, id);
+    qDebug("run IAsyncCommand info: requestID=%ls, keyCode=%u", qUtf16Printable(shown(requestID)), code);
+    return service->info(code, data, requestID);
 }

@@ -31,17 +31,6 @@ signals:
     void finished(QVariant result);
 
 private:
-    struct Command
-    {
-        unsigned int code = 0;
-        QVariant data;
-    };
-
-    int kind() const { return request.value("req_code").toInt(); }
-    QString requestID() const { return request.value("req_id").toString(); }
-    qint64 deadline() const { return request.value("req_deadline").toLongLong(); }
-    Command command() const;
-
     QVariantMap callService() const;
     QVariantMap open() const;
     QVariantMap close() const;
@@ -50,4 +39,11 @@ private:
 
     QVariantMap request;
     IService *service;
+
+    // What the request says, read once.
+    int kind;
+    QString requestID;
+    qint64 deadline;
+    unsigned int code; ///< of execute and info
+    QVariant data;     ///< of execute and info
 };

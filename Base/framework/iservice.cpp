@@ -35,12 +35,14 @@ bool IService::disconnectReset()
     return true;
 }
 
-QVariantMap IService::makeResponse(int error, const QVariant &data, const QString &detail)
+QVariantMap IService::makeResponse(ai::Error error, const QVariant &data, const QString &detail)
 {
-    return {{"rsp_error", error}, {"rsp_error_detail", detail}, {"rsp_data", data}};
+    return {{QStringLiteral("rsp_error"), code(error)},
+            {QStringLiteral("rsp_error_detail"), detail},
+            {QStringLiteral("rsp_data"), data}};
 }
 
-QVariantMap IService::makeResponse(int error, const QString &detail)
+QVariantMap IService::makeResponse(ai::Error error, const QString &detail)
 {
     return makeResponse(error, QVariant(), detail);
 }

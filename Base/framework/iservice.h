@@ -1,6 +1,7 @@
 #pragma once
 
 #include "imageblock.h"
+#include "protocol.h"
 
 #include <QMap>
 #include <QMutex>
@@ -47,10 +48,10 @@ public:
 
     QString name() const { return serviceName; }
 
-    /// A response: "rsp_error" (0 for success), "rsp_error_detail" and "rsp_data".
-    static QVariantMap makeResponse(int error, const QVariant &data, const QString &detail);
+    /// A response: "rsp_error", "rsp_error_detail" and "rsp_data".
+    static QVariantMap makeResponse(ai::Error error, const QVariant &data, const QString &detail);
     /// The same with an invalid "rsp_data".
-    static QVariantMap makeResponse(int error, const QString &detail);
+    static QVariantMap makeResponse(ai::Error error, const QString &detail);
 
     /// Sends an event that belongs to a request to all clients.
     void sendServiceMessage(unsigned int msg, const QVariant &eventInfo, QString requestID);

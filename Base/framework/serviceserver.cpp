@@ -14,29 +14,29 @@ namespace {
 constexpr int flushInterval = 2;    // milliseconds
 constexpr int writeTimeout = 30000; // milliseconds
 constexpr int probeTimeout = 10000; // milliseconds
-constexpr int eventType = 2;
 
 } // namespace
 
 ServiceServer::ServiceServer(QString name, IService *hosted, QObject *parent)
     : QObject(parent), serviceName(std::move(name)), service(hosted), serverThread(new QThread(this))
 {
-    qInfo() << "ServiceServer::ServiceServer begin";
+    qInfo("ServiceServer::ServiceServer begin");
     moveToThread(serverThread);
     connect(this, &ServiceServer::initSignal, this, &ServiceServer::initSlot);
     connect(&flushTimer, &QTimer::timeout, this, &ServiceServer::flushSocket);
-    connect(serverThread, &QThread::started, &flushTimer, QOverload<>::of(&QTimer::start));
     connect(serverThread, &QThread::finished, &flushTimer, &QTimer::stop);
     flushTimer.setInterval(flushInterval);
+    flushTimer.setSingleShot(true);
     flushTimer.moveToThread(serverThread);
+    clock.start();
     serverThread->start(QThread::InheritPriority);
     emit initSignal();
-    qInfo() << "ServiceServer::ServiceServer end";
+    qInfo("ServiceServer::ServiceServer end");
 }
 
 ServiceServer::~ServiceServer()
 {
-    qInfo() << "ServiceServer::~ServiceServer begin";
+    qInfo("ServiceServer::~ServiceServer begin");
     // Emitted on the thread itself, which deletes them before it ends.
     connect(
         serverThread, &QThread::finished, this,
@@ -48,22 +48,23 @@ ServiceServer::~ServiceServer()
         Qt::DirectConnection);
     serverThread->quit();
     serverThread->wait();
-    qInfo() << "ServiceServer::~ServiceServer end";
+    qInfo("ServiceServer::~ServiceServer end");
 }
 
 void ServiceServer::initSlot()
 {
-    qInfo() << "ServiceServer::initSlot begin";
+    qInfo("ServiceServer::initSlot begin");
     localServer = new QLocalServer;
     localServer->setSocketOptions(QLocalServer::UserAccessOption);
     connect(localServer, &QLocalServer::newConnection, this, &ServiceServer::newConnectionSlot);
+    connect(service, &IService::serviceMessgeSignal, this, &ServiceServer::postMessage);
     start();
-    qInfo() << "ServiceServer::initSlot end";
+    qInfo("ServiceServer::initSlot end");
 }
 
 bool ServiceServer::start()
 {
-    qInfo() << "ServiceServer::start begin";
+    qInfo("ServiceServer::start begin");
     QLocalSocket probe;
     probe.connectToServer(serviceName, QIODevice::ReadWrite);
     if (probe.waitForConnected(probeTimeout)) {
@@ -74,7 +75,7 @@ bool ServiceServer::start()
     if (!listen())
         return false;
     owningName = true;
-    qInfo() << "ServiceServer::start end";
+    qInfo("ServiceServer::start end");
     return true;
 }
 
@@ -105,7 +106,7 @@ void ServiceServer::listenAgain()
 
 void ServiceServer::newConnectionSlot()
 {
-    qInfo() << "ServiceServer connection new begin";
+    qInfo("ServiceServer connection new begin");
     QLocalSocket *socket = localServer->nextPendingConnection();
     if (!socket)
         return;
@@ -119,21 +120,17 @@ void ServiceServer::newConnectionSlot()
         socket, &QLocalSocket::disconnected, this, [this, connection] { handleSocketDisconnect(connection); },
         Qt::QueuedConnection);
     connect(socket, &QLocalSocket::errorOccurred, this, &ServiceServer::handleSocketError);
-    connect(service, &IService::serviceMessgeSignal, this,
-            [this, connection](uint msg, const QVariant &eventInfo, const QString &type,
-                               const QString &requestID) {
-                postMessage(connection, msg, eventInfo, type, requestID);
-            });
+    connections.append(connection);
     {
         QMutexLocker lock(&queueMutex);
         responseQueues.insert(connection.serial, {});
     }
-    qInfo().nospace() << "ServiceServer connection new end: socket=" << connection.address;
+    qInfo("ServiceServer connection new end: socket=%p", connection.address);
 }
 
 void ServiceServer::handleSocketRead(Connection connection)
 {
-    qInfo() << "ServiceServer::handleSocketRead begin";
+    qInfo("ServiceServer::handleSocketRead begin");
     QMutexLocker lock(&socketMutex);
     QLocalSocket *socket = sockets.value(connection.serial);
     while (socket && socket->bytesAvailable() > wire::lengthFieldBytes) {
@@ -141,43 +138,55 @@ void ServiceServer::handleSocketRead(Connection connection)
         if (!wire::takePayload(*socket, frameSizes[connection.serial], payload))
             return;
         frameSizes.remove(connection.serial);
-        startCommand(connection, wire::decodePayload(payload).toMap());
+        QString refusal;
+        const QVariantMap request = wire::decodePayload(payload, &refusal).toMap();
+        if (!refusal.isEmpty())
+            qWarning().noquote().nospace()
+                << "request does not parse: " << refusal << ": socket=" << connection.address;
+        startCommand(connection, request);
     }
     lock.unlock();
-    qInfo() << "ServiceServer::handleSocketRead end";
+    qInfo("ServiceServer::handleSocketRead end");
 }
 
 void ServiceServer::startCommand(Connection connection, const QVariantMap &request)
 {
     auto *command = new IAsyncCommand(service, request);
     const void *const address = command; // the pool deletes the command when it has run
-    qInfo().noquote().nospace() << "new IAsyncCommand=" << address << ": data=" << command->describe();
+    qInfo("new IAsyncCommand=%p: data=%ls", address, qUtf16Printable(command->describe()));
     connect(command, &IAsyncCommand::finished, this, [this, connection, address](const QVariant &result) {
-        qInfo().nospace() << "finished IAsyncCommand=" << address << ": ThreadPool active count="
-                          << QThreadPool::globalInstance()->activeThreadCount();
-        sendResponseData(connection, result);
-        qInfo().nospace() << "responsed IAsyncCommand=" << address;
+        qInfo("finished IAsyncCommand=%p: ThreadPool active count=%d", address,
+              QThreadPool::globalInstance()->activeThreadCount());
+        const auto running = runningRequests.find(connection.serial);
+        if (running != runningRequests.end())
+            --*running;
+        sendResponseData(connection, wire::encodePayload(result));
+        qInfo("responsed IAsyncCommand=%p", address);
     });
+    ++runningRequests[connection.serial];
     QThreadPool::globalInstance()->start(command, 0);
-    qInfo().nospace() << "started IAsyncCommand=" << address
-                      << ": ThreadPool active count=" << QThreadPool::globalInstance()->activeThreadCount();
+    qInfo("started IAsyncCommand=%p: ThreadPool active count=%d", address,
+          QThreadPool::globalInstance()->activeThreadCount());
 }
 
 void ServiceServer::handleSocketDisconnect(Connection connection)
 {
-    qInfo().nospace() << "ServiceServer connection disconnect: socket=" << connection.address;
+    qInfo("ServiceServer connection disconnect: socket=%p", connection.address);
     {
         QMutexLocker lock(&socketMutex);
         if (QLocalSocket *socket = sockets.take(connection.serial))
             socket->deleteLater();
         frameSizes.remove(connection.serial);
+        runningRequests.remove(connection.serial);
+        flushTimes.remove(connection.serial);
+        waiting.erase(connection.serial);
         QMutexLocker queueLock(&queueMutex);
         responseQueues.remove(connection.serial);
     }
     listenAgain();
     if (!service->disconnectReset())
-        qCritical() << "failed to disconnectReset";
-    qInfo() << "ServiceServer connection disconnect end";
+        qCritical("failed to disconnectReset");
+    qInfo("ServiceServer connection disconnect end");
 }
 
 void ServiceServer::handleSocketError(QLocalSocket::LocalSocketError error)
@@ -185,50 +194,75 @@ void ServiceServer::handleSocketError(QLocalSocket::LocalSocketError error)
     qCritical() << "ServiceServer::handleSocketError error" << error;
 }
 
-void ServiceServer::postMessage(Connection connection, unsigned int msg, const QVariant &eventInfo,
-                                const QString &type, const QString &requestID)
+/// To everybody. The message is the same for all, so it is encoded once.
+void ServiceServer::postMessage(unsigned int msg, const QVariant &eventInfo, const QString &type,
+                                const QString &requestID)
 {
-    qInfo().nospace() << "ServiceServer::postMessage begin: socket=" << connection.address;
-    if (!sockets.contains(connection.serial)) {
-        qWarning().nospace() << "ServiceServer::postMessage end: not found socket=" << connection.address;
-        return;
+    QByteArray payload;
+    for (const Connection &connection : qAsConst(connections)) {
+        qInfo("ServiceServer::postMessage begin: socket=%p", connection.address);
+        if (!sockets.contains(connection.serial)) {
+            qWarning("ServiceServer::postMessage end: not found socket=%p", connection.address);
+            continue;
+        }
+        if (payload.isNull())
+            payload = wire::encodePayload(QVariantMap{{QStringLiteral("msg"), msg},
+                                                      {QStringLiteral("event_info"), eventInfo},
+                                                      {QStringLiteral("type"), code(ai::MessageType::Event)},
+                                                      {QStringLiteral("event_type"), type},
+                                                      {QStringLiteral("event_req_id"), requestID}});
+        sendResponseData(connection, payload);
+        qInfo("ServiceServer::postMessage end");
     }
-    sendResponseData(connection, QVariantMap{{"msg", msg},
-                                             {"event_info", eventInfo},
-                                             {"type", eventType},
-                                             {"event_type", type},
-                                             {"event_req_id", requestID}});
-    qInfo() << "ServiceServer::postMessage end";
 }
 
-void ServiceServer::sendResponseData(Connection connection, const QVariant &data)
+void ServiceServer::sendResponseData(Connection connection, const QByteArray &payload)
 {
-    const QByteArray payload = wire::encodePayload(data);
-    QMutexLocker lock(&queueMutex);
-    const auto queue = responseQueues.find(connection.serial);
-    if (queue == responseQueues.end())
+    {
+        QMutexLocker lock(&queueMutex);
+        const auto queue = responseQueues.find(connection.serial);
+        if (queue == responseQueues.end())
+            return;
+        const int firstSize = queue->size();
+        queue->append(payload);
+        qDebug("ServiceServer::sendResponseData: socket=%pqueueFirstSize=%d, queueLastSize=%d",
+               connection.address, firstSize, queue->size());
+    }
+    awaitFlush(connection.serial);
+}
+
+/// A client that waits for nothing else gets its message at once. One with further requests under way may get
+/// it together with their responses, if it was written to within the interval.
+void ServiceServer::awaitFlush(quint64 serial)
+{
+    waiting.insert(serial);
+    const auto flushed = flushTimes.constFind(serial);
+    const bool quiet = flushed == flushTimes.cend() || clock.elapsed() - *flushed >= flushInterval;
+    if (!quiet && runningRequests.value(serial) > 0) {
+        if (!flushTimer.isActive())
+            flushTimer.start();
         return;
-    const int firstSize = queue->size();
-    queue->append(payload);
-    qDebug().nospace() << "ServiceServer::sendResponseData: socket=" << connection.address
-                       << "queueFirstSize=" << firstSize << ", queueLastSize=" << queue->size();
+    }
+    if (flushPosted)
+        return;
+    flushPosted = true;
+    QMetaObject::invokeMethod(this, &ServiceServer::flushSocket, Qt::QueuedConnection);
 }
 
 void ServiceServer::flushSocket()
 {
+    flushPosted = false;
+    flushTimer.stop();
     QMutexLocker lock(&socketMutex);
-    QMap<quint64, QList<QByteArray>> queues;
-    {
-        QMutexLocker queueLock(&queueMutex);
-        queues = responseQueues;
-    }
-    for (auto queue = queues.cbegin(); queue != queues.cend(); ++queue) {
-        QLocalSocket *socket = sockets.value(queue.key());
+    std::set<quint64> serials;
+    serials.swap(waiting);
+    for (const quint64 serial : serials) {
+        // A socket that is closing has its end on the way, which takes what waits along.
+        QLocalSocket *socket = sockets.value(serial);
         if (!socket || socket->state() != QLocalSocket::ConnectedState)
             continue;
-        const QList<QByteArray> responses = takeResponses(queue.key());
-        if (!responses.isEmpty())
-            writeResponses(*socket, responses);
+        writeResponses(*socket, takeResponses(serial));
+        flushTimes[serial] = clock.elapsed();
     }
 }
 
@@ -258,8 +292,7 @@ void ServiceServer::writeResponses(QLocalSocket &socket, const QList<QByteArray>
         written = behind || socket.waitForBytesWritten(writeTimeout);
     }
     if (written) {
-        qDebug().nospace() << "ServiceServer::flushSocket written ok: socket="
-                           << static_cast<const void *>(&socket);
+        qDebug("ServiceServer::flushSocket written ok: socket=%p", static_cast<const void *>(&socket));
         return;
     }
     const QString text("ServiceServer::flushSocket: write response error <%1> <%2>");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QList>
 #include <QLocalSocket>
 #include <QMap>
@@ -9,8 +10,10 @@
 #include <QThread>
 #include <QTimer>
 #include <QVariant>
+#include <QVector>
 
 #include <optional>
+#include <set>
 
 class IService;
 class QLocalServer;
@@ -27,6 +30,9 @@ class QLocalServer;
  * Lifetimes: a connection is known by a serial number, because the address of a socket is used again.
  * Requests of a connection that has ended run to their end, and their responses are dropped. A process that
  * finds the name in use, or can't listen, says so in the log and stays up without being reachable.
+ *
+ * Writing: a message leaves at once when nothing else is on its way to the same client, behind what the
+ * server thread has already to do; otherwise what gathers within 2 ms of the last write leaves together.
  *
  * Limits: none on connections, on the length of a frame, or on what waits in a queue. When a client has not
  * read for 30 seconds, what waits for it is dropped with a warning.
@@ -64,9 +70,10 @@ private:
     void startCommand(Connection connection, const QVariantMap &request);
     void handleSocketDisconnect(Connection connection);
     void handleSocketError(QLocalSocket::LocalSocketError error);
-    void postMessage(Connection connection, unsigned int msg, const QVariant &eventInfo, const QString &type,
+    void postMessage(unsigned int msg, const QVariant &eventInfo, const QString &type,
                      const QString &requestID);
-    void sendResponseData(Connection connection, const QVariant &data);
+    void sendResponseData(Connection connection, const QByteArray &payload);
+    void awaitFlush(quint64 serial);
     QList<QByteArray> takeResponses(quint64 serial);
     void writeResponses(QLocalSocket &socket, const QList<QByteArray> &responses);
 
@@ -78,9 +85,15 @@ private:
     IService *service;
     QMap<quint64, std::optional<qint32>> frameSizes; ///< of the frames that connections are in the middle of
     QMap<quint64, QList<QByteArray>> responseQueues; ///< payloads to be written; one list per connection
+    QVector<Connection> connections;                 ///< all there ever were; an event is logged for each
+    QMap<quint64, int> runningRequests;              ///< of each connected socket
+    QMap<quint64, qint64> flushTimes; ///< of the last write to each connected socket, by `clock`
+    std::set<quint64> waiting;        ///< the connections whose queue isn't empty
     QMutex socketMutex;
     QMutex queueMutex;
-    QTimer flushTimer;
+    QTimer flushTimer; ///< runs while something gathers
+    bool flushPosted = false;
+    QElapsedTimer clock;
     QThread *serverThread;
     quint64 lastSerial = 0;
     bool owningName = false; ///< whether this process has listened under the name

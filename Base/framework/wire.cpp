@@ -3,11 +3,9 @@
 #include <QBitArray>
 #include <QDateTime>
 #include <QIODevice>
-#include <QJsonValue>
-#include <QRegExp>
+#include <QSet>
 #include <QStringList>
 #include <QtEndian>
-#include <QTimeZone>
 
 #include <algorithm>
 
@@ -17,8 +15,6 @@ namespace {
 
 constexpr quint32 nullLength = 0xffffffff;
 constexpr int largestReserve = 64 * 1024 * 1024; // bytes
-constexpr int longestAuthority = 1024;           // bytes of the host of a QUrl, and of what stands around it
-constexpr int largestPatterns = 1000; // characters of all QRegExp patterns of a payload, repetitions expanded
 
 /// The content of a variant of type T, for writing in place.
 template <class T>
@@ -27,65 +23,21 @@ T &content(QVariant &value)
     return *static_cast<T *>(value.data());
 }
 
-/// At least the size of a pattern with its counted repetitions written out, and some for the expression
-/// itself.
-qint64 expandedSize(const QString &pattern)
+/// Types whose number of bytes in a stream is known beforehand, so that Qt reads them without harm.
+bool hasFixedSize(quint32 type)
 {
-    constexpr qint64 enough = largestPatterns + 1;
-    qint64 size = pattern.size() + 16;
-    for (int brace = pattern.indexOf('{'); brace >= 0; brace = pattern.indexOf('{', brace + 1)) {
-        qint64 number = 0;
-        qint64 repetitions = 1;
-        for (int i = brace + 1; i < pattern.size() && pattern[i] != '}'; ++i) {
-            number = pattern[i].isDigit() ? number * 10 + pattern[i].digitValue() : 0;
-            repetitions = std::min(std::max(repetitions, number), enough);
-            number = std::min(number, enough);
-        }
-        size = std::min(size * repetitions, enough);
-    }
-    return size;
+    static const QSet<quint32> types{
+        QMetaType::Bool,     QMetaType::Char,      QMetaType::SChar,  QMetaType::UChar,   QMetaType::Short,
+        QMetaType::UShort,   QMetaType::Int,       QMetaType::UInt,   QMetaType::Long,    QMetaType::ULong,
+        QMetaType::LongLong, QMetaType::ULongLong, QMetaType::Float,  QMetaType::Double,  QMetaType::QChar,
+        QMetaType::QDate,    QMetaType::QTime,     QMetaType::QPoint, QMetaType::QPointF, QMetaType::QSize,
+        QMetaType::QSizeF,   QMetaType::QLine,     QMetaType::QLineF, QMetaType::QRect,   QMetaType::QRectF,
+        QMetaType::QUuid,    QMetaType::Nullptr};
+    return types.contains(type);
 }
 
-bool isValueType(quint32 type)
-{
-    switch (type) {
-    case QMetaType::VoidStar:
-    case QMetaType::QObjectStar:
-    case QMetaType::QModelIndex:
-    case QMetaType::QPersistentModelIndex:
-    case QMetaType::Void:
-        return false;
-    default:
-        return type <= QMetaType::LastCoreType;
-    }
-}
-
-/// Writing a time in a zone that the system does not know crashes in Qt.
-bool zoneIsKnown(const QDateTime &time)
-{
-    return time.timeSpec() != Qt::TimeZone || time.timeZone().isValid();
-}
-
-/// Qt writes a host that is not in ASCII in its encoded form, at a cost that grows with the square of its
-/// length.
-bool hostIsShort(const QByteArray &url)
-{
-    const int slashes = url.indexOf("//");
-    if (slashes > 3 && url[slashes - 1] != ':')
-        return true; // not behind a scheme, so no host follows
-    const auto host = url.cbegin() + slashes + 2;
-    const auto end = std::find_if(host, url.cend(), [](char c) { return c == '/' || c == '?' || c == '#'; });
-    return slashes < 0 || end - host <= longestAuthority;
-}
-
-/// Whether a length follows the byte that tells the kind of a JSON value.
-bool jsonHasLength(quint8 kind)
-{
-    return kind == QJsonValue::String || kind == QJsonValue::Array || kind == QJsonValue::Object;
-}
-
-/// Reads one payload. Containers are walked here; a single value is left to Qt once the lengths in it are
-/// known to lie within the bytes.
+/// Reads one payload: walks the containers itself and leaves a single value to Qt once its length is known to
+/// lie within the bytes. Functions that read are false when the payload doesn't parse.
 class PayloadReader
 {
 public:
@@ -95,56 +47,63 @@ public:
     }
 
     bool readVariant(QVariant &value, int nesting = 0);
+    /// Why the payload doesn't parse.
+    QString refusal() const { return m_refusal; }
 
 private:
-    qint64 position() const { return m_stream.device()->pos(); }
-    qint64 remaining() const { return m_payload.size() - position(); }
-    bool ok() const { return m_stream.status() == QDataStream::Ok; }
-
-    template <class Number>
-    Number numberAt(qint64 offset) const
-    {
-        return qFromBigEndian<Number>(m_payload.constData() + position() + offset);
-    }
-
-    bool readCount(quint32 &count, int smallestItem);
-    bool readText(QString &text);
-    bool readBytes(QByteArray &bytes);
-    template <class Container>
-    bool readEntries(Container &entries, int nesting);
+    bool readContent(quint32 type, QVariant &value, int nesting);
+    template <class Entries>
+    bool readEntries(Entries &entries, int nesting);
     bool readList(QVariantList &list, int nesting);
-    bool readTexts(QStringList &texts);
-    bool readByteArrays(QByteArrayList &arrays);
-    bool readSingle(quint32 type, QVariant &value);
+    template <class Texts>
+    bool readTexts(Texts &texts);
+    template <class Text>
+    bool readText(Text &text, qint64 bitsPerUnit = 8);
+    bool readDateTime(QDateTime &time);
+    bool readCount(quint32 &count, int smallestItem);
 
-    bool fits(qint64 offset, int bitsPerUnit = 8) const;
-    QString textAt(qint64 offset) const;
-    bool urlIsHarmless() const;
-    bool cborIsHarmless() const;
-    bool patternIsHarmless();
-    bool zoneIsHarmless() const;
+    const char *here() const { return m_payload.constData() + m_stream.device()->pos(); }
+    qint64 remaining() const { return m_payload.size() - m_stream.device()->pos(); }
+    bool isWhole();
+    bool refuse(const QString &reason);
 
     QByteArray m_payload;
     QDataStream m_stream;
-    qint64 m_patternBudget = largestPatterns;
+    QString m_refusal;
 };
+
+bool PayloadReader::refuse(const QString &reason)
+{
+    m_refusal = reason;
+    return false;
+}
+
+/// Whether there were bytes enough for what was read last, and whether they can mean it.
+bool PayloadReader::isWhole()
+{
+    return m_stream.status() == QDataStream::Ok || refuse(QStringLiteral("a value is cut off or damaged"));
+}
 
 bool PayloadReader::readVariant(QVariant &value, int nesting)
 {
     if (nesting > maximumNesting)
-        return false;
+        return refuse(QStringLiteral("nested deeper than %1").arg(maximumNesting));
     quint32 type = 0;
     qint8 isNull = 0;
     m_stream >> type >> isNull;
-    if (!ok())
+    if (!isWhole())
         return false;
     if (type == QMetaType::UnknownType)
         return true;
-    if (!isValueType(type))
-        return false;
-
+    if (type > QMetaType::LastCoreType || type == QMetaType::Void)
+        return refuse(QStringLiteral("type %1 is not known").arg(type));
     // The two constructors differ in the null flag that the new value gets.
     value = isNull ? QVariant(static_cast<QVariant::Type>(type)) : QVariant(static_cast<int>(type), nullptr);
+    return readContent(type, value, nesting);
+}
+
+bool PayloadReader::readContent(quint32 type, QVariant &value, int nesting)
+{
     switch (type) {
     case QMetaType::QVariantMap:
         return readEntries(content<QVariantMap>(value), nesting);
@@ -157,37 +116,25 @@ bool PayloadReader::readVariant(QVariant &value, int nesting)
     case QMetaType::QStringList:
         return readTexts(content<QStringList>(value));
     case QMetaType::QByteArrayList:
-        return readByteArrays(content<QByteArrayList>(value));
+        return readTexts(content<QByteArrayList>(value));
+    case QMetaType::QString:
+        return readText(content<QString>(value));
+    case QMetaType::QByteArray:
+        return readText(content<QByteArray>(value));
+    case QMetaType::QBitArray:
+        return readText(content<QBitArray>(value), 1);
+    case QMetaType::QDateTime:
+        return readDateTime(content<QDateTime>(value));
     default:
-        return readSingle(type, value);
+        if (!hasFixedSize(type))
+            return refuse(QStringLiteral("type %1 (%2) is not taken").arg(type).arg(value.typeName()));
+        QMetaType::load(m_stream, static_cast<int>(type), value.data());
+        return isWhole();
     }
 }
 
-/// A count of items of which each takes at least smallestItem bytes.
-bool PayloadReader::readCount(quint32 &count, int smallestItem)
-{
-    m_stream >> count;
-    return ok() && count <= remaining() / smallestItem;
-}
-
-bool PayloadReader::readText(QString &text)
-{
-    if (!fits(0))
-        return false;
-    m_stream >> text;
-    return ok();
-}
-
-bool PayloadReader::readBytes(QByteArray &bytes)
-{
-    if (!fits(0))
-        return false;
-    m_stream >> bytes;
-    return ok();
-}
-
-template <class Container>
-bool PayloadReader::readEntries(Container &entries, int nesting)
+template <class Entries>
+bool PayloadReader::readEntries(Entries &entries, int nesting)
 {
     quint32 count = 0;
     if (!readCount(count, 9))
@@ -215,171 +162,52 @@ bool PayloadReader::readList(QVariantList &list, int nesting)
     return true;
 }
 
-bool PayloadReader::readTexts(QStringList &texts)
+/// A list of texts or of bytes.
+template <class Texts>
+bool PayloadReader::readTexts(Texts &texts)
 {
     quint32 count = 0;
     if (!readCount(count, 4))
         return false;
     for (; count > 0; --count) {
-        texts.append(QString());
+        texts.append(typename Texts::value_type());
         if (!readText(texts.last()))
             return false;
     }
     return true;
 }
 
-bool PayloadReader::readByteArrays(QByteArrayList &arrays)
+/// A text, bytes or bits: a length and as many units. Qt makes room before it looks for them.
+template <class Text>
+bool PayloadReader::readText(Text &text, qint64 bitsPerUnit)
 {
-    quint32 count = 0;
-    if (!readCount(count, 4))
-        return false;
-    for (; count > 0; --count) {
-        arrays.append(QByteArray());
-        if (!readBytes(arrays.last()))
-            return false;
+    if (remaining() >= lengthFieldBytes) {
+        const auto length = qFromBigEndian<quint32>(here());
+        const bool isNull = length == nullLength && bitsPerUnit == 8;
+        if (!isNull && (length * bitsPerUnit + 7) / 8 > remaining() - lengthFieldBytes)
+            return refuse(QStringLiteral("length %1 goes beyond the frame").arg(length));
     }
-    return true;
+    m_stream >> text;
+    return isWhole();
 }
 
-/// Qt compiles a pattern each time that it reads or copies one, and nested repetitions of a few characters
-/// can cost hours and all memory.
-bool PayloadReader::patternIsHarmless()
+/// Qt opens a file for a time in a named zone.
+bool PayloadReader::readDateTime(QDateTime &time)
 {
-    if (!fits(0))
-        return false;
-    m_patternBudget -= expandedSize(textAt(0));
-    return m_patternBudget >= 0;
+    constexpr int timeSpec = 8 + 4; // behind date and time
+    if (remaining() > timeSpec && here()[timeSpec] == Qt::TimeZone)
+        return refuse(QStringLiteral("a time in a zone is not taken"));
+    m_stream >> time;
+    return isWhole();
 }
 
-bool PayloadReader::readSingle(quint32 type, QVariant &value)
+/// A count of items of which each takes at least smallestItem bytes.
+bool PayloadReader::readCount(quint32 &count, int smallestItem)
 {
-    bool harmless = true;
-    switch (type) {
-    case QMetaType::QString:
-    case QMetaType::QByteArray:
-    case QMetaType::QLocale:
-    case QMetaType::QRegularExpression:
-    case QMetaType::QJsonObject:
-    case QMetaType::QJsonArray:
-    case QMetaType::QJsonDocument:
-        harmless = fits(0);
-        break;
-    case QMetaType::QCborValue:
-    case QMetaType::QCborArray:
-    case QMetaType::QCborMap:
-        harmless = cborIsHarmless();
-        break;
-    case QMetaType::QJsonValue: // a byte for the kind of value, then for some kinds a length
-        harmless = fits(1) || remaining() < 1 || !jsonHasLength(numberAt<quint8>(0));
-        break;
-    case QMetaType::QBitArray:
-        harmless = fits(0, 1);
-        break;
-    case QMetaType::QUrl:
-        harmless = urlIsHarmless();
-        break;
-    case QMetaType::QRegExp:
-        harmless = patternIsHarmless();
-        break;
-    case QMetaType::QDateTime:
-        harmless = zoneIsHarmless();
-        break;
-    default: // of a fixed size
-        break;
-    }
-    if (!harmless || !QMetaType::load(m_stream, static_cast<int>(type), value.data()) || !ok())
-        return false;
-    return type != QMetaType::QDateTime || zoneIsKnown(content<QDateTime>(value));
-}
-
-/// Whether the length at an offset from here, and as many units as it tells behind it, lie within the bytes.
-bool PayloadReader::fits(qint64 offset, int bitsPerUnit) const
-{
-    const qint64 behind = remaining() - offset - 4;
-    if (behind < 0)
-        return false;
-    const auto length = numberAt<quint32>(offset);
-    return (length == nullLength && bitsPerUnit == 8) || (qint64(length) * bitsPerUnit + 7) / 8 <= behind;
-}
-
-/// The text at an offset from here, which is known to fit.
-QString PayloadReader::textAt(qint64 offset) const
-{
-    const char *const bytes = m_payload.constData() + position() + offset;
-    QDataStream stream(QByteArray::fromRawData(bytes, static_cast<int>(remaining() - offset)));
-    stream.setVersion(streamVersion);
-    QString text;
-    stream >> text;
-    return text;
-}
-
-/// A date and time in a named zone makes Qt open a file of that name below the system's zone folder, so the
-/// name must be one that stays in there.
-bool PayloadReader::zoneIsHarmless() const
-{
-    constexpr qint64 timeSpec = 8 + 4;
-    constexpr qint64 name = timeSpec + 1;
-    if (remaining() <= timeSpec || numberAt<quint8>(timeSpec) != Qt::TimeZone)
-        return true; // of a fixed size
-    if (!fits(name))
-        return false;
-    const QString zone = textAt(name);
-    return !zone.contains("..") && !zone.startsWith('/');
-}
-
-bool PayloadReader::urlIsHarmless() const
-{
-    if (!fits(0))
-        return false;
-    const auto length = numberAt<quint32>(0);
-    return length == nullLength || hostIsShort(QByteArray::fromRawData(m_payload.constData() + position() + 4,
-                                                                       static_cast<int>(length)));
-}
-
-/// CBOR has lengths and counts of its own, which Qt makes room for before it looks for the bytes, and URLs.
-bool PayloadReader::cborIsHarmless() const
-{
-    if (!fits(0))
-        return false;
-    const auto length = numberAt<quint32>(0);
-    if (length == nullLength)
-        return true;
-
-    // Items stand one behind the other, whether in an array or not. Each begins with a byte for its kind and
-    // for its number, or for the number of bytes that hold it.
-    constexpr int bytes = 2, text = 3, array = 4, map = 5, tag = 6; // kinds
-    constexpr int oneByte = 24, eightBytes = 27, endless = 31;      // numbers that tell of others
-    constexpr int urlTag = 32;
-    const qint64 end = 4 + qint64(length);
-    bool isUrl = false;
-    for (qint64 at = 4; at < end;) {
-        const auto head = numberAt<quint8>(at++);
-        const int kind = head >> 5;
-        quint64 number = head & 31;
-        const bool isEndless = number == endless;
-        if (number >= oneByte && number <= eightBytes) {
-            const int size = 1 << (number - oneByte);
-            if (size > end - at)
-                return false;
-            number = 0;
-            for (const qint64 behind = at + size; at < behind; ++at)
-                number = number << 8 | numberAt<quint8>(at);
-        }
-        const auto left = static_cast<quint64>(end - at);
-        if (kind == array || kind == map) {
-            if (!isEndless && number > (kind == map ? left / 2 : left))
-                return false;
-        } else if (kind == bytes || kind == text) {
-            if (isEndless ? isUrl : number > left)
-                return false;
-            const int size = isEndless ? 0 : static_cast<int>(number);
-            if (isUrl && !hostIsShort(QByteArray::fromRawData(m_payload.constData() + position() + at, size)))
-                return false;
-            at += size;
-        }
-        isUrl = kind == tag && number == urlTag;
-    }
-    return true;
+    m_stream >> count;
+    if (isWhole() && count > remaining() / smallestItem)
+        return refuse(QStringLiteral("count %1 goes beyond the frame").arg(count));
+    return isWhole();
 }
 
 /// A QByteArray, length field and bytes. When fewer bytes are there than the field claims, all of them are
@@ -439,20 +267,39 @@ QByteArray encodePayload(const QVariant &value)
     return payload;
 }
 
-QByteArray encodeFrame(const QVariant &value)
+namespace {
+
+QByteArray frameOf(const QByteArray &payload, qint64 firstLength)
 {
-    const QByteArray payload = encodePayload(value);
     QByteArray frame;
     QDataStream stream(&frame, QIODevice::WriteOnly);
     stream.setVersion(streamVersion);
-    stream << static_cast<qint32>(payload.size()) << payload;
+    stream << static_cast<qint32>(firstLength) << payload;
     return frame;
 }
 
-QVariant decodePayload(const QByteArray &payload)
+} // namespace
+
+QByteArray encodeFrame(const QVariant &value)
+{
+    const QByteArray payload = encodePayload(value);
+    return frameOf(payload, payload.size());
+}
+
+QByteArray encodeRequest(const QVariant &value)
+{
+    const QByteArray payload = encodePayload(value);
+    return frameOf(payload, payload.size() + lengthFieldBytes);
+}
+
+QVariant decodePayload(const QByteArray &payload, QString *refusal)
 {
     QVariant value;
-    return PayloadReader(payload).readVariant(value) ? value : QVariant();
+    PayloadReader reader(payload);
+    const bool parses = reader.readVariant(value);
+    if (refusal)
+        *refusal = reader.refusal();
+    return parses ? value : QVariant();
 }
 
 bool takePayload(QIODevice &device, std::optional<qint32> &length, QByteArray &payload)

@@ -31,17 +31,21 @@ constexpr int maximumNesting = 64;
 /// The payload of a frame: the value as a QDataStream writes a QVariant.
 QByteArray encodePayload(const QVariant &value);
 
-/// A whole frame, both length fields included.
+/// A whole frame as the service sends it, both length fields included and equal.
 QByteArray encodeFrame(const QVariant &value);
 
-/// The value in a payload. Takes every value type of QtCore; bytes behind the value are ignored. The result
-/// is invalid when the bytes do not parse:
+/// A whole frame as a client sends it: its first length field counts the second one too, so that the service
+/// begins to read only when all of it is there (see takePayload).
+QByteArray encodeRequest(const QVariant &value);
+
+/// The value in a payload; bytes behind it are ignored. The result is invalid when the bytes do not parse:
 /// - a length or count goes beyond the bytes, or containers are nested deeper than maximumNesting;
-/// - a type is not one of QtCore's values (GUI types, user types, pointers);
-/// - a value would be costly or dangerous in Qt's hands: a QRegExp that is large with its repetitions written
-/// out,
-///   a QUrl with a host of more than a kilobyte, a QDateTime in a zone that the system does not know.
-QVariant decodePayload(const QByteArray &payload);
+/// - a type is not one of those that a message may hold: maps, hashes, lists, variants, texts, bytes, lists
+/// of
+///   these two, bit arrays, dates and times without a zone, and the types of QtCore that have a fixed size
+///   (numbers, points, rectangles, UUIDs and the like).
+/// @param refusal is set to why the bytes do not parse, and to an empty text when they do
+QVariant decodePayload(const QByteArray &payload, QString *refusal = nullptr);
 
 /// A frame is looked at when more bytes than its first length field takes are there.
 constexpr qint64 lengthFieldBytes = 4;

@@ -2,19 +2,29 @@
 // in the same run, the bare steps: the encoder, base64, and one pass of a stream over the event for each
 // client. Times are processor times. What the clients do does not count, and what goes to writing to their
 // sockets is told apart.
+//
+// And the way of a small event with the log as in the service: to one client, beside a bare socket; to many
+// clients; and after many that have come and gone.
+#include "benchlog.h"
 #include "benchmain.h"
 #include "imageutil.h"
 #include "iservice.h"
+#include "protocol.h"
 #include "serviceserver.h"
 #include "wire.h"
 
 #include <QBuffer>
 #include <QDataStream>
 #include <QImage>
+#include <QLocalServer>
+#include <QLocalSocket>
+#include <QThread>
 
 #include <opencv2/imgproc.hpp>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <ctime>
 #include <malloc.h>
@@ -28,7 +38,7 @@
 
 namespace {
 
-constexpr unsigned int galleryEvent = 1011;
+constexpr unsigned int galleryEvent = code(ai::Event::Faces);
 
 class SilentService : public IService
 {
@@ -88,13 +98,6 @@ private:
     std::atomic<bool> ending{false};
     std::thread reader;
 };
-
-double processorSeconds(clockid_t clock)
-{
-    timespec time = {};
-    clock_gettime(clock, &time);
-    return double(time.tv_sec) + double(time.tv_nsec) * 1e-9;
-}
 
 // What the server thread spends on making messages, between two lines of its log; the rest goes to the
 // sockets.
@@ -200,6 +203,147 @@ void eventOfAFrame(benchmark::State &state)
     state.counters["ratio"] = (encoding + messageSeconds) / bare;
 }
 BENCHMARK(eventOfAFrame)->Arg(1)->Arg(4)->Arg(16)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+clockid_t clockOf(QObject &object)
+{
+    clockid_t clock = 0;
+    QMetaObject::invokeMethod(
+        &object, [&] { pthread_getcpuclockid(pthread_self(), &clock); }, Qt::BlockingQueuedConnection);
+    return clock;
+}
+
+double median(std::vector<double> values)
+{
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+QVariantMap smallEvent()
+{
+    return {{"students", QString(450, 'x')}};
+}
+
+/// Of the whole message, with frame.
+qint64 smallEventBytes()
+{
+    return wire::encodeFrame(QVariantMap{{"msg", galleryEvent},
+                                         {"event_info", smallEvent()},
+                                         {"type", 2},
+                                         {"event_type", "service"},
+                                         {"event_req_id", "0"}})
+        .size();
+}
+
+/// Returns when every client is known to the server: an event that is sent then reaches them all.
+void awaitClients(SilentService &service, const Clients &clients, qint64 bytesForAll)
+{
+    qint64 before = 0;
+    do {
+        before = clients.received;
+        service.sendServiceMessage(galleryEvent, smallEvent());
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    } while (clients.received - before != bytesForAll);
+}
+
+/// The median of the times until an event of a kilobyte is with its one client.
+template <class Send>
+double medianWait(benchmark::State &state, const Clients &client, qint64 bytes, Send send)
+{
+    std::vector<double> waits;
+    qint64 awaited = client.received;
+    while (state.KeepRunning()) {
+        awaited += bytes;
+        const auto begin = std::chrono::steady_clock::now();
+        send();
+        while (client.received < awaited)
+            std::this_thread::yield();
+        const std::chrono::duration<double, std::micro> wait = std::chrono::steady_clock::now() - begin;
+        waits.push_back(wait.count());
+    }
+    return median(waits);
+}
+
+void smallEventToOne(benchmark::State &state)
+{
+    LogAsInTheService log;
+    SilentService service;
+    ServiceServer server("AI", &service, nullptr);
+    Clients client(1);
+    awaitClients(service, client, smallEventBytes());
+    const double wait = medianWait(state, client, smallEventBytes(),
+                                   [&] { service.sendServiceMessage(galleryEvent, smallEvent()); });
+    state.counters["median_us"] = wait;
+}
+
+/// The same bytes, from a thread that does nothing else.
+void smallEventBare(benchmark::State &state)
+{
+    QThread thread;
+    QLocalServer server;
+    QLocalSocket *socket = nullptr;
+    server.moveToThread(&thread);
+    QObject::connect(&thread, &QThread::started, &server, [&server] { server.listen("AI"); });
+    QObject::connect(&server, &QLocalServer::newConnection, &server,
+                     [&] { socket = server.nextPendingConnection(); });
+    QObject::connect(
+        &thread, &QThread::finished, &server, [&server] { server.close(); }, Qt::DirectConnection);
+    thread.start();
+    Clients client(1);
+    bool connected = false;
+    while (!connected)
+        QMetaObject::invokeMethod(
+            &server, [&] { connected = socket; }, Qt::BlockingQueuedConnection);
+    const QByteArray bytes(static_cast<int>(smallEventBytes()), 'x');
+    const double wait = medianWait(state, client, bytes.size(), [&] {
+        QMetaObject::invokeMethod(
+            &server,
+            [socket, bytes] {
+                socket->write(bytes);
+                socket->flush();
+            },
+            Qt::QueuedConnection);
+    });
+    thread.quit();
+    thread.wait();
+    state.counters["median_us"] = wait;
+}
+
+/// What the server thread takes for a small event to so many clients, after so many others.
+void smallEventToMany(benchmark::State &state)
+{
+    LogAsInTheService log;
+    SilentService service;
+    ServiceServer server("AI", &service, nullptr);
+    for (auto former = state.range(1); former > 0; former -= 100)
+        Clients gone(100);
+    Clients clients(static_cast<int>(state.range(0)));
+    const clockid_t clock = clockOf(server);
+    const qint64 bytes = smallEventBytes() * state.range(0);
+    awaitClients(service, clients, bytes);
+    qint64 awaited = clients.received;
+    const auto send = [&] {
+        service.sendServiceMessage(galleryEvent, smallEvent());
+        awaited += bytes;
+        while (clients.received < awaited)
+            std::this_thread::yield();
+    };
+    const double used = processorSeconds(clock);
+    while (state.KeepRunning())
+        send();
+    state.counters["ms"] = 1000 * (processorSeconds(clock) - used) / double(state.iterations());
+}
+
+BENCHMARK(smallEventToOne)->Unit(benchmark::kMicrosecond)->Iterations(3000)->UseRealTime();
+BENCHMARK(smallEventBare)->Unit(benchmark::kMicrosecond)->Iterations(3000)->UseRealTime();
+BENCHMARK(smallEventToMany)
+    ->Args({1, 0})
+    ->Args({50, 0})
+    ->Args({500, 0})
+    ->Args({1, 5000})
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(100)
+    ->UseRealTime();
 
 } // namespace
 

@@ -1,36 +1,24 @@
-// Requests per second with several of them in flight, over the real socket: the real service with its log,
-// the host alone without a log, and a bare socket that gives each frame back.
+// Requests over the real socket, one at a time and with several of them in flight: the real service with its
+// log, and a bare socket that gives each frame back. And what the real service costs while nobody asks
+// anything.
+#include "benchlog.h"
 #include "benchmain.h"
-#include "iservice.h"
+#include "protocol.h"
 #include "serviceprocess.h"
-#include "serviceserver.h"
 
 #include <QDataStream>
 #include <QLocalServer>
 #include <QThread>
 
+#include <chrono>
 #include <memory>
+#include <pthread.h>
+#include <thread>
+#include <vector>
 
 namespace {
 
-constexpr int status = 1001;
-
-class StatusService : public IService
-{
-public:
-    StatusService() : IService("bench", false) {}
-    QVariantMap open(const QString &) override { return makeResponse(0, ""); }
-    QVariantMap close(const QString &) override { return makeResponse(0, ""); }
-    QVariantMap execute(unsigned int, const QVariant &, const QString &) override
-    {
-        return makeResponse(0, "");
-    }
-    bool disconnectReset() override { return true; }
-    QVariantMap info(unsigned int code, const QVariant &, const QString &) override
-    {
-        return makeResponse(0, QVariantMap{{"status", 0}, {"version", "0.8"}, {"command_code", code}}, "");
-    }
-};
+constexpr int status = ai::code(ai::Question::Status);
 
 /// Gives each frame back as soon as it is there, with nothing in between.
 class Mirror
@@ -39,7 +27,10 @@ public:
     Mirror()
     {
         server.moveToThread(&thread);
-        QObject::connect(&thread, &QThread::started, &server, [this] { server.listen("mirror"); });
+        QObject::connect(&thread, &QThread::started, &server, [this] {
+            pthread_getcpuclockid(pthread_self(), &clock);
+            server.listen("mirror");
+        });
         QObject::connect(
             &thread, &QThread::finished, &server, [this] { server.close(); }, Qt::DirectConnection);
         QObject::connect(&server, &QLocalServer::newConnection, &server, [this] {
@@ -54,6 +45,8 @@ public:
         thread.quit();
         thread.wait();
     }
+
+    clockid_t clock = 0; ///< of the thread, as soon as a client is connected
 
 private:
     static void giveBack(QLocalSocket &socket)
@@ -74,43 +67,52 @@ private:
     QLocalServer server;
 };
 
-/// Keeps `inFlight` requests on their way, and counts those that are answered.
-void keepInFlight(benchmark::State &state, TestClient &client)
+/// Keeps so many requests on their way. Tells the median of a reply's time and what each request costs the
+/// server, whose time `server` counts.
+void converse(benchmark::State &state, TestClient &client, clockid_t server)
 {
     const auto inFlight = state.range(0);
     const QByteArray frame = TestClient::frame(makeRequest(Kind::info, status));
     for (int i = 1; i < inFlight; ++i)
         client.sendBytes(frame);
+    std::vector<double> waits;
+    const double used = processorSeconds(server);
+    const auto begin = std::chrono::steady_clock::now();
+    auto sent = begin;
     while (state.KeepRunning()) {
         client.sendBytes(frame);
         if (client.receive().isEmpty())
             state.SkipWithError("no answer");
+        const auto answered = std::chrono::steady_clock::now();
+        waits.push_back(std::chrono::duration<double, std::micro>(answered - sent).count());
+        sent = answered;
     }
+    const double perRequest = 1e6 / double(waits.size());
+    state.counters["us"] = std::chrono::duration<double>(sent - begin).count() * perRequest;
+    state.counters["cpu_us"] = (processorSeconds(server) - used) * perRequest;
+    std::nth_element(waits.begin(), waits.begin() + waits.size() / 2, waits.end());
+    state.counters["median_us"] = waits[waits.size() / 2];
     for (int i = 1; i < inFlight; ++i)
         client.receive();
-    state.SetItemsProcessed(state.iterations());
+}
+
+/// The service's process and its clock; fails the benchmark when it does not start.
+bool start(benchmark::State &state, ServiceProcess &service, clockid_t &clock)
+{
+    if (service.start() && clock_getcpuclockid(static_cast<pid_t>(service.processId()), &clock) == 0)
+        return true;
+    state.SkipWithError("the service does not start");
+    return false;
 }
 
 void realService(benchmark::State &state)
 {
     ServiceProcess service;
-    if (!service.start()) {
-        state.SkipWithError("the service does not start");
+    clockid_t clock = 0;
+    if (!start(state, service, clock))
         return;
-    }
     TestClient client(service.socketPath());
-    keepInFlight(state, client);
-}
-
-void hostAlone(benchmark::State &state)
-{
-    StatusService service;
-    ServiceServer server("host", &service, nullptr);
-    std::unique_ptr<TestClient> client;
-    do
-        client = std::make_unique<TestClient>("host");
-    while (!client->isConnected());
-    keepInFlight(state, *client);
+    converse(state, client, clock);
 }
 
 void bareSocket(benchmark::State &state)
@@ -120,12 +122,65 @@ void bareSocket(benchmark::State &state)
     do
         client = std::make_unique<TestClient>("mirror");
     while (!client->isConnected());
-    keepInFlight(state, *client);
+    converse(state, *client, mirror.clock);
 }
 
-BENCHMARK(realService)->Arg(1)->Arg(32)->UseRealTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(hostAlone)->Arg(1)->Arg(32)->UseRealTime()->Unit(benchmark::kMicrosecond);
-BENCHMARK(bareSocket)->Arg(1)->Arg(32)->UseRealTime()->Unit(benchmark::kMicrosecond);
+/// Hundredths of a core that the open service takes without a camera, with so many clients that say nothing.
+void idleService(benchmark::State &state)
+{
+    ServiceProcess service;
+    clockid_t clock = 0;
+    if (!start(state, service, clock))
+        return;
+    {
+        TestClient client(service.socketPath());
+        client.open();
+    }
+    std::vector<std::unique_ptr<TestClient>> clients;
+    for (int i = 0; i < state.range(0); ++i) {
+        clients.push_back(std::make_unique<TestClient>(service.socketPath()));
+        clients.back()->info(status);
+    }
+    while (state.KeepRunning()) {
+        std::this_thread::sleep_for(std::chrono::seconds(1)); // until the last of the connecting is done
+        const double used = processorSeconds(clock);
+        const auto begin = std::chrono::steady_clock::now();
+        std::this_thread::sleep_for(std::chrono::seconds(10));
+        const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - begin;
+        state.counters["percent"] = 100 * (processorSeconds(clock) - used) / passed.count();
+    }
+}
+
+/// A long conversation: what its last tenth of requests takes beside the first, and kilobytes that the
+/// service has grown by.
+void longConversation(benchmark::State &state)
+{
+    ServiceProcess service;
+    clockid_t clock = 0;
+    if (!start(state, service, clock))
+        return;
+    TestClient client(service.socketPath());
+    const int tenth = static_cast<int>(state.range(0)) / 10;
+    const auto secondsOfATenth = [&] {
+        const double used = processorSeconds(clock);
+        for (int i = 0; i < tenth; ++i)
+            client.info(status);
+        return processorSeconds(clock) - used;
+    };
+    while (state.KeepRunning()) {
+        const double first = secondsOfATenth();
+        const qint64 memory = service.residentKilobytes();
+        for (int i = 0; i < 8; ++i)
+            secondsOfATenth();
+        state.counters["ratio"] = secondsOfATenth() / first;
+        state.counters["kilobytes"] = double(service.residentKilobytes() - memory);
+    }
+}
+
+BENCHMARK(realService)->Arg(1)->Arg(32)->Arg(256)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(bareSocket)->Arg(1)->Arg(32)->Arg(256)->UseRealTime()->Unit(benchmark::kMicrosecond);
+BENCHMARK(idleService)->Arg(0)->Arg(500)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(longConversation)->Arg(100000)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 } // namespace
 

@@ -8,16 +8,18 @@
  * different days if the numbers are to mean anything. FOLDER/room/ holds photographs of the room, and
  * FOLDER/empty/, which may be absent, pictures without anybody. --mark writes a text file beside each
  * photograph of the room with the faces that it finds; whoever knows the room takes out what is no face, adds
- * what is missing, and measures then. The tables are Markdown.
+ * what is missing, writes names, and measures then. The tables are Markdown.
  *
  * --models names another model folder, whose aiconfig.ini names the files. With LD_LIBRARY_PATH other
  * libraries behind the same interface are measured.
  */
 #include "measure.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <QLoggingCategory>
 #include <QSettings>
 
 namespace {
@@ -40,10 +42,33 @@ void mark(const Recognisers &recognisers, std::vector<Photograph> &room)
     }
 }
 
+/// Whoever is named in the photographs of the room is a further person, or has a further photograph: the
+/// surroundings of his face.
+void addNamed(std::vector<Person> &people, const std::vector<Photograph> &room)
+{
+    for (const auto &photograph : room) {
+        for (const auto &mark : photograph.marks) {
+            if (mark.name == "-")
+                continue;
+            const auto isHe = [&mark](const Person &person) { return person.name == mark.name; };
+            auto person = std::find_if(people.begin(), people.end(), isHe);
+            if (person == people.end())
+                person = people.insert(people.end(), {mark.name, {}});
+            const double side = 2 * faceWidth * mark.eyeDistance();
+            const auto eyes = (mark.leftEye + mark.rightEye) / 2;
+            const cv::Rect around = cv::Rect(cvRound(eyes.x - side / 2), cvRound(eyes.y - 0.4 * side),
+                                             cvRound(side), cvRound(side)) &
+                                    cv::Rect({}, photograph.picture.size());
+            person->photographs.push_back({photograph.file, photograph.picture(around).clone(), {}});
+        }
+    }
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
+    QLoggingCategory::setFilterRules("*.debug=false\n*.info=false"); // the service's own lines
     std::string models = MODEL_FOLDER;
     std::string drawing;
     std::string folder;
@@ -88,6 +113,7 @@ int main(int argc, char **argv)
         mark(recognisers, photographs.room);
         return 0;
     }
+    addNamed(photographs.people, photographs.room);
     measureSizes(recognisers, photographs.room);
     measureRoom(recognisers, photographs.room, drawing);
     measureEmpty(recognisers, photographs.empty);

@@ -19,10 +19,11 @@
 #include <functional>
 #include <opencv2/imgproc.hpp>
 #include <QCoreApplication>
+#include <QLoggingCategory>
 
 namespace {
 
-constexpr int passes = 5;
+constexpr int passes = 3;
 
 struct Share
 {
@@ -129,7 +130,8 @@ std::vector<cv::Rect> people(const cv::Mat &frame, Pass &pass, std::vector<cv::R
 
 int main(int argc, char **argv)
 {
-    const QCoreApplication application(argc, argv); // tells where the model folder is
+    const QCoreApplication application(argc, argv);                  // tells where the model folder is
+    QLoggingCategory::setFilterRules("*.debug=false\n*.info=false"); // the service's own lines
     if (argc < 2) {
         std::fputs("Usage: measure_passes FOLDER [STUDENTS]\n", stderr);
         return 2;

@@ -1,8 +1,10 @@
 // What the real service costs while video runs and nothing is analysed: its processor time in hundredths of
 // one core, without the copy of each frame out of the segment, which is measured beside it.
+#include "benchlog.h"
 #include "benchmain.h"
 #include "eventually.h"
 #include "imagereader.h"
+#include "protocol.h"
 #include "serviceprocess.h"
 
 #include <QFile>
@@ -15,14 +17,7 @@
 namespace {
 
 constexpr std::size_t frameSize = 1920 * 1080 * 3;
-constexpr int initialise = 1001;
-
-double processorSeconds(clockid_t clock)
-{
-    timespec time = {};
-    clock_gettime(clock, &time);
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
+constexpr int initialise = ai::code(ai::Command::Initialise);
 
 double now()
 {

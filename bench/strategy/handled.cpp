@@ -1,5 +1,6 @@
 #include "basestrategy.h"
 #include "datamanager.h"
+#include "matching.h"
 #include "messageSender.h"
 #include "oneframeidstragegy.h"
 #include "scripted.h"
@@ -8,11 +9,10 @@
 #include <opencv2/imgproc.hpp>
 
 #include <array>
+#include <cmath>
 
 namespace {
 
-constexpr int studentCount = 40;
-constexpr int columns = 8;
 constexpr int featureLength = 512;
 constexpr int frameInterval = 30;
 constexpr int cropSide = 128;
@@ -23,14 +23,14 @@ constexpr double bestScore = 1.1;
 /// Knows the faces in the order in which they come, and hands out what is ready.
 struct FreeFaceID : scripted::FaceID
 {
-    FreeFaceID()
+    explicit FreeFaceID(int students)
     {
         cv::RNG random(11);
-        for (int i = 0; i < studentCount; ++i) {
+        for (int i = 0; i < students; ++i) {
             cv::Mat feature(1, featureLength, CV_32F);
             random.fill(feature, cv::RNG::UNIFORM, -1.0, 1.0);
             features.push_back(feature);
-            scores.emplace_back(studentCount, 0.1);
+            scores.emplace_back(students, 0.1);
             scores.back()[static_cast<std::size_t>(i)] = 0.95;
         }
     }
@@ -38,7 +38,7 @@ struct FreeFaceID : scripted::FaceID
     int identifyAll(const cv::Mat &, int *id, cv::Mat *feature, std::vector<int> *,
                     std::vector<double> *rowOfScores, bool) override
     {
-        const std::size_t face = next++ % studentCount;
+        const std::size_t face = next++ % features.size();
         *id = static_cast<int>(face);
         *feature = features[face];
         *rowOfScores = scores[face];
@@ -50,20 +50,27 @@ struct FreeFaceID : scripted::FaceID
     std::size_t next = 0;
 };
 
-/// A class of 40 in the frame, and recognisers that know all of it beforehand.
+/// A class in the frame, and recognisers that know all of it beforehand.
 class Classroom
 {
 public:
-    Classroom()
+    explicit Classroom(int students) : studentCount(students), m_ids(std::make_shared<FreeFaceID>(students))
     {
+        // Cells of the frame's proportions, a face of two fifths of its width in each.
+        const int columns = static_cast<int>(std::ceil(std::sqrt(students)));
+        const int width = 1920 / columns;
+        const int height = 1080 / columns;
+        const int side = 2 * width / 5;
         cv::randu(m_frame, 0, 255);
         std::vector<cv::Rect> faces;
         for (int i = 0; i < studentCount; ++i) {
-            const cv::Rect face(60 + 230 * (i % columns), 30 + 210 * (i / columns), 90, 90);
+            const cv::Rect face(width * (i % columns) + side / 2, height * (i / columns) + side / 4, side,
+                                side);
             faces.push_back(face);
             m_eyes.push_back({cv::Point(face.x + face.width / 3, face.y + 2 * face.height / 5),
                               cv::Point(face.x + 2 * face.width / 3, face.y + 2 * face.height / 5)});
-            m_recognisers.bodies->rects.emplace_back(face.x - 50, face.y - 20, 190, 200);
+            m_recognisers.bodies->rects.emplace_back(width * (i % columns), height * (i / columns), width,
+                                                     height);
         }
         m_recognisers.faces->finds(faces);
         m_recognisers.ids = m_ids;
@@ -137,7 +144,8 @@ public:
     }
 
 private:
-    std::shared_ptr<FreeFaceID> m_ids = std::make_shared<FreeFaceID>();
+    int studentCount;
+    std::shared_ptr<FreeFaceID> m_ids;
     ModelManagerTestAccess::Recognisers m_recognisers;
     cv::Mat m_frame = cv::Mat(1080, 1920, CV_8UC3);
     std::vector<std::array<cv::Point, 2>> m_eyes;
@@ -145,7 +153,8 @@ private:
 
 void identificationPass(benchmark::State &state)
 {
-    Classroom room;
+    const int students = static_cast<int>(state.range(0));
+    Classroom room(students);
     Comparison comparison;
     while (state.KeepRunning()) {
         room.seat();
@@ -155,16 +164,16 @@ void identificationPass(benchmark::State &state)
                                room.bareFeatures();
                            });
     }
-    if (DataManager::instance()->getFoundStudents().size() != studentCount)
+    if (DataManager::instance()->getFoundStudents().size() != students)
         state.SkipWithError("not everybody was found");
     comparison.report(state);
 }
-BENCHMARK(identificationPass)->Unit(benchmark::kMicrosecond)->Iterations(300);
+BENCHMARK(identificationPass)->Arg(40)->Unit(benchmark::kMicrosecond)->Iterations(300);
 
 /// From the arrival of a frame on the strategy's thread to its event, but called from here.
 void handledFrame(benchmark::State &state, const char *name, unsigned int code)
 {
-    Classroom room;
+    Classroom room(static_cast<int>(state.range(0)));
     const QImage image = room.image();
     BaseStrategy *strategy = BaseStrategy::createNewStrategy(QLatin1String(name), QStringLiteral("bench"));
     int events = 0;
@@ -193,10 +202,37 @@ void handledFrame(benchmark::State &state, const char *name, unsigned int code)
     BaseStrategy::release(strategy);
 }
 BENCHMARK_CAPTURE(handledFrame, handup, "HandupPickStrategy", 1013)
+    ->Arg(10)
+    ->Arg(40)
+    ->Arg(100)
+    ->Arg(200)
     ->Unit(benchmark::kMicrosecond)
-    ->Iterations(300);
+    ->Iterations(100);
 BENCHMARK_CAPTURE(handledFrame, concentration, "ConcerntrationStrategy", 1012)
+    ->Arg(10)
+    ->Arg(40)
+    ->Arg(100)
+    ->Arg(200)
     ->Unit(benchmark::kMicrosecond)
-    ->Iterations(300);
+    ->Iterations(100);
+
+/// Every student in view and enrolled, and every face somewhat like everybody's.
+void assignment(benchmark::State &state)
+{
+    const auto students = static_cast<std::size_t>(state.range(0));
+    cv::RNG random(5);
+    std::vector<std::vector<double>> rows(students, std::vector<double>(students));
+    std::vector<cv::Point> places;
+    for (std::vector<double> &row : rows) {
+        for (double &score : row)
+            score = random.uniform(0.0, 1.0);
+        places.emplace_back(random.uniform(0, 1920), random.uniform(0, 1080));
+    }
+    while (state.KeepRunning()) {
+        benchmark::DoNotOptimize(matching::matchRows(rows, 0.8));
+        benchmark::DoNotOptimize(matching::nearestPairs(places, places, 10000));
+    }
+}
+BENCHMARK(assignment)->Arg(40)->Arg(100)->Arg(200)->Unit(benchmark::kMillisecond);
 
 } // namespace

@@ -95,7 +95,7 @@ public:
         AIConfig::instance().setModelLoadFlag(0);
         garbage::install();
         checkReply(m_service.open("open"));
-        checkReply(m_service.execute(1001, QVariantMap(), "init"));
+        checkReply(m_service.execute(code(ai::Command::Initialise), QVariantMap(), "init"));
         while (!steps.isEmpty())
             step(steps);
         drain();
@@ -114,8 +114,9 @@ private:
             return frames(steps);
         switch (choice) {
         case 25:
-            checkReply(m_service.info(steps.oneIn(2) ? 1001 : steps.take<std::uint32_t>(),
-                                      values::parameters(0, steps, m_videos), values::requestID(steps)));
+            checkReply(
+                m_service.info(steps.oneIn(2) ? code(ai::Question::Status) : steps.take<std::uint32_t>(),
+                               values::parameters(0, steps, m_videos), values::requestID(steps)));
             return;
         case 26:
             m_controller.onStorageTimeDone();
@@ -146,8 +147,8 @@ private:
     {
         const int choice = steps.choose(24);
         const unsigned int code = choice == 0   ? steps.take<std::uint16_t>() % 1100
-                                  : choice == 1 ? 1001
-                                  : choice == 2 ? 1022
+                                  : choice == 1 ? ai::code(ai::Command::Initialise)
+                                  : choice == 2 ? ai::code(ai::Command::RegisterStudents)
                                                 : 1017 + static_cast<unsigned int>(choice);
         checkReply(
             m_service.execute(code, values::parameters(code, steps, m_videos), values::requestID(steps)));

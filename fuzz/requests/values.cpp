@@ -1,6 +1,7 @@
 #include "values.h"
 
 #include "imageutil.h"
+#include "messages.h"
 #include "wire.h"
 
 #include <cmath>
@@ -115,26 +116,36 @@ void set(QVariantMap &map, const char *key, const QVariant &value, Source &bytes
     map.insert(QLatin1String(key), bytes.oneIn(24) ? any(bytes) : value);
 }
 
-void setRect(QVariantMap &map, Source &bytes)
+QVariantMap entries(const ai::Rows<ai::Key> &keys, Source &bytes);
+
+QVariant value(const ai::Key &key, Source &bytes)
 {
-    for (const char *key : {"x", "y", "width", "height"})
-        set(map, key, number(bytes), bytes);
+    switch (key.type) {
+    case ai::Type::Boolean:
+        return bytes.oneIn(2);
+    case ai::Type::Integer:
+        return number(bytes);
+    case ai::Type::Picture:
+        return picture(bytes);
+    case ai::Type::List: {
+        QVariantList list;
+        for (int i = bytes.choose(6); i > 0; --i) {
+            const QVariantMap entry = entries(key.keys, bytes);
+            list.append(bytes.oneIn(24) ? any(bytes) : entry);
+        }
+        return list;
+    }
+    default:
+        return key.name == QLatin1String("requestID") ? values::requestID(bytes) : student(bytes);
+    }
 }
 
-/// A list of maps that each name a student, with his face and place if they are wanted.
-QVariantList students(Source &bytes, bool withFace)
+QVariantMap entries(const ai::Rows<ai::Key> &keys, Source &bytes)
 {
-    QVariantList list;
-    for (int i = bytes.choose(6); i > 0; --i) {
-        QVariantMap entry;
-        set(entry, "stuID", student(bytes), bytes);
-        if (withFace) {
-            set(entry, "faceImg", picture(bytes), bytes);
-            setRect(entry, bytes);
-        }
-        list.append(bytes.oneIn(24) ? any(bytes) : entry);
-    }
-    return list;
+    QVariantMap map;
+    for (const ai::Key &key : keys)
+        set(map, key.name, value(key, bytes), bytes);
+    return map;
 }
 
 /// The text as part of a file name: without a way up, and short.
@@ -146,42 +157,22 @@ QString harmless(const QVariant &value, const QString &fallback)
 
 QVariantMap ownKeys(unsigned int code, Source &bytes)
 {
-    QVariantMap map;
-    switch (code) {
-    case 1001:
-        set(map, "identify", student(bytes), bytes);
-        set(map, "enableEmotion", bytes.oneIn(2), bytes);
-        break;
-    case 1020:
-    case 1022:
-        set(map, "galleries", students(bytes, true), bytes);
-        break;
-    case 1021:
-        if (bytes.oneIn(2))
-            set(map, "stuID", student(bytes), bytes);
-        break;
-    case 1023:
-        set(map, "oldStuID", student(bytes), bytes);
-        set(map, "faceImageBase64", picture(bytes), bytes);
-        setRect(map, bytes);
-        break;
-    case 1024:
-        set(map, "oldStuID", student(bytes), bytes);
-        set(map, "newStuID", student(bytes), bytes);
-        break;
-    case 1036:
-    case 1037:
-        set(map, "stuList", students(bytes, false), bytes);
-        break;
-    case 1039:
-        set(map, "recordPath", student(bytes), bytes);
-        break;
-    default:
-        set(map, "stuID", student(bytes), bytes);
-        set(map, "requestID", values::requestID(bytes), bytes);
-        break;
+    const ai::CommandRow *row = ai::find(ai::Command{code});
+    switch (ai::Command{code}) {
+    case ai::Command::Initialise: {
+        // No recogniser: those of this program are there already.
+        QVariantMap map;
+        for (const ai::Key &key : row->request) {
+            if (key.type != ai::Type::Boolean || key.name == QLatin1String("enableEmotion"))
+                set(map, key.name, value(key, bytes), bytes);
+        }
+        return map;
     }
-    return map;
+    case ai::Command::FetchFaces:
+        return bytes.oneIn(2) ? entries(row->request, bytes) : QVariantMap();
+    default:
+        return entries(row && !row->request.empty() ? row->request : ai::stopFollowingKeys, bytes);
+    }
 }
 
 } // namespace
@@ -201,9 +192,9 @@ QVariantMap values::parameters(unsigned int code, Source &bytes, const QString &
         break;
     }
     // Both are part of the path of a recording. Without one, the recorder would pick a disk of the machine.
-    if (code == 1039)
+    if (code == ai::code(ai::Command::StartRecording))
         map["recordPath"] = folder + '/' + harmless(map["recordPath"], "videos");
-    if (code == 1001 && map.contains("identify"))
+    if (code == ai::code(ai::Command::Initialise) && map.contains("identify"))
         map["identify"] = harmless(map["identify"], "room");
     return map;
 }

@@ -17,15 +17,15 @@ class EchoService : public IService
 {
 public:
     EchoService() : IService("fuzz", false) {}
-    QVariantMap open(const QString &requestID) override { return makeResponse(0, requestID); }
-    QVariantMap close(const QString &requestID) override { return makeResponse(0, requestID); }
+    QVariantMap open(const QString &requestID) override { return makeResponse(ai::Error::None, requestID); }
+    QVariantMap close(const QString &requestID) override { return makeResponse(ai::Error::None, requestID); }
     QVariantMap info(unsigned int, const QVariant &data, const QString &requestID) override
     {
-        return makeResponse(0, data, requestID);
+        return makeResponse(ai::Error::None, data, requestID);
     }
     QVariantMap execute(unsigned int, const QVariant &data, const QString &requestID) override
     {
-        return makeResponse(0, data.toMap(), requestID);
+        return makeResponse(ai::Error::None, data.toMap(), requestID);
     }
 };
 

@@ -2,9 +2,13 @@
 
 #include "aiconfig.h"
 #include "aiservicecontroller.h"
+#include "commandreply.h"
 #include "qstorage.h"
 
 #include <QDebug>
+
+using ai::Error;
+using ai::State;
 
 namespace {
 
@@ -92,14 +96,14 @@ QVariantMap AIService::open(const QString &requestID)
     allUseQueue = true;
     qInfo("AIService open begin");
     QMutexLocker locker(&m_openMutex);
-    if (m_status != 0) {
+    if (m_status != State::Closed) {
         qWarning("AIService already open");
-        return makeResponse(0, QStringLiteral("aiservice already open"));
+        return makeResponse(Error::None, "aiservice already open");
     }
     qInfo("AIService is opening");
     const QVariantMap result = controller->init();
     if (result.value(QStringLiteral("rsp_error")) == 0)
-        m_status = 1;
+        m_status = State::Open;
     QSqliteStorage::instance()->open(true);
     return result;
 }
@@ -108,25 +112,25 @@ QVariantMap AIService::close(const QString &requestID)
 {
     QMutexLocker locker(&serviceMutex);
     qInfo().noquote() << "AIService::close" << requestID;
-    if (m_status == 0) {
+    if (m_status == State::Closed) {
         qWarning("AIService not open");
-        return makeResponse(-15, QStringLiteral("aiservice not open"));
+        return makeResponse(Error::WrongState, "aiservice not open");
     }
     qInfo("AIService is closing");
     controller->close();
     qInfo("AIService close end");
-    m_status = 0;
-    return {{QStringLiteral("rsp_error"), 0}};
+    m_status = State::Closed;
+    return command::reply(Error::None);
 }
 
 QVariantMap AIService::info(unsigned int code, const QVariant &data, const QString &requestID)
 {
     qInfo().noquote() << "AIService::info" << code << requestID << describe(data);
     QVariantMap result;
-    if (code == 1001) {
+    if (ai::find(ai::Question{code})) {
         result = status();
     } else {
-        result.insert(QStringLiteral("rsp_error"), -10);
+        result = command::reply(Error::Unknown);
         result.insert(QStringLiteral("rsp_data"), QVariant());
     }
     setCommandCode(result, code);
@@ -137,72 +141,28 @@ QVariantMap AIService::execute(unsigned int code, const QVariant &data, const QS
 {
     QMutexLocker locker(&serviceMutex);
     qInfo().noquote() << "AIService::execute" << requestID << code << describe(data);
-    QVariantMap result;
-    if (code == 1001 || code == 1028) {
-        if (m_status < 1) {
-            qWarning("[excute] aiservice not open");
-            return makeResponse(-15, QStringLiteral("aiservice not open"));
-        }
-        if (code == 1028) {
-            result = controller->reset(requestID);
-        } else {
-            result = initAIService(data.toMap());
-            if (result.value(QStringLiteral("rsp_error")).toInt() == 0)
-                m_status = 2;
-        }
-    } else {
-        if (m_status < 2) {
-            qWarning("[excute] aiservice not init");
-            return makeResponse(-15, QStringLiteral("aiservice not init"));
-        }
-        result = dispatch(code, data.toMap(), requestID);
+    const ai::CommandRow *row = ai::find(ai::Command{code});
+    const State needed = row ? row->needs : State::Initialised;
+    if (m_status < needed) {
+        const char *missing = needed == State::Open ? "aiservice not open" : "aiservice not init";
+        qWarning("[excute] %s", missing);
+        return makeResponse(Error::WrongState, missing);
     }
+    QVariantMap result = row ? run(*row, data.toMap(), requestID) : command::reply(Error::Unknown);
     if (result.contains(QStringLiteral("rsp_data")))
         setCommandCode(result, code);
     qInfo().noquote() << "AIService::execute" << requestID << "end";
     return result;
 }
 
-QVariantMap AIService::dispatch(unsigned int code, const QVariantMap &params, const QString &requestID)
+QVariantMap AIService::run(const ai::CommandRow &row, const QVariantMap &params, const QString &requestID)
 {
-    switch (code) {
-    case 1020:
-        return controller->setExternalGallery(params, requestID);
-    case 1021:
-        return controller->fetchGalleryNew(params, requestID);
-    case 1022:
-        return controller->registerGallery(params, requestID);
-    case 1023:
-        return controller->updateStudentGallery(params);
-    case 1024:
-        return controller->updateStudentID(params);
-    case 1025:
-        return controller->deleteGallery(params);
-    case 1026:
-        return controller->bestGallery(requestID);
-    case 1027:
-        return controller->clearHistoryGalleries(requestID);
-    case 1030:
-    case 1031:
-        return controller->detectHandup(params, requestID, code == 1030);
-    case 1032:
-    case 1033:
-        return controller->detectConcerntration(params, requestID, code == 1032);
-    case 1034:
-    case 1035:
-        return controller->tracking(params, requestID, code == 1034);
-    case 1036:
-    case 1037:
-        return controller->startFunctionGame(params, requestID, code == 1036);
-    case 1038:
-        return controller->startAttributeDetection(params, requestID);
-    case 1039:
-        return controller->startVideoRecord(params, requestID);
-    case 1040:
-        return controller->stopVideoRecord(requestID);
-    default:
-        return {{QStringLiteral("rsp_error"), -10}};
+    const CommandEntry &entry = commandEntry(row.command);
+    if (row.needsCamera && !controller->isCameraConnected()) {
+        qWarning("%scontroller is invalid", entry.logName);
+        return command::reply(Error::NoCamera);
     }
+    return entry.run(*this, params, requestID);
 }
 
 QVariantMap AIService::initAIService(const QVariantMap &params)
@@ -211,30 +171,46 @@ QVariantMap AIService::initAIService(const QVariantMap &params)
     QVariantMap details;
     if (!controller->loadModel(details)) {
         qCritical("[initAIService] load model failed");
-        return makeResponse(-2, details, QStringLiteral("load model failed"));
+        return makeResponse(Error::Failed, details, "load model failed");
     }
     qInfo("[initAIService] load model finish");
     controller->setConfigData(params);
-    return makeResponse(0, QString());
+    m_status = State::Initialised;
+    return makeResponse(Error::None, "");
 }
 
 QVariantMap AIService::status() const
 {
-    const QVariantMap data{{QStringLiteral("status"), m_status.load()},
+    const QVariantMap data{{QStringLiteral("status"), code(m_status.load())},
                            {QStringLiteral("version"), version()}};
-    return makeResponse(0, data, QString());
+    return makeResponse(Error::None, data, "");
 }
 
 bool AIService::recover()
 {
     qInfo("[recover] begin");
     QMutexLocker locker(&serviceMutex);
+    bool recovered = false;
+    try {
+        recovered = recoverFromStore();
+    } catch (const std::exception &exception) {
+        qCritical("[recover] failed: %s", exception.what());
+    } catch (...) {
+        qCritical("[recover] failed: unknown exception");
+    }
+    // Only now, since the reading takes the file as it stands.
+    QSqliteStorage::instance()->createMissingTables();
+    return recovered;
+}
+
+bool AIService::recoverFromStore()
+{
     m_recovering = true;
     if (controller->init().value(QStringLiteral("rsp_error")).toInt() != 0) {
         qWarning("recover controller init failed");
         return false;
     }
-    m_status = 1;
+    m_status = State::Open;
     qInfo("recover controller init success");
 
     QSqliteStorage::instance()->open(false);
@@ -247,7 +223,7 @@ bool AIService::recover()
         qCritical("load model failed");
         return false;
     }
-    m_status = 2;
+    m_status = State::Initialised;
     controller->recovery();
     qInfo("[recover] end");
     m_recovering = false;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "iservice.h"
+#include "messages.h"
 
 #include <QMutex>
 
@@ -10,7 +11,7 @@ class AIServiceController;
 
 /**
  * The service that clients talk to: keeps its state, decides by it which requests may pass, and hands
- * them to the controller. No domain logic of its own.
+ * them to the controller, by the table in commandtable.cpp. No domain logic of its own.
  *
  * States: 0 closed, 1 open (reader connection, timers and store), 2 initialised (models loaded).
  *
@@ -30,7 +31,8 @@ public:
     QVariantMap info(unsigned int code, const QVariant &data, const QString &requestID) override;
     QVariantMap execute(unsigned int code, const QVariant &data, const QString &requestID) override;
     /// Brings the service up from the store of a crashed predecessor, without a client. False when the
-    /// models can't be loaded; the state reached stays.
+    /// models can't be loaded, and after an exception; the state reached stays. Tables that the store lacks
+    /// are there afterwards.
     bool recover() override;
     /// Ends the running analyses. Students, recording and state stay.
     bool disconnectReset() override;
@@ -42,13 +44,26 @@ protected:
     void run() override;
 
 private:
+    bool recoverFromStore();
     QVariantMap initAIService(const QVariantMap &params);
     QVariantMap status() const;
-    /// The command of a code in state 2; without "rsp_error" 0 for an unknown code.
-    QVariantMap dispatch(unsigned int code, const QVariantMap &params, const QString &requestID);
+
+    /// What the service does for a command.
+    struct CommandEntry
+    {
+        ai::Command command;
+        /// Begins the line of the log when no camera is connected; null for a command that needs none.
+        const char *logName;
+        QVariantMap (*run)(AIService &service, const QVariantMap &params, const QString &requestID);
+    };
+    /// One entry for each row of ai::commands.
+    static const CommandEntry commandTable[];
+    static const CommandEntry &commandEntry(ai::Command command);
+    /// Carries out a command that the state lets pass, if the camera that it needs is there.
+    QVariantMap run(const ai::CommandRow &row, const QVariantMap &params, const QString &requestID);
 
     AIServiceController *controller;
-    std::atomic<int> m_status{0};
+    std::atomic<ai::State> m_status{ai::State::Closed};
     std::atomic<bool> m_recovering{false};
     QMutex serviceMutex;
     QMutex m_openMutex; ///< lets one of several opens start the controller

@@ -19,7 +19,6 @@
 
 namespace {
 
-constexpr unsigned int videoEvent = 1022;
 constexpr int storageInterval = 360000; // ms
 constexpr int checkInterval = 3000;     // ms
 constexpr std::chrono::milliseconds connectInterval(500);
@@ -34,8 +33,8 @@ qint64 now()
 
 void sendVideoState(int status)
 {
-    MessageSender::instance()->sendMessage(videoEvent, QVariantMap{{QStringLiteral("status"), status}},
-                                           QString());
+    MessageSender::instance()->sendMessage(code(ai::Event::Video),
+                                           QVariantMap{{QStringLiteral("status"), status}}, QString());
 }
 
 /// A timer that lives on a thread, runs as long as it and calls the slot there.
@@ -93,7 +92,7 @@ QVariantMap AIServiceController::init()
     m_checkTimer = addTimer(m_timerThread, checkInterval, this, &AIServiceController::onCheckTimerDone);
     m_timerThread->start(QThread::InheritPriority);
     m_checkTime = now();
-    return command::reply(0);
+    return command::reply(ai::Error::None);
 }
 
 void AIServiceController::ipcConnect(void *controller)
@@ -214,7 +213,7 @@ QVariantMap AIServiceController::reset(const QString &)
     ExternalGallery::instance()->clear();
     deleteAllGalleries();
     QSqliteStorage::instance()->remove();
-    return command::reply(0);
+    return command::reply(ai::Error::None);
 }
 
 std::shared_ptr<BaseStrategy> AIServiceController::registeredStrategy(const QString &name)
@@ -225,15 +224,17 @@ std::shared_ptr<BaseStrategy> AIServiceController::registeredStrategy(const QStr
 
 bool AIServiceController::addNewStrategy(const QString &name, const QString &requestID)
 {
-    if (registeredStrategy(name)) {
+    const std::shared_ptr<BaseStrategy> registered = registeredStrategy(name);
+    // One that has ended by itself is on its way out of the registry.
+    if (registered && !registered->hasEnded()) {
         qInfo().noquote().nospace() << "addNewStrategy already exist: " << name;
         return true;
     }
-    const std::shared_ptr<BaseStrategy> strategy(BaseStrategy::createNewStrategy(name, requestID),
-                                                 [](BaseStrategy *object) {
-                                                     if (object)
-                                                         BaseStrategy::release(object);
-                                                 });
+    std::shared_ptr<BaseStrategy> strategy(BaseStrategy::createNewStrategy(name, requestID),
+                                           [](BaseStrategy *object) {
+                                               if (object)
+                                                   BaseStrategy::release(object);
+                                           });
     if (!strategy) {
         qWarning().noquote().nospace() << "createNewStrategy failed: " << name << " reqID: " << requestID;
         return false;
@@ -244,8 +245,22 @@ bool AIServiceController::addNewStrategy(const QString &name, const QString &req
         [this, name, object = strategy.get()] { removeStrategy(name, object); }, Qt::DirectConnection);
 
     QMutexLocker locker(&m_strategyLock);
-    m_strategies[name] = strategy;
+    m_strategies[name].swap(strategy); // one that has ended is let go of after the lock
     return true;
+}
+
+AIServiceController::Started
+AIServiceController::startStrategy(const QString &name, const QString &requestID,
+                                   const std::function<bool(BaseStrategy &)> &start)
+{
+    while (addNewStrategy(name, requestID)) {
+        const std::shared_ptr<BaseStrategy> strategy = registeredStrategy(name);
+        if (strategy && start(*strategy))
+            return Started::yes;
+        if (strategy && !strategy->hasEnded())
+            return Started::refused;
+    }
+    return Started::notProvided;
 }
 
 /// One connection for all strategies. Each of them with one of its own would take down a slot, on its own

@@ -11,6 +11,7 @@
 #include <QVariantMap>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <thread>
 
@@ -29,10 +30,9 @@ class QTimer;
  * third thread; a fourth tries to connect the reader until it succeeds. Strategies leave the registry on
  * whichever thread ends them.
  *
- * Replies: every command returns a map with "rsp_error", 0 for success: -2 the recogniser refused or an
- * internal failure, -9 the reader isn't connected, -12 parameters are missing or unusable, -15 wrong
- * state, -1002 a strategy couldn't be made, -1003 no such student. Some failures add "rsp_error_detail",
- * some commands "rsp_data".
+ * Replies: every command returns a map with "rsp_error", an ai::Error. Some failures add "rsp_error_detail",
+ * some commands "rsp_data". State and camera that a command needs are looked at by the caller, see
+ * AIService::execute.
  *
  * The students are touched in a fixed order without a transaction: recogniser, DataManager,
  * ExternalGallery, store. A step that fails leaves the earlier ones done.
@@ -56,11 +56,15 @@ public:
     QVariantMap setConfigData(const QVariantMap &params);
     /// Ends all analyses, forgets all students and deletes the store's file.
     QVariantMap reset(const QString &requestID);
-    /// Feeds what the store holds back through the commands, without writing to it.
+    /// Feeds what the store holds back through the commands, without writing to it. An exception of one
+    /// student costs that student; any other passes through.
     void recovery();
 
-    /// Provides the strategy of a name: the one that is registered, or a new one. False for a name that
-    /// the factory doesn't know.
+    /// Whether the reader is connected; in the moment between init and its first attempt, too.
+    bool isCameraConnected() const { return m_valid; }
+
+    /// Provides the strategy of a name: the one that is registered, or a new one in place of none and of one
+    /// that has ended. False for a name that the factory doesn't know.
     bool addNewStrategy(const QString &name, const QString &requestID);
     /// Takes a strategy out of the registry, unless another object stands under its name by now.
     void removeStrategy(const QString &name, const BaseStrategy *strategy);
@@ -113,12 +117,30 @@ private:
 
     static void ipcConnect(void *controller);
 
+    /// What came of a command's start.
+    enum class Started
+    {
+        yes,
+        refused,    ///< the strategy runs already
+        notProvided ///< the factory doesn't know the name
+    };
+
     /// The registered strategy of a name, or null. Leaves a null entry behind for a name that isn't there.
     std::shared_ptr<BaseStrategy> registeredStrategy(const QString &name);
+    /// Provides the strategy of a name and starts it with `start`, which is called once more, for a new
+    /// strategy, when the one that was provided ended by itself before it could be started.
+    Started startStrategy(const QString &name, const QString &requestID,
+                          const std::function<bool(BaseStrategy &)> &start);
     /// Queues a frame for all strategies that keep up. Called on the thread of the video.
     void offerFrame(const QImage &image);
     QVariantMap detect(const DetectionTexts &texts, const QString &requestID, int start);
     bool removeFace(int faceID);
+    /// Takes one external face. False for a picture or a face that is no good.
+    bool addExternalFace(const QString &stuID, const QString &faceImg);
+    void recoverStudents();
+    /// Carries out what concerns one student. In a recovery an exception costs no more than that; a client's
+    /// command it ends.
+    void forStudent(const QString &stuID, const std::function<void()> &step);
 
     ImageReader *m_reader;
     QMutex m_strategyLock;                                     ///< guards m_strategies
@@ -136,4 +158,5 @@ private:
     std::atomic<bool> m_modelLoaded{false};
     std::atomic<bool> m_videoAlive{true};  ///< the video state last told to the client
     std::atomic<bool> m_recovering{false}; ///< nothing is written to the store
+    int m_refusedFaces = 0; ///< registrations that the recogniser has refused since the last recovery began
 };

@@ -11,14 +11,17 @@
 
 #include <QDebug>
 
+using ai::Error;
 using command::reply;
 
 namespace {
 
-/// Sends the strategy's events on to the client, on the thread that emits them.
-void connectEvents(BaseStrategy *strategy, int unique = 0)
+/// Sends the strategy's events on to the client, on the thread that emits them. Called before the start on
+/// purpose: a refused second start leaves its connection behind, and each event goes out once more from then
+/// on.
+void connectEvents(BaseStrategy &strategy, int unique = 0)
 {
-    QObject::connect(strategy, &BaseStrategy::serviceMessgeSignal, MessageSender::instance(),
+    QObject::connect(&strategy, &BaseStrategy::serviceMessgeSignal, MessageSender::instance(),
                      &MessageSender::sendMessage,
                      static_cast<Qt::ConnectionType>(Qt::DirectConnection | unique));
 }
@@ -28,7 +31,6 @@ void connectEvents(BaseStrategy *strategy, int unique = 0)
 struct AIServiceController::DetectionTexts
 {
     QString strategy;
-    const char *invalid;
     const char *stopWarning;
     const char *stopDetail;
     const char *createWarning;
@@ -38,49 +40,43 @@ struct AIServiceController::DetectionTexts
 
 QVariantMap AIServiceController::detect(const DetectionTexts &texts, const QString &requestID, int start)
 {
-    if (!m_valid) {
-        qWarning("%s", texts.invalid);
-        return reply(-9);
-    }
     if (start != 1) {
         const std::shared_ptr<BaseStrategy> running = registeredStrategy(texts.strategy);
         if (!running) {
             qWarning("%s", texts.stopWarning);
-            return reply(-15, texts.stopDetail);
+            return reply(Error::WrongState, texts.stopDetail);
         }
         running->stop();
-        return reply(0);
+        return reply(Error::None);
     }
-    if (!addNewStrategy(texts.strategy, requestID)) {
+    const Started started = startStrategy(texts.strategy, requestID, [](BaseStrategy &strategy) {
+        connectEvents(strategy);
+        return strategy.start();
+    });
+    if (started == Started::notProvided) {
         qWarning("%s", texts.createWarning);
-        return reply(-1002);
+        return reply(Error::NoAnalysis);
     }
-    // Connected before the start on purpose: a refused second start leaves its connection behind, and each
-    // event goes out once more from then on.
-    const std::shared_ptr<BaseStrategy> strategy = registeredStrategy(texts.strategy);
-    if (strategy)
-        connectEvents(strategy.get());
-    if (!strategy || !strategy->start()) {
+    if (started == Started::refused) {
         qWarning("%s", texts.startWarning);
-        return reply(-15, texts.startDetail);
+        return reply(Error::WrongState, texts.startDetail);
     }
-    return reply(0);
+    return reply(Error::None);
 }
 
 QVariantMap AIServiceController::detectHandup(const QVariantMap &, const QString &requestID, int start)
 {
-    return detect({QStringLiteral("HandupPickStrategy"), "[detectHandup] controller is invalid",
-                   "[detectHandup] stop failed,not start", "handup not start",
-                   "[detectHandup] failed to create handup strategy", "[detectHandup] start failed",
-                   "handup already start"},
+    return detect({QStringLiteral("HandupPickStrategy"), "[detectHandup] stop failed,not start",
+                   "handup not start", "[detectHandup] failed to create handup strategy",
+                   "[detectHandup] start failed", "handup already start"},
                   requestID, start);
 }
 
 QVariantMap AIServiceController::detectConcerntration(const QVariantMap &, const QString &requestID,
                                                       int start)
 {
-    return detect({QStringLiteral("ConcerntrationStrategy"), "[detectConcerntration] controller is invalid",
-                   "[detectConcerntration] stop failed,not start", "concerntration not start",
+    return detect({QStringLiteral("ConcerntrationStrategy"), "[detectConcerntration] stop failed,not start",
+                   "concerntration not start",
                    "[detectConcerntration] failed to create concerntration strategy",
                    "[detectConcerntration] start failed", "concerntration already start"},
                   requestID, start);
@@ -88,87 +84,76 @@ QVariantMap AIServiceController::detectConcerntration(const QVariantMap &, const
 
 QVariantMap AIServiceController::startAttributeDetection(const QVariantMap &, const QString &requestID)
 {
-    if (!m_valid) {
-        qWarning("[startAttributeDetection] controller is invalid");
-        return reply(-9);
-    }
-    const QString name = QStringLiteral("AttributeStrategy");
-    if (!addNewStrategy(name, requestID)) {
+    const Started started =
+        startStrategy(QStringLiteral("AttributeStrategy"), requestID, [](BaseStrategy &strategy) {
+            connectEvents(strategy);
+            return strategy.startWithinFrames(1);
+        });
+    if (started == Started::notProvided) {
         qWarning("[startAttributeDetection] failed to create attribute strategy");
-        return reply(-1002);
+        return reply(Error::NoAnalysis);
     }
-    const std::shared_ptr<BaseStrategy> strategy = registeredStrategy(name);
-    if (strategy)
-        connectEvents(strategy.get());
-    if (!strategy || !strategy->startWithinFrames(1)) {
+    if (started == Started::refused) {
         qWarning("[startAttributeDetection] start failed");
-        return reply(-2, "start failed");
+        return reply(Error::Failed, "start failed");
     }
-    return reply(0);
+    return reply(Error::None);
 }
 
 QVariantMap AIServiceController::tracking(const QVariantMap &params, const QString &requestID, int start)
 {
-    if (!m_valid) {
-        qWarning("[tracking] controller is invalid");
-        return reply(-9);
-    }
     const QString stuID = params.value(QStringLiteral("stuID")).toString();
     qInfo().noquote().nospace() << "[tracking] stuID: " << stuID << "--------------------" << start;
     if (stuID.isEmpty()) {
         qWarning("[tracking] params error");
-        return reply(-12);
+        return reply(Error::BadParameters);
     }
     const QString name = QStringLiteral("TrackingStrategy");
     if (!addNewStrategy(name, requestID)) {
         qWarning("[tracking] failed to create tracking strategy");
-        return reply(-1002);
+        return reply(Error::NoAnalysis);
     }
     const auto strategy = std::dynamic_pointer_cast<TrackingStrategy>(registeredStrategy(name));
     if (!strategy) {
         qWarning("[tracking] stop failed,not start");
-        return reply(-15, "tracking not start");
+        return reply(Error::WrongState, "tracking not start");
     }
     if (start == 0) {
         strategy->stopTracking(stuID, params.value(QStringLiteral("requestID")).toString());
         if (strategy->trackerCount() == 0)
             strategy->stop();
-        return reply(0);
+        return reply(Error::None);
     }
 
     const int started = strategy->startTracking(stuID, requestID);
     if (started == -1) {
         qWarning().noquote().nospace() << "[tracking] start failed,stuID : " << stuID << "not found";
-        return reply(-1003);
+        return reply(Error::NoStudent);
     }
     if (started == -2) {
         qWarning().noquote().nospace() << "[tracking] start failed,stuID : " << stuID << "is tracking";
-        return reply(-15);
+        return reply(Error::WrongState);
     }
     // Once more for every student: with two of them each event goes out twice.
-    connectEvents(strategy.get());
+    connectEvents(*strategy);
     if (!strategy->start() && strategy->trackerCount() == 0) {
         qWarning("[tracking] start failed");
-        return reply(-15, "tracking start failed");
+        return reply(Error::WrongState, "tracking start failed");
     }
-    return reply(0);
+    return reply(Error::None);
 }
 
 QVariantMap AIServiceController::startFunctionGame(const QVariantMap &params, const QString &requestID,
                                                    int start)
 {
-    if (!m_valid) {
-        qWarning("controller is invalid");
-        return reply(-9);
-    }
     const QString name = QStringLiteral("FunctionGameStrategy");
     if (!addNewStrategy(name, requestID)) {
         qWarning("failed to create function game strategy");
-        return reply(-1002);
+        return reply(Error::NoAnalysis);
     }
     const auto strategy = std::dynamic_pointer_cast<FunctionGameStrategy>(registeredStrategy(name));
     if (strategy) {
-        connectEvents(strategy.get(), Qt::UniqueConnection);
+        connectEvents(*strategy, Qt::UniqueConnection);
         if (!strategy->isGameStarted()) {
             strategy->startGame(params.value(QStringLiteral("stuList")).toList());
             strategy->start();
@@ -176,32 +161,32 @@ QVariantMap AIServiceController::startFunctionGame(const QVariantMap &params, co
         if (start == 0)
             strategy->stop();
     }
-    return reply(0);
+    return reply(Error::None);
 }
 
 QVariantMap AIServiceController::startVideoRecord(const QVariantMap &params, const QString &)
 {
     if (VideoRecorder::instance()->isRunning()) {
         qWarning("video record already start");
-        return reply(-15, "video record already start");
+        return reply(Error::WrongState, "video record already start");
     }
     RecordParam record;
     record.recordPath = params.value(QStringLiteral("recordPath")).toString().toStdString();
     VideoRecorder::instance()->start(record);
     // Unique: the connection of a start that found no folder is still there.
-    connect(this, &AIServiceController::newImageSignal, VideoRecorder::instance(),
-            &VideoRecorder::onRecvFrame, Qt::UniqueConnection);
-    return reply(0);
+    connect(this, &AIServiceController::newImageSignal, VideoRecorder::instance(), &VideoRecorder::offerFrame,
+            static_cast<Qt::ConnectionType>(Qt::DirectConnection | Qt::UniqueConnection));
+    return reply(Error::None);
 }
 
 QVariantMap AIServiceController::stopVideoRecord(const QString &)
 {
     if (!VideoRecorder::instance()->isRunning()) {
         qWarning("video record not start");
-        return reply(-15, "video record not start");
+        return reply(Error::WrongState, "video record not start");
     }
     disconnect(this, &AIServiceController::newImageSignal, VideoRecorder::instance(),
-               &VideoRecorder::onRecvFrame);
+               &VideoRecorder::offerFrame);
     VideoRecorder::instance()->stop();
-    return reply(0);
+    return reply(Error::None);
 }

@@ -15,12 +15,11 @@
 
 #include <QDebug>
 
+using ai::Error;
+using ai::Event;
 using command::reply;
 
 namespace {
-
-constexpr unsigned int registeredEvent = 1018;
-constexpr unsigned int bestGalleryEvent = 1021;
 
 QString text(const QVariantMap &params, const char *key)
 {
@@ -59,51 +58,68 @@ bool AIServiceController::removeFace(int faceID)
     return ModelManager::instance().createFaceIDModel(none, FaceIDModel::Remove, faceID)->detect();
 }
 
+void AIServiceController::forStudent(const QString &stuID, const std::function<void()> &step)
+{
+    if (!m_recovering) {
+        step();
+        return;
+    }
+    try {
+        step();
+    } catch (const std::exception &exception) {
+        qCritical().noquote().nospace() << "[recover] student " << stuID << " is lost: " << exception.what();
+    } catch (...) {
+        qCritical().noquote().nospace() << "[recover] student " << stuID << " is lost: unknown exception";
+    }
+}
+
+bool AIServiceController::addExternalFace(const QString &stuID, const QString &faceImg)
+{
+    const cv::Mat face = decodeGallery(faceImg);
+    if (face.empty()) {
+        qWarning("convert base64 failed");
+        return false;
+    }
+    qDebug().noquote().nospace() << "[ExternalGallery] stuID:  " << stuID << " img: " << faceImg;
+    const auto model = ModelManager::instance().createFaceIDModel(face, FaceIDModel::Extract, -1);
+    if (!model->detect()) {
+        qWarning("faceID detect feature error");
+        return false;
+    }
+    cv::Mat feature = model->m_feature.clone();
+    ExternalGallery::instance()->addFaceFeature(stuID, feature);
+    if (!m_recovering)
+        QSqliteStorage::instance()->setHistoryGalleries(stuID, faceImg);
+    return true;
+}
+
 QVariantMap AIServiceController::setExternalGallery(const QVariantMap &params, const QString &)
 {
     const QVariantList galleries = params.value(QStringLiteral("galleries")).toList();
     if (galleries.isEmpty()) {
         qWarning("[setExternalGallery] galleries empty");
-        return reply(-12);
+        return reply(Error::BadParameters);
     }
     QVariantList failed;
     for (const QVariant &gallery : galleries) {
         const QVariantMap entry = gallery.toMap();
         if (!isGalleryEntry(entry)) {
             qWarning("params data is invalid");
-            return reply(-12);
+            return reply(Error::BadParameters);
         }
         const QString stuID = text(entry, "stuID");
-        const QString faceImg = text(entry, "faceImg");
-        const cv::Mat face = decodeGallery(faceImg);
-        if (face.empty()) {
-            qWarning("convert base64 failed");
-            failed.append(studentEntry(stuID));
-            continue;
-        }
-        qDebug().noquote().nospace() << "[ExternalGallery] stuID:  " << stuID << " img: " << faceImg;
-        const auto model = ModelManager::instance().createFaceIDModel(face, FaceIDModel::Extract, -1);
-        if (!model->detect()) {
-            qWarning("faceID detect feature error");
-            failed.append(studentEntry(stuID));
-            continue;
-        }
-        cv::Mat feature = model->m_feature.clone();
-        ExternalGallery::instance()->addFaceFeature(stuID, feature);
-        if (!m_recovering)
-            QSqliteStorage::instance()->setHistoryGalleries(stuID, faceImg);
+        forStudent(stuID, [&] {
+            if (!addExternalFace(stuID, text(entry, "faceImg")))
+                failed.append(studentEntry(stuID));
+        });
     }
-    QVariantMap result = reply(0);
+    QVariantMap result = reply(Error::None);
     result.insert(QStringLiteral("rsp_data"), QVariantMap{{QStringLiteral("failedStuList"), failed}});
     return result;
 }
 
 QVariantMap AIServiceController::fetchGalleryNew(const QVariantMap &params, const QString &requestID)
 {
-    if (!m_valid) {
-        qWarning("[fetchGalleryNew] controller is invalid");
-        return reply(-9);
-    }
     StudentInfo student;
     if (!params.isEmpty()) {
         const QString stuID = text(params, "stuID");
@@ -111,40 +127,36 @@ QVariantMap AIServiceController::fetchGalleryNew(const QVariantMap &params, cons
         student = DataManager::instance()->getStudentInfo(stuID);
         if (student.stuID.isEmpty()) {
             qWarning().noquote().nospace() << "[fetchGalleryNew] stuID: " << stuID << " not found";
-            return reply(-1003);
+            return reply(Error::NoStudent);
         }
     }
-    const QString name = QStringLiteral("GalleryStrategyNew");
-    if (!addNewStrategy(name, requestID)) {
+    const bool wholeClass = student.stuID.isEmpty();
+    const Started started =
+        startStrategy(QStringLiteral("GalleryStrategyNew"), requestID, [&](BaseStrategy &strategy) {
+            if (wholeClass)
+                return strategy.startWithinFrames(3);
+            QVariantMap place = studentEntry(student.stuID);
+            rect_util::insert(place, student.faceRect);
+            strategy.setParameters(place); // also of one that runs, although the start is refused then
+            return strategy.startWithinFrames(1);
+        });
+    if (started == Started::notProvided) {
         qWarning("[fetchGalleryNew] failed to create gallery strategy");
-        return reply(-1002);
+        return reply(Error::NoAnalysis);
     }
-    // Null if the running one, which addNewStrategy has just found, has ended in between.
-    const std::shared_ptr<BaseStrategy> strategy = registeredStrategy(name);
-    int frames = 3;
-    if (strategy && !student.stuID.isEmpty()) {
-        QVariantMap place = studentEntry(student.stuID);
-        rect_util::insert(place, student.faceRect);
-        strategy->setParameters(place);
-        frames = 1;
-    }
-    if (!strategy || !strategy->startWithinFrames(frames)) {
+    if (started == Started::refused) {
         qWarning("[fetchGalleryNew] already start");
-        return reply(-15, "fetch galleries already start");
+        return reply(Error::WrongState, "fetch galleries already start");
     }
-    return reply(0);
+    return reply(Error::None);
 }
 
 QVariantMap AIServiceController::registerGallery(const QVariantMap &params, const QString &requestID)
 {
-    if (!m_valid) {
-        qWarning("[registerGallery] controller is invalid");
-        return reply(-9);
-    }
     const QVariantList galleries = params.value(QStringLiteral("galleries")).toList();
     if (galleries.isEmpty()) {
         qWarning("[registerGallery] galleries empty");
-        return reply(-12);
+        return reply(Error::BadParameters);
     }
     const AIConfig &config = AIConfig::instance();
     QVariantList registered;
@@ -160,12 +172,14 @@ QVariantMap AIServiceController::registerGallery(const QVariantMap &params, cons
         rect.width = std::min(config.frameWidth, rect.width);
         rect.height = std::min(config.frameHeight, rect.height);
         const QString stuID = text(entry, "stuID");
-        if (registerStuGallery(stuID, text(entry, "faceImg"), rect))
-            registered.append(studentEntry(stuID));
+        forStudent(stuID, [&] {
+            if (registerStuGallery(stuID, text(entry, "faceImg"), rect))
+                registered.append(studentEntry(stuID));
+        });
     }
     MessageSender::instance()->sendMessage(
-        registeredEvent, QVariantMap{{QStringLiteral("successList"), registered}}, requestID);
-    return reply(0);
+        code(Event::Registered), QVariantMap{{QStringLiteral("successList"), registered}}, requestID);
+    return reply(Error::None);
 }
 
 bool AIServiceController::registerStuGallery(const QString &stuID, const QString &faceImg, cv::Rect rect)
@@ -186,6 +200,7 @@ bool AIServiceController::registerStuGallery(const QString &stuID, const QString
     const auto model = ModelManager::instance().createFaceIDModel(face, FaceIDModel::RegisterAndExtract, -1);
     if (!model->detect()) {
         qWarning().noquote().nospace() << "[registerGallery] register failed,student: " << stuID;
+        ++m_refusedFaces;
         return false;
     }
 
@@ -222,26 +237,26 @@ QVariantMap AIServiceController::deleteGallery(const QVariantMap &params)
     const QString stuID = text(params, "stuID");
     if (stuID.isEmpty()) {
         qWarning("[deleteGallery] param failed, studentID empty");
-        return reply(-12);
+        return reply(Error::BadParameters);
     }
     const int faceID = DataManager::instance()->getFaceID(stuID);
     if (faceID < 0) {
         qWarning().noquote().nospace() << "[deleteGallery] failed,stuID: " << stuID << " not found";
-        return reply(-1003);
+        return reply(Error::NoStudent);
     }
     if (!removeFace(faceID)) {
         qWarning().noquote().nospace() << "[deleteGallery] failed,faceID delete error,student: " << stuID;
-        return reply(-2, "delete galleries: detect failed");
+        return reply(Error::Failed, "delete galleries: detect failed");
     }
     qInfo().noquote().nospace() << "[deleteGallery] stuID: " << stuID << " faceID: " << faceID;
     if (!DataManager::instance()->removeStudent(stuID)) {
         qWarning().noquote().nospace() << "[deleteGallery] remove failed,student: " << stuID;
-        return reply(-1003);
+        return reply(Error::NoStudent);
     }
     ExternalGallery::instance()->enableFaceFeature(stuID);
     if (!m_recovering)
         QSqliteStorage::instance()->deleteStudent(stuID);
-    return reply(0);
+    return reply(Error::None);
 }
 
 QVariantMap AIServiceController::bestGallery(const QString &requestID)
@@ -257,8 +272,8 @@ QVariantMap AIServiceController::bestGallery(const QString &requestID)
                                      << " bestFaceImg: " << face;
     }
     MessageSender::instance()->sendMessage(
-        bestGalleryEvent, QVariantMap{{QStringLiteral("bestGalleries"), galleries}}, requestID);
-    return reply(0);
+        code(Event::BestPictures), QVariantMap{{QStringLiteral("bestGalleries"), galleries}}, requestID);
+    return reply(Error::None);
 }
 
 void AIServiceController::deleteAllGalleries()
@@ -276,7 +291,7 @@ QVariantMap AIServiceController::clearHistoryGalleries(const QString &)
     ExternalGallery::instance()->clear();
     if (!m_recovering)
         QSqliteStorage::instance()->clearHistoryGalleries();
-    return reply(0);
+    return reply(Error::None);
 }
 
 QVariantMap AIServiceController::updateStudentID(const QVariantMap &params)
@@ -286,9 +301,10 @@ QVariantMap AIServiceController::updateStudentID(const QVariantMap &params)
     if (newID.isEmpty() || oldID.isEmpty()) {
         qWarning().noquote().nospace()
             << "[updateStudentID] param failed, old stuID: " << oldID << " new stuID: " << newID;
-        return reply(-12);
+        return reply(Error::BadParameters);
     }
-    const int takenFace = DataManager::instance()->getFaceID(newID);
+    const bool unchanged = newID == oldID; // nobody's place is taken, and nothing has to move
+    const int takenFace = unchanged ? -1 : DataManager::instance()->getFaceID(newID);
     if (takenFace >= 0) {
         if (removeFace(takenFace))
             qWarning().noquote().nospace() << "[updateStuID] faceID delete success,student: " << newID;
@@ -298,17 +314,19 @@ QVariantMap AIServiceController::updateStudentID(const QVariantMap &params)
     if (!DataManager::instance()->updateStudentID(oldID, newID)) {
         qWarning().noquote().nospace()
             << "[updateStudentID] update failed, old stuID: " << oldID << " new stuID: " << newID;
-        return reply(-1003);
+        return reply(Error::NoStudent);
     }
     qInfo().noquote().nospace() << "[updateStudentID] success,old stuID: " << oldID
                                 << " new stuID: " << newID;
+    if (unchanged)
+        return reply(Error::None);
     if (!m_recovering) {
         QSqliteStorage::instance()->deleteStudent(newID);
         QSqliteStorage::instance()->updateStudentName(oldID, newID);
     }
     ExternalGallery::instance()->enableFaceFeature(oldID);
     ExternalGallery::instance()->disableFaceFeature(newID);
-    return reply(0);
+    return reply(Error::None);
 }
 
 QVariantMap AIServiceController::updateStudentGallery(const QVariantMap &params)
@@ -318,12 +336,12 @@ QVariantMap AIServiceController::updateStudentGallery(const QVariantMap &params)
     if (stuID.isEmpty() || faceImg.isEmpty()) {
         qWarning().noquote().nospace()
             << "[updateStudentGallery] param failed,old stuID: " << stuID << " faceImg: " << faceImg;
-        return reply(-12);
+        return reply(Error::BadParameters);
     }
     // A delete that fails, say of a student whom nobody knows, doesn't stop the registration.
     deleteGallery(studentEntry(stuID));
     if (!registerStuGallery(stuID, faceImg, rect_util::fromMap(params)))
-        return reply(-12);
+        return reply(Error::BadParameters);
     qDebug().noquote().nospace() << "[updateStudentGallery] old stuID: " << stuID << " faceImg: " << faceImg;
-    return reply(0);
+    return reply(Error::None);
 }

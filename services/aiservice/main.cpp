@@ -68,8 +68,9 @@ int main(int argc, char *argv[])
     const int result = QCoreApplication::exec();
 
     // Threads still run and log, and nothing of this is taken down in order: a file that is being recorded
-    // is closed, so that it plays, the log is written, and the process ends before any destructor.
-    VideoRecorder::instance()->stop();
+    // is closed, so that it plays, unless its disk hangs; the log is written, and the process ends before any
+    // destructor.
+    VideoRecorder::instance()->finish();
     MyLog::flush();
     std::_Exit(result);
 }

@@ -11,7 +11,10 @@
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
+#include <QStringList>
 #include <QVariant>
+
+#include <limits>
 
 /// The statements of the store, letter for letter; the tabs are part of them.
 namespace storage_sql {
@@ -56,8 +59,8 @@ constexpr char deleteHistory[] = "delete from ai_galleries_history";
  * and never ask Qt for the connection by its name, which only the opening thread may do.
  *
  * Durability: no transactions, each statement commits by itself, so the file is readable after a crash at
- * any moment. Errors: a failed write leaves one warning in the log and is lost; a failed read gives the same
- * shape with an empty list.
+ * any moment. Errors: a failed write leaves one warning in the log and is lost; a failed read leaves one,
+ * too, and gives the same shape with the rows up to there.
  */
 class QSqliteStorage
 {
@@ -84,7 +87,7 @@ public:
             return;
         }
         if (create)
-            createTables();
+            createTables({});
     }
 
     /// Closes the store and deletes its file; until the next open every write fails.
@@ -98,16 +101,29 @@ public:
         removeFile();
     }
 
-    /// The first configuration that was written. False, with both arguments untouched, if there is none.
+    /// Makes the tables that an open store lacks, and touches nothing that is there.
+    void createMissingTables()
+    {
+        QMutexLocker locker(&m_mutex);
+        if (m_database.isOpen())
+            createTables(m_database.tables());
+    }
+
+    /// The first configuration that was written. False, with both arguments untouched, if there is none, or
+    /// none that a service can have written.
     bool getConfig(unsigned int &modelLoadFlag, QString &identify)
     {
         QMutexLocker locker(&m_mutex);
         Statement select(m_database, storage_sql::selectConfig);
-        if (!select.exec() || !select.query.next()) {
+        const bool found = select.next();
+        // A whole number, whatever else the file has in that column.
+        const QVariant flag = found ? select.query.value(0) : QVariant();
+        const qlonglong number = flag.type() == QVariant::LongLong ? flag.toLongLong() : -1;
+        if (number < 0 || number > std::numeric_limits<unsigned int>::max()) {
             qWarning() << "config read failed";
             return false;
         }
-        modelLoadFlag = select.query.value(0).toUInt();
+        modelLoadFlag = static_cast<unsigned int>(number);
         identify = select.query.value(1).toString();
         qInfo().noquote().nospace() << " model: " << modelLoadFlag << " identify: " << identify;
         return true;
@@ -191,9 +207,7 @@ public:
         QMutexLocker locker(&m_mutex);
         QList<QVariant> students;
         Statement select(m_database, storage_sql::selectStudents);
-        if (!select.exec())
-            return students;
-        while (select.query.next()) {
+        while (select.next()) {
             const auto column = [&](int index) { return select.query.value(index); };
             qInfo().noquote().nospace() << "[storage] fetch galleries, stuID: " << column(0).toString();
             students.append(QVariantMap{{"stuID", column(0).toString()},
@@ -242,7 +256,7 @@ private:
     struct Statement
     {
         /// On a closed handle nothing is prepared: Qt would warn in words of its own.
-        Statement(const QSqlDatabase &database, const char *text) : query(database)
+        Statement(const QSqlDatabase &database, const char *text) : query(database), statement(text)
         {
             prepared = database.isOpen() && query.prepare(text);
             if (!prepared)
@@ -259,6 +273,19 @@ private:
             return false;
         }
 
+        /// Runs the statement at the first call. False behind the last row, and, with a warning, where the
+        /// file can't be read any further.
+        bool next()
+        {
+            if (query.isActive() ? query.next() : exec() && query.next())
+                return true;
+            if (error.isEmpty() && query.lastError().isValid())
+                error = query.lastError().text();
+            if (!error.isEmpty())
+                qWarning().noquote().nospace() << "sqlite exec " << statement << " failed,error: " << error;
+            return false;
+        }
+
         void write(const char *failure)
         {
             if (!exec())
@@ -266,7 +293,8 @@ private:
         }
 
         QSqlQuery query;
-        QString error;
+        const char *statement;
+        QString error; ///< of the last step, empty after a good one
         bool prepared = false;
     };
 
@@ -290,11 +318,16 @@ private:
         QFile::remove(storage_sql::databaseFile);
     }
 
-    void createTables()
+    /// Makes the tables but for those that are there; the first failure is the last attempt.
+    void createTables(const QStringList &present)
     {
-        if (createTable(storage_sql::createStudent, "sqlite exec create student failed,error: ") &&
-            createTable(storage_sql::createHistory, "sqlite exec create face history failed,error: "))
-            createTable(storage_sql::createConfig, "sqlite exec create config failed,error: ");
+        const auto provide = [&](const char *table, const char *text, const char *failure) {
+            return present.contains(QLatin1String(table), Qt::CaseInsensitive) || createTable(text, failure);
+        };
+        using namespace storage_sql;
+        if (provide("ai_student", createStudent, "sqlite exec create student failed,error: ") &&
+            provide("ai_galleries_history", createHistory, "sqlite exec create face history failed,error: "))
+            provide("ai_config", createConfig, "sqlite exec create config failed,error: ");
     }
 
     bool createTable(const char *text, const char *failure)
@@ -318,13 +351,11 @@ private:
     {
         QVariantList galleries;
         Statement select(m_database, text);
-        if (select.exec()) {
-            while (select.query.next()) {
-                const QString stuID = select.query.value(0).toString();
-                const QString faceImg = select.query.value(1).toString();
-                qInfo().noquote().nospace() << logged << stuID << " faceImg: " << faceImg;
-                galleries.append(QVariantMap{{"stuID", stuID}, {"faceImg", faceImg}});
-            }
+        while (select.next()) {
+            const QString stuID = select.query.value(0).toString();
+            const QString faceImg = select.query.value(1).toString();
+            qInfo().noquote().nospace() << logged << stuID << " faceImg: " << faceImg;
+            galleries.append(QVariantMap{{"stuID", stuID}, {"faceImg", faceImg}});
         }
         return {{"galleries", galleries}};
     }

@@ -33,7 +33,18 @@ void restore(StudentInfo &student, const QVariantMap &row)
 void AIServiceController::recovery()
 {
     m_recovering = true;
+    try {
+        recoverStudents();
+    } catch (...) {
+        m_recovering = false; // else nothing would be stored any more
+        throw;
+    }
+    m_recovering = false;
+}
 
+void AIServiceController::recoverStudents()
+{
+    m_refusedFaces = 0;
     const QVariantMap histories = QSqliteStorage::instance()->getHistoryGalleries();
     if (!histories.isEmpty()) {
         qInfo().nospace() << "history galleries size: " << histories.size();
@@ -41,25 +52,33 @@ void AIServiceController::recovery()
     }
 
     const QVariantMap galleries = QSqliteStorage::instance()->fetchStudentInfo();
+    const QVariantList students = galleries.value(QStringLiteral("galleries")).toList();
     qInfo().nospace() << "galleries size: " << galleries.size();
-    registerGallery(galleries, QString());
+    if (isCameraConnected())
+        registerGallery(galleries, QString());
+    else
+        qWarning("[registerGallery] controller is invalid");
 
     const QVariantList rows = QSqliteStorage::instance()->getStudentInfo();
     qInfo().nospace() << "stuList size: " << rows.size();
     for (const QVariant &value : rows) {
         const QVariantMap row = value.toMap();
-        StudentInfo student =
-            DataManager::instance()->getStudentInfo(row.value(QStringLiteral("stuID")).toString());
-        if (student.stuID.isEmpty())
-            continue;
-        restore(student, row);
-        DataManager::instance()->updateStudent(student);
-        const cv::Rect &face = student.faceRect;
-        const cv::Rect &body = student.bodyRect;
-        qInfo().noquote().nospace() << "recover stuInfo id: " << student.stuID << " face x: " << face.x
-                                    << " y: " << face.y << " w: " << face.width << " h: " << face.height
-                                    << " body x: " << body.x << " y: " << body.y << " w: " << body.width
-                                    << " h: " << body.height;
+        const QString stuID = row.value(QStringLiteral("stuID")).toString();
+        forStudent(stuID, [&] {
+            StudentInfo student = DataManager::instance()->getStudentInfo(stuID);
+            if (student.stuID.isEmpty())
+                return;
+            restore(student, row);
+            DataManager::instance()->updateStudent(student);
+            const cv::Rect &face = student.faceRect;
+            const cv::Rect &body = student.bodyRect;
+            qInfo().noquote().nospace()
+                << "recover stuInfo id: " << student.stuID << " face x: " << face.x << " y: " << face.y
+                << " w: " << face.width << " h: " << face.height << " body x: " << body.x << " y: " << body.y
+                << " w: " << body.width << " h: " << body.height;
+        });
     }
-    m_recovering = false;
+    qInfo().nospace() << "[recover] students read: " << students.size()
+                      << " brought back: " << DataManager::instance()->count()
+                      << " refused by the recogniser: " << m_refusedFaces;
 }

@@ -3,12 +3,15 @@
 #include "aiconfig.h"
 #include "imageutil.h"
 #include "messageSender.h"
+#include "protocol.h"
 
 #include <new>
 #include <opencv2/imgproc.hpp>
 #include <QDateTime>
+#include <QDeadlineTimer>
 #include <QDebug>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QStorageInfo>
 #include <QVariantMap>
@@ -16,8 +19,8 @@
 namespace {
 
 constexpr int recordInterval = 30; // frames
-constexpr unsigned int newVideoEvent = 1020;
 constexpr char displayTime[] = "yyyy-MM-dd hh::mm::ss";
+constexpr std::chrono::seconds closingTime(5);
 
 #ifdef Q_OS_WIN
 const QString separator = "\\";
@@ -26,6 +29,11 @@ QString videoFolder(const QString &rootPath)
 {
     return rootPath.left(1) + ":\\Mirovane\\Video";
 }
+
+bool isMemory(const QStorageInfo &)
+{
+    return false;
+}
 #else
 const QString separator = "/";
 
@@ -33,13 +41,21 @@ QString videoFolder(const QString &rootPath)
 {
     return QDir(rootPath).filePath("Mirovane/Video");
 }
+
+/// A file system that is gone after a restart, or after its user's logout.
+bool isMemory(const QStorageInfo &volume)
+{
+    static const QList<QByteArray> kinds{"tmpfs", "ramfs", "devtmpfs"};
+    return kinds.contains(volume.fileSystemType());
+}
 #endif
 
 /// A container has volumes whose root is a single file; no folder can be made in those.
 bool canRecordTo(const QStorageInfo &volume)
 {
     const QFileInfo root(volume.rootPath());
-    return volume.isValid() && volume.isReady() && !volume.isReadOnly() && root.isDir() && root.isWritable();
+    return volume.isValid() && volume.isReady() && !volume.isReadOnly() && !isMemory(volume) &&
+           root.isDir() && root.isWritable();
 }
 
 /// The folder on the disk with the most whole megabytes free, empty if there is none.
@@ -55,6 +71,26 @@ QString pickVideoFolder()
         }
     }
     return rootPath.isEmpty() ? QString() : videoFolder(rootPath);
+}
+
+/// The client's text as a part of a file's name: nothing in it may lead into another folder.
+QString asFileName(QString text)
+{
+    for (QChar &character : text) {
+        if (character == '/' || character == '\\' || character.category() == QChar::Other_Control)
+            character = '_';
+    }
+    return text;
+}
+
+/// Why a file could not be opened at the path, found out with another one beside it.
+QString openingError(const QString &path)
+{
+    QFile probe(path + ".probe");
+    const bool writable = probe.open(QIODevice::WriteOnly) && probe.putChar('\0') && probe.flush();
+    const QString error = probe.errorString();
+    probe.remove();
+    return writable ? QStringLiteral("FFmpeg refuses it, or has no encoder for H.264") : error;
 }
 
 bool checkFolder(const QString &path)
@@ -99,7 +135,7 @@ VideoRecorder::~VideoRecorder()
 
 void VideoRecorder::start(RecordParam &param)
 {
-    QMutexLocker locker(&m_lock);
+    // A disk that hangs holds up this caller, and nobody who waits for the lock.
     if (param.recordPath.empty()) {
         const QString folder = pickVideoFolder();
         if (folder.isEmpty()) {
@@ -112,15 +148,49 @@ void VideoRecorder::start(RecordParam &param)
         qWarning() << "record path check failed";
         return;
     }
+    QMutexLocker locker(&m_lock);
     m_record = param;
     m_running.store(true, std::memory_order_relaxed);
 }
 
 void VideoRecorder::stop()
 {
+    close(false);
+}
+
+void VideoRecorder::finish()
+{
+    close(true);
+}
+
+void VideoRecorder::close(bool evenLeft)
+{
+    const QDeadlineTimer deadline(closingTime);
     QMutexLocker locker(&m_lock);
     m_running.store(false, std::memory_order_relaxed);
-    closeWriter();
+    const QString file = m_openFile;
+    if (file.isEmpty() || (file == m_leftFile && !evenLeft))
+        return;
+    QMetaObject::invokeMethod(
+        this,
+        [this, file] {
+            if (m_openFile == file)
+                closeWriter();
+        },
+        Qt::QueuedConnection);
+    while (m_openFile == file) {
+        if (m_fileClosed.wait(&m_lock, deadline))
+            continue;
+        m_leftFile = file;
+        qWarning().noquote().nospace()
+            << "[VideoRecorder] file not complete after " << closingTime.count() << " s: " << file;
+        return;
+    }
+}
+
+void VideoRecorder::offerFrame(const QImage &image)
+{
+    m_backlog.offer(this, &VideoRecorder::onRecvFrame, image);
 }
 
 void VideoRecorder::onRecvFrame(const QImage &image)
@@ -129,11 +199,6 @@ void VideoRecorder::onRecvFrame(const QImage &image)
         return;
     if (m_frameCounter.fetch_add(1, std::memory_order_relaxed) % recordInterval != 0)
         return;
-
-    QMutexLocker locker(&m_lock);
-    // A stop that came meanwhile has closed the last file; no other may be opened behind it.
-    if (!isRunning())
-        return;
     guarded([&] { recordFrame(image); });
 }
 
@@ -141,8 +206,11 @@ void VideoRecorder::recordFrame(const QImage &image)
 {
     const QString time = QDateTime::currentDateTime().toString(displayTime);
     cv::Mat picture = ai_image::convertQImage2Mat(image);
+    m_lock.lock();
+    const RecordParam record = m_record;
+    m_lock.unlock();
     if (!m_writer)
-        createWriter();
+        createWriter(record);
     if (!m_writer)
         return;
 
@@ -154,32 +222,39 @@ void VideoRecorder::recordFrame(const QImage &image)
         });
     }
     const auto age = std::chrono::steady_clock::now() - m_fileStart;
-    if (std::chrono::duration_cast<std::chrono::seconds>(age).count() > m_record.duration)
+    if (std::chrono::duration_cast<std::chrono::seconds>(age).count() > record.duration)
         closeWriter();
 }
 
-void VideoRecorder::createWriter()
+void VideoRecorder::createWriter(const RecordParam &record)
 {
     const QDateTime now = QDateTime::currentDateTime();
-    const QString fileName = AIConfig::instance().identify() + "_" + now.toString("yyyyMMddhhmmss") + ".mp4";
-    const QString path = QString::fromStdString(m_record.recordPath) + separator + fileName;
+    const QString fileName =
+        asFileName(AIConfig::instance().identify()) + "_" + now.toString("yyyyMMddhhmmss") + ".mp4";
+    const QString path = QString::fromStdString(record.recordPath) + separator + fileName;
+    if (!occupy(path))
+        return;
 
     // Only FFmpeg knows the codec; another back end would take a path that FFmpeg refused for something else.
     guarded([&] {
         m_writer.reset(new (std::nothrow) cv::VideoWriter(
             path.toStdString(), cv::CAP_FFMPEG, cv::VideoWriter::fourcc('x', '2', '6', '4'),
-            static_cast<double>(m_record.fps), cv::Size(m_record.width, m_record.height), true));
+            static_cast<double>(record.fps), cv::Size(record.width, record.height), true));
     });
     if (!m_writer) {
         qWarning() << "[VideoRecorder] create writer failed";
+        letGo();
         return;
     }
+    if (!m_writer->isOpened())
+        qWarning().noquote().nospace()
+            << "[VideoRecorder] file can't be opened: " << path << ": " << openingError(path);
     m_fileStart = std::chrono::steady_clock::now();
 
     qInfo().noquote().nospace() << "[VideoRecorder] record filepath: " << path;
     const QVariantMap video{
         {"videoName", fileName}, {"startRecordDate", now.toString(displayTime)}, {"videoLocalPath", path}};
-    MessageSender::instance()->sendMessage(newVideoEvent, video, QString());
+    MessageSender::instance()->sendMessage(code(ai::Event::Recording), video, QString());
 }
 
 void VideoRecorder::closeWriter()
@@ -188,4 +263,23 @@ void VideoRecorder::closeWriter()
         return;
     guarded([&] { m_writer->release(); });
     m_writer.reset();
+    letGo();
+}
+
+bool VideoRecorder::occupy(const QString &path)
+{
+    QMutexLocker locker(&m_lock);
+    // A stop that came meanwhile has found no file to wait for; none may be opened behind it.
+    if (!isRunning())
+        return false;
+    m_openFile = path;
+    return true;
+}
+
+void VideoRecorder::letGo()
+{
+    QMutexLocker locker(&m_lock);
+    m_openFile.clear();
+    m_leftFile.clear();
+    m_fileClosed.wakeAll();
 }

@@ -90,17 +90,4 @@ TEST_F(ControllerTest, ARecordingOutlivesItsClientButNotTheService)
     EXPECT_EQ(controller->stopVideoRecord("1"), error(-15, "video record not start"));
 }
 
-TEST(WithoutCamera, CommandsThatNeedFramesAreRefused)
-{
-    AIServiceController controller(nullptr); // before init, as after a failed connection
-    const QVariantMap refused = error(-9);
-    EXPECT_EQ(controller.fetchGalleryNew({}, ""), refused);
-    EXPECT_EQ(controller.registerGallery({}, ""), refused);
-    EXPECT_EQ(controller.detectHandup({}, "", 1), refused);
-    EXPECT_EQ(controller.detectConcerntration({}, "", 1), refused);
-    EXPECT_EQ(controller.startAttributeDetection({}, ""), refused);
-    EXPECT_EQ(controller.tracking({{"stuID", "a"}}, "", 1), refused);
-    EXPECT_EQ(controller.startFunctionGame({}, "", 1), refused);
-}
-
 } // namespace

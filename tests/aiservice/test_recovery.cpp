@@ -1,4 +1,5 @@
 #include "fixture.h"
+#include "logcapture.h"
 
 namespace {
 
@@ -71,6 +72,82 @@ TEST_F(RecoveryTest, DamageCostsOnlyWhatItHits)
     store->remove(); // the next one finds no tables
     crashAndRecover(*controller);
     EXPECT_TRUE(known().isEmpty());
+}
+
+/// Memory that runs out once.
+class FailingAllocator : public cv::MatAllocator
+{
+public:
+    cv::UMatData *allocate(int dims, const int *sizes, int type, void *data, size_t *step,
+                           cv::AccessFlag flags, cv::UMatUsageFlags usage) const override
+    {
+        if (fails.exchange(false))
+            throw std::bad_alloc();
+        return standard->allocate(dims, sizes, type, data, step, flags, usage);
+    }
+    bool allocate(cv::UMatData *data, cv::AccessFlag flags, cv::UMatUsageFlags usage) const override
+    {
+        return standard->allocate(data, flags, usage);
+    }
+    void deallocate(cv::UMatData *data) const override { standard->deallocate(data); }
+
+    mutable std::atomic<bool> fails{false};
+    cv::MatAllocator *const standard = cv::Mat::getStdAllocator();
+};
+
+/// Refuses one face, and takes the memory away behind another one.
+struct HardFaces : scripted::FaceID
+{
+    int registerFace(const cv::Mat &face, int id) override
+    {
+        return brightness(face) > 180 ? -5 : scripted::FaceID::registerFace(face, id);
+    }
+    int extractFeature(const cv::Mat &face, cv::Mat *feature, bool) override
+    {
+        *feature = featureOf(face);
+        allocator.fails = std::abs(brightness(face) - 150) < 3;
+        return 0;
+    }
+
+    FailingAllocator allocator;
+};
+
+TEST_F(RecoveryTest, AnExceptionCostsOneStudentAndTheEndIsCounted)
+{
+    const auto hard = std::make_shared<HardFaces>();
+    for (const char *list : {"a 50", "lost 150", "refused 200", "b 90"}) {
+        const QStringList words = QString(list).split(' ');
+        store->addFaceMat(words[0], faceText(words[1].toInt()), {});
+        store->setHistoryGalleries("guest " + words[0], faceText(words[1].toInt()));
+    }
+    store->addFaceMat("broken", "no picture", {});
+    recognisers.ids = hard;
+    recognisers.install();
+    cv::Mat::setDefaultAllocator(&hard->allocator);
+    LogCapture log;
+    crashAndRecover(*controller);
+    const QStringList lines = log.takeLines();
+    cv::Mat::setDefaultAllocator(hard->allocator.standard);
+
+    EXPECT_EQ(known(), QStringList({"a", "b"}));
+    EXPECT_EQ(externals(), QStringList({"guest a", "guest b", "guest refused"}));
+    EXPECT_EQ(lines.filter("critical: [recover] student lost is lost: ").size(), 1);
+    EXPECT_EQ(lines.filter("critical: [recover] student guest lost is lost: ").size(), 1);
+    EXPECT_EQ(lines.last(), "info: [recover] students read: 5 brought back: 2 refused by the recogniser: 1");
+    enrol({gallery("c", 110)});
+    EXPECT_EQ(stored().last(), "c");
+}
+
+/// An event's receiver that throws.
+TEST_F(RecoveryTest, AnyOtherExceptionEndsTheRecoveryAlone)
+{
+    enrol({gallery("a", 50)});
+    const auto thrower = QObject::connect(&catcher, &IService::serviceMessgeSignal,
+                                          [] { throw std::runtime_error("no event"); });
+    EXPECT_THROW(crashAndRecover(*controller), std::runtime_error);
+    QObject::disconnect(thrower);
+    enrol({gallery("b", 90)});
+    EXPECT_EQ(stored(), QStringList({"a", "b"})); // what comes later is stored again
 }
 
 } // namespace

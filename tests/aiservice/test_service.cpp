@@ -1,5 +1,6 @@
 #include "aiservice.h"
 #include "fixture.h"
+#include "logcapture.h"
 
 namespace {
 
@@ -42,6 +43,31 @@ TEST(ServiceObject, StatesDecideWhatPasses)
     closeAll({&service});
 }
 
+/// A service in state 2 that looks for a camera in vain refuses just the commands that need one.
+TEST(ServiceObject, EachCommandIsRefusedWithoutWhatItNeeds)
+{
+    QDir::setCurrent(QDir::tempPath());
+    ModelManagerTestAccess::Recognisers recognisers;
+    AIService &service = makeService();
+    service.open("r");
+    ASSERT_EQ(service.execute(1001, {}, "r")["rsp_error"], QVariant(0));
+    LogCapture log;
+    ASSERT_TRUE(eventually([&] { return service.execute(1038, {}, "r") == error(-9); }));
+    EXPECT_TRUE(log.takeLines().contains("warning: [startAttributeDetection] controller is invalid"));
+    const QVariantMap folder{{"recordPath", QDir::tempPath()}};
+    QList<unsigned int> refused;
+    for (unsigned int code = 1000; code < 1050; ++code) {
+        if (service.execute(code, folder, "r") == error(-9))
+            refused.append(code);
+    }
+    QStringList lines = log.takeLines();
+    EXPECT_EQ(lines.filter("controller is invalid").size(), refused.size());
+    EXPECT_EQ(lines.count("warning: controller is invalid"), 2); // the game's line has no name
+    EXPECT_EQ(refused,
+              (QList<unsigned int>{1021, 1022, 1030, 1031, 1032, 1033, 1034, 1035, 1036, 1037, 1038}));
+    closeAll({&service});
+}
+
 TEST(ServiceObject, TheFirstInitialisationIsWhatARecoveryLoads)
 {
     QDir::setCurrent(QDir::tempPath());
@@ -74,10 +100,24 @@ TEST(ServiceObject, TheFirstInitialisationIsWhatARecoveryLoads)
     AIService &last = makeService();
     EXPECT_FALSE(last.recover());
     EXPECT_EQ(state(last), 1);
+    QSqliteStorage::instance()->addFaceMat("a", "img", {}); // there was no file, and now it has its tables
+    EXPECT_EQ(QSqliteStorage::instance()->getStudentInfo().size(), 1);
     EXPECT_EQ(config.modelLoadFlag, 0x1241049U); // all that the commands need
     config.setModelLoadFlag(0);
     EXPECT_EQ(last.execute(1001, {}, "r")["rsp_error"], QVariant(0));
-    closeAll({&service, &next, &last});
+
+    AIService &thrown = makeService();
+    ModelManagerTestAccess::Recognisers again;
+    {
+        ImageWritter camera("Camera", 1, 64, nullptr); // without one no student is registered and told
+        const auto thrower =
+            QObject::connect(&EventCatcher::fresh(), &IService::serviceMessgeSignal, [] { throw 7; });
+        LogCapture log;
+        EXPECT_FALSE(thrown.recover());
+        EXPECT_EQ(log.takeLines().filter("critical: [recover] failed: unknown exception").size(), 1);
+        QObject::disconnect(thrower);
+    }
+    closeAll({&service, &next, &last, &thrown});
 }
 
 } // namespace

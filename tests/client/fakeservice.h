@@ -1,5 +1,6 @@
 #pragma once
 
+#include "protocol.h"
 #include "wire.h"
 
 #include <QLocalServer>
@@ -78,7 +79,7 @@ public:
     }
     static QVariantMap event(uint code, const QVariantMap &info, const QString &requestID = "0")
     {
-        return {{"type", 2},
+        return {{"type", ai::code(ai::MessageType::Event)},
                 {"msg", code},
                 {"event_info", info},
                 {"event_type", requestID == "0" ? "service" : "execute"},
@@ -110,12 +111,16 @@ private:
             stream >> length >> payload;
             if (!stream.commitTransaction())
                 return;
+            if (length != payload.size() + 4) { // the real one may take such a frame in parts
+                socket.abort();
+                return;
+            }
             const auto request = wire::decodePayload(payload).toMap();
             m_requests.append(request);
             for (const auto &value : m_answer(request)) {
                 auto message = value.toMap();
                 if (!message.contains("type")) {
-                    message["type"] = 1;
+                    message["type"] = ai::code(ai::MessageType::Reply);
                     message.insert("rsp_id", message.value("rsp_id", request["req_id2"]));
                 }
                 socket.write(wire::encodeFrame(message));

@@ -116,6 +116,35 @@ TEST_F(AiClientTest, ALostConnectionEndsTheRequestsOnWayAndANewOneCanBeMade)
     EXPECT_EQ(ends.size(), 2);
 }
 
+/// Of the service's answers to a request that it could not read, nobody can tell which that was.
+TEST_F(AiClientTest, AnAnswerToNobodyEndsTheConnection)
+{
+    auto nobodys = FakeService::reply(-10);
+    nobodys["rsp_id"] = QVariant();
+    service.setAnswer([&](const QVariantMap &) { return QVariantList{nobodys}; });
+    const auto reply = client.call(AiClient::Info, 1001);
+    EXPECT_EQ(reply.outcome, AiReply::Disconnected);
+    EXPECT_THAT(reply.errorText().toStdString(), HasSubstr("damaged"));
+    EXPECT_EQ(ends.size(), 1);
+}
+
+TEST_F(AiClientTest, ARequestOfACallbackThatConnectsAnewTimesOutToo)
+{
+    service.setAnswer([](const QVariantMap &) { return QVariantList(); });
+    QList<AiReply::Outcome> outcomes;
+    client.request(AiClient::Open, 0, {}, {}, [&](const AiReply &first) {
+        outcomes.append(first.outcome);
+        EXPECT_TRUE(client.connectToService());
+        client.request(
+            AiClient::Info, 1001, {}, {}, [&](const AiReply &second) { outcomes.append(second.outcome); },
+            30);
+    });
+    service.dropClients();
+    EXPECT_TRUE(eventually([&] { return outcomes.size() == 2; }));
+    EXPECT_EQ(outcomes.value(0), AiReply::Disconnected);
+    EXPECT_EQ(outcomes.value(1), AiReply::TimedOut);
+}
+
 TEST_F(AiClientTest, GarbageEndsTheConnectionWithAReason)
 {
     for (const auto *garbage : {"ffffffffffffffff", "0000000900000008", "0000000000000000", // lengths

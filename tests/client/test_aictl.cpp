@@ -57,12 +57,73 @@ TEST(Aictl, ExitCodeTellsOfRefusalsAndWrongUsage)
     FakeService service;
     service.setAnswer([](const QVariantMap &) { return QVariantList{FakeService::reply(-15)}; });
     EXPECT_EQ(exitCodeOf({"session", "-e"}, "delete a\nstatus\n"), 1);
-    for (const auto *wrong : {"nonsense", "", "--socket", "rename a", "status a", "status --nonsense",
-                              "call x", "call 1001 {", "init --models x", "handup halt", "watch --filter x"})
+    for (const auto *wrong : {"nonsense",         "",
+                              "--socket",         "rename a",
+                              "status a",         "status --nonsense",
+                              "call x",           "call 1001 {",
+                              "init --models x",  "handup halt",
+                              "watch --filter x", "watch --for abc",
+                              "watch --for -3",   "watch --count 0",
+                              "watch --count x",  "handup start --for abc",
+                              "track a --for 0",  "sleep nan",
+                              "wait 1013 1 -1",   "--timeout 1e30 status"})
         EXPECT_EQ(exitCodeOf(QString(wrong).split(' ', Qt::SkipEmptyParts)), 2) << wrong;
     EXPECT_EQ(service.requests().size(), 1);
     EXPECT_EQ(exitCodeOf({"track", "--help"}), 0);
     EXPECT_EQ(exitCodeOf({"--socket", "nobody", "status"}), 1);
+}
+
+TEST(Aictl, AnswersThatCannotBeWrittenAreAFailure)
+{
+    FakeService service;
+    Program status("sh", {"-c", aictl + " status >/dev/full"});
+    EXPECT_EQ(status.exitCode(), 1);
+    EXPECT_THAT(status.errors(), HasSubstr("cannot write"));
+    EXPECT_EQ(Program("sh", {"-c", aictl + " --help >/dev/full"}).exitCode(), 1);
+}
+
+/// Also while no event comes that would be written.
+TEST(Aictl, AnAnalysisEndsWithTheReaderOfItsEvents)
+{
+    FakeService service;
+    Program piped("bash", {"-c", aictl + " handup start | head -1; exit ${PIPESTATUS[0]}"});
+    EXPECT_EQ(piped.exitCode(), 1);
+    EXPECT_EQ(piped.errors(), "");
+    ASSERT_EQ(service.requests().size(), 2);
+    EXPECT_EQ(dataOf(service.requests()[1])["command_code"], 1031);
+}
+
+TEST(Aictl, ErrorsAreTellingAndNamesKeepToTheirLine)
+{
+    FakeService service;
+    service.setAnswer([](const QVariantMap &request) {
+        const int error = dataOf(request)["command_code"] == 1025 ? -1003 : -15;
+        return QVariantList{FakeService::reply(error, error == -15 ? "aiservice not open" : "")};
+    });
+    Program state(aictl, {"reset"});
+    EXPECT_EQ(state.exitCode(), 1);
+    EXPECT_THAT(state.errors(),
+                HasSubstr("error -15: aiservice not open (wrong state; run \"aictl open\" first)"));
+    Program nobody(aictl, {"delete", "x"});
+    EXPECT_EQ(nobody.exitCode(), 1);
+    EXPECT_THAT(nobody.errors(), HasSubstr("error -1003 (no such student"));
+
+    Program watch(aictl, {"watch", "--pretty", "--count", "1"});
+    ASSERT_TRUE(eventually([&] { return service.clientCount() == 1; }));
+    const QVariantList students{QVariantMap{{"stuID", "a\x1b[2J\nb\u202e"}}};
+    service.send(FakeService::event(1018, {{"successList", students}}));
+    ASSERT_EQ(watch.exitCode(), 0) << watch.errors();
+    EXPECT_THAT(watch.lines().value(0).toStdString(), HasSubstr("registered: a\\u001b[2J\\u000ab\\u202e"));
+}
+
+TEST(Aictl, QuitTellsWhatItWaitsFor)
+{
+    FakeService service;
+    service.setAnswer([](const QVariantMap &) { return QVariantList(); });
+    Program quit(aictl, {"quit"});
+    EXPECT_TRUE(eventually([&] { return quit.errors().find("waits for a camera") != std::string::npos; }));
+    service.dropClients();
+    EXPECT_EQ(quit.exitCode(), 0);
 }
 
 TEST(Aictl, ASessionWaitsForEventsAndEndsInOrder)

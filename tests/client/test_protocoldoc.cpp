@@ -24,7 +24,9 @@ TEST(ProtocolPage, ItsHexFramesAreTheMapsBesideThem)
         EXPECT_EQ(json::fromVariant(value).toObject(),
                   QJsonDocument::fromJson(match.captured(2).toUtf8()).object())
             << qPrintable(match.captured(1));
-        EXPECT_EQ(wire::encodeFrame(value).toHex().toStdString(), frame.toHex().toStdString());
+        const auto isReply = value.toMap().contains("type");
+        const auto written = isReply ? wire::encodeFrame(value) : wire::encodeRequest(value);
+        EXPECT_EQ(written.toHex().toStdString(), frame.toHex().toStdString());
     }
     EXPECT_EQ(frames, 3);
 }

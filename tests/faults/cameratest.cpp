@@ -26,6 +26,12 @@ public:
     FaultyCamera(const FaultyCamera &) = delete;
     FaultyCamera &operator=(const FaultyCamera &) = delete;
 
+    /// Lets it tidy up.
+    void end()
+    {
+        m_process.terminate();
+        m_process.waitForFinished(10000);
+    }
     bool isWriting() { return m_process.waitForReadyRead(10000) && m_process.readLine() == "writing\n"; }
 
 private:
@@ -71,17 +77,47 @@ TEST_F(CameraFaults, AnotherLayoutThatFitsIsTakenOver)
     EXPECT_TRUE(framesArrive());
 }
 
-/// It costs frames at most, and those only until it dies: the system gives back what it has locked.
-TEST_F(CameraFaults, OneThatStopsInTheMiddleOfAFrameHoldsUpNoCommand)
+/// The service waits for its lock then: nobody else has it after one camera that has ended as it should.
+TEST_F(CameraFaults, OneThatStopsInsideACopyHoldsUpNoCommand)
 {
-    startClass();
     {
-        FaultyCamera stopped(service.home(), {"hold"});
-        ASSERT_TRUE(stopped.isWriting());
-        EXPECT_TRUE(service.alive());
-        EXPECT_EQ(enrol({"Ada"}), QStringList{"Ada"});
+        FaultyCamera first(service.home(), {"3", "1920", "1080", "5"});
+        ASSERT_TRUE(first.isWriting());
+        startService();
+        openClass();
+        EXPECT_TRUE(framesArrive());
+        first.end();
     }
+    {
+        FaultyCamera stopped(service.home(), {"stop"});
+        ASSERT_TRUE(stopped.isWriting());
+        ASSERT_EQ(enrol({"Ada"}), QStringList{"Ada"});
+        for (int round = 0; round < 2; ++round) { // the second one has attached beside the stopped camera
+            for (int command = 1020; command <= 1040; ++command)
+                EXPECT_NE(code(command, {{"stuID", "Ada"}}), unanswered) << command;
+            connectClient(); // the one that leaves resets the analyses
+            EXPECT_TRUE(service.alive());
+            EXPECT_EQ(client->close()["rsp_error"], QVariant(0));
+            EXPECT_EQ(client->close()["rsp_error"], QVariant(-15));
+            openClass();
+        }
+    }
+    ASSERT_TRUE(camera.start(10));
     EXPECT_TRUE(framesArrive());
+}
+
+TEST_F(CameraFaults, OneThatStopsInsideACopyHoldsUpNoEnd)
+{
+    FaultyCamera first(service.home(), {"3", "1920", "1080", "5"});
+    ASSERT_TRUE(first.isWriting());
+    startService();
+    openClass();
+    first.end();
+    FaultyCamera stopped(service.home(), {"stop"});
+    ASSERT_TRUE(stopped.isWriting());
+    client->send(makeRequest(Kind::close, 0, {}, "self-kill"));
+    EXPECT_TRUE(service.waitForExit());
+    EXPECT_EQ(service.exitCode(), 0);
 }
 
 TEST_F(CameraFaults, GarbageReachesNoRecogniserThatItCouldHarm)

@@ -109,7 +109,30 @@ TEST_F(DiskFaults, AReadOnlyDiskCostsStoreAndRecording)
     EXPECT_EQ(code(1039, {{"recordPath", service.filePath("disk/video")}}), 0);
     EXPECT_FALSE(client->event(1020).isEmpty());
     EXPECT_EQ(code(1040), 0);
+    EXPECT_TRUE(service.standardOutput().contains(".mp4: Read-only file system"));
     EXPECT_EQ(studentsOf(*client), QStringList{"Ada"});
+}
+
+using FrozenDisk = FaultTest;
+
+TEST_F(FrozenDisk, ARecordingHoldsUpNobodyForLong)
+{
+    if (FaultyService::isSanitized)
+        GTEST_SKIP() << "writes can't be intercepted in a sanitizer build";
+    startClass(100);
+    ASSERT_EQ(code(1039, {{"recordPath", service.filePath("video")}}), 0);
+    ASSERT_FALSE(client->event(1020).isEmpty());
+    service.faults.frozen = true;
+    EXPECT_EQ(client->close()["rsp_error"], QVariant(0));
+    EXPECT_TRUE(service.waitForOutput("[VideoRecorder] file not complete after 5 s: "));
+    // The next class isn't held up, and neither is the end.
+    EXPECT_EQ(client->open()["rsp_error"], QVariant(0));
+    EXPECT_EQ(code(1001), 0);
+    EXPECT_EQ(code(1039, {{"recordPath", service.filePath("video")}}), 0);
+    EXPECT_EQ(code(1040), 0);
+    client->send(makeRequest(Kind::close, 0, {}, "self-kill"));
+    EXPECT_TRUE(service.waitForExit());
+    EXPECT_EQ(service.exitCode(), 0);
 }
 
 /// Nothing else could be told to anybody: it ends, at once and saying why.

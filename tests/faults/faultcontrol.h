@@ -52,6 +52,7 @@ struct FaultControl
     std::atomic<int> failUntil{0};     ///< the last of them that fails
     std::atomic<int> failed{0};        ///< how many did fail
     std::atomic<int> error{0};         ///< the errno that they fail with
+    std::atomic<bool> frozen{false};   ///< writes to a video don't return as long as this holds
     std::atomic<long> clockSeconds{0}; ///< by which the wall clock is off
 
     /// Maps the file, which is made when it isn't there. Null when that fails. Stays for the process's life.

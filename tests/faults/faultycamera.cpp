@@ -7,6 +7,7 @@
 #include <QTimer>
 #include <QUuid>
 
+#include <csignal>
 #include <cstdio>
 #include <limits>
 
@@ -66,30 +67,40 @@ void writeGarbage(QSharedMemory &memory)
         memory.unlock();
 }
 
-} // namespace
-
-/// Takes the segment's lock, as a writer does for each frame, and keeps it until it is killed.
-int hold()
+/// Takes the segment's lock, as a writer does for each frame, and stops with half a frame copied.
+int stopInsideACopy()
 {
     QSharedMemory memory("Camera");
     if (!memory.attach() || !memory.lock())
         return EXIT_FAILURE;
+    std::memset(static_cast<char *>(memory.data()) + sizeof(ShmHeader), 'x', frameBytes / 2);
     std::puts("writing");
     std::fflush(stdout);
-    return QCoreApplication::exec();
+    return std::raise(SIGSTOP);
 }
+
+volatile std::sig_atomic_t isEnded = 0;
+
+void end(int)
+{
+    isEnded = 1;
+}
+
+} // namespace
 
 /// A camera program that doesn't do as it should: `faultycamera BLOCKS WIDTH HEIGHT FORMAT` writes such
 /// frames into a ring of so many blocks, `faultycamera garbage` writes anything at all into a ring of the
-/// right size. Every 10 milliseconds until it is killed. Says "writing" when the segment is there.
+/// right size, every 10 milliseconds until it is ended; SIGTERM lets it tidy up. `faultycamera stop` stops
+/// inside a copy. Says "writing" when the segment is there.
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
     const QStringList arguments = application.arguments();
     if (arguments.size() != 2 && arguments.size() != 5)
         return EXIT_FAILURE;
-    if (arguments[1] == "hold")
-        return hold();
+    if (arguments[1] == "stop")
+        return stopInsideACopy();
+    std::signal(SIGTERM, end);
     const auto number = [&](int index) { return arguments[index].toInt(); };
     const bool garbage = arguments.size() == 2;
     const int bytes = garbage ? frameBytes : number(2) * number(3) * (number(4) == RGBA ? 4 : 3);
@@ -113,7 +124,9 @@ int main(int argc, char **argv)
     }
     QTimer timer;
     QObject::connect(&timer, &QTimer::timeout, [&] {
-        if (garbage)
+        if (isEnded)
+            QCoreApplication::quit();
+        else if (garbage)
             writeGarbage(memory);
         else
             writer.writeImageBlock(frame);

@@ -87,6 +87,11 @@ protected:
     {
         ASSERT_TRUE(camera.start(interval));
         startService();
+        openClass();
+    }
+    /// Opens the service, which sees a camera, and loads all models.
+    void openClass()
+    {
         ASSERT_EQ(client->open()["rsp_error"], QVariant(0));
         QVariantMap models = allModels();
         models["enableEmotion"] = true;
@@ -98,7 +103,7 @@ protected:
     int code(int command, const QVariantMap &data = {}, const QString &requestID = {})
     {
         const QVariantMap answer = client->execute(command, data, requestID);
-        return answer.isEmpty() ? 1 : answer["rsp_error"].toInt();
+        return answer.isEmpty() ? unanswered : answer["rsp_error"].toInt();
     }
 
     /// The students that were taken, in the order of the request.
@@ -134,6 +139,7 @@ protected:
         return students;
     }
 
+    static constexpr int unanswered = 1;
     FaultyService service;
     FrameSource camera{service.home()};
     std::unique_ptr<TestClient> client;

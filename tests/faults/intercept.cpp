@@ -1,5 +1,5 @@
-// Preloaded into the process under test: fails the writes of the store, and puts the wall clock off, as the
-// mapped FaultControl says. Only files whose path contains "ai.data" are watched.
+// Preloaded into the process under test: fails the writes of the store, holds up those of videos, and puts
+// the wall clock off, as the mapped FaultControl says. Only files whose path contains "ai.data" fail.
 #include "faultcontrol.h"
 
 #include <cerrno>
@@ -29,11 +29,22 @@ bool isWatched(const char *path)
     return path && std::strstr(path, "ai.data");
 }
 
-bool isWatched(int file)
+std::string pathOf(int file)
 {
     char path[4096] = {};
     const std::string link = "/proc/self/fd/" + std::to_string(file);
-    return readlink(link.c_str(), path, sizeof path - 1) > 0 && isWatched(path);
+    return readlink(link.c_str(), path, sizeof path - 1) > 0 ? path : "";
+}
+
+bool isWatched(int file)
+{
+    return isWatched(pathOf(file).c_str());
+}
+
+void waitWhileFrozen(int file)
+{
+    while (control() && control()->frozen && pathOf(file).find(".mp4") != std::string::npos)
+        usleep(10000);
 }
 
 /// Counts a change of a watched file and tells whether it is to fail, with errno set.
@@ -64,6 +75,7 @@ extern "C" {
 ssize_t write(int file, const void *bytes, size_t count)
 {
     static auto *const next = original<decltype(write)>("write");
+    waitWhileFrozen(file);
     return failsOn(file) ? -1 : next(file, bytes, count);
 }
 

@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QSemaphore>
 #include <QThreadPool>
+#include <QUrl>
 
 #include <sys/resource.h>
 
@@ -34,24 +35,24 @@ public:
     QVariantMap close(const QString &) override { return {}; }
     QVariantMap info(unsigned int code, const QVariant &, const QString &requestID) override
     {
-        return makeResponse(0, QVariant(code), requestID);
+        return makeResponse(ai::Error::None, QVariant(code), requestID);
     }
 
     QVariantMap execute(unsigned int code, const QVariant &data, const QString &requestID) override
     {
         switch (code) {
         case echo:
-            return makeResponse(0, data, requestID);
+            return makeResponse(ai::Error::None, data, requestID);
         case fail:
             throw 5;
         case hold:
             waiting.release();
             gate.tryAcquire(1, 20000);
-            return makeResponse(0, "waited");
+            return makeResponse(ai::Error::None, "waited");
         case sendEvents:
             sendServiceMessage(1011, data, requestID);
             sendServiceMessage(1022, data);
-            return makeResponse(0, "");
+            return makeResponse(ai::Error::None, "");
         default:
             return {{"rsp_error", -10}};
         }
@@ -110,6 +111,18 @@ TEST_F(ServiceServerTest, AnswersWhatAClientMaySend)
     // Without a code the service is asked for code 0.
     EXPECT_EQ(client.request({{"req_code", 3}})["rsp_error"], -10);
     EXPECT_EQ(client.request({{"req_code", 4}, {"req_data", 5}})["rsp_data"], 0u);
+}
+
+TEST_F(ServiceServerTest, WhatDoesNotParseIsAnsweredAndLoggedOnce)
+{
+    TestClient client;
+    client.send({{"req_code", 3}, {"req_id2", QUrl("a:b")}});
+    EXPECT_EQ(
+        client.receive(),
+        (QVariantMap{{"rsp_error", -10}, {"rsp_data", QVariant()}, {"rsp_id", QVariant()}, {"type", 1}}));
+    EXPECT_EQ(log.takeLines().filter("request does not parse: type 17 (QUrl) is not taken").size(), 1);
+    client.request({{"req_code", 3}});
+    EXPECT_EQ(log.takeLines().filter("does not parse").size(), 0);
 }
 
 TEST_F(ServiceServerTest, FramesMayArriveTogetherOrInPieces)

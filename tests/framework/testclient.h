@@ -1,5 +1,6 @@
 #pragma once
 
+#include "protocol.h"
 #include "wire.h"
 
 #include <QDeadlineTimer>
@@ -7,13 +8,15 @@
 #include <QLocalSocket>
 #include <QtEndian>
 
+#include <functional>
+
 /// The request kinds, the values of "req_code".
 enum class Kind
 {
-    open = 1,
-    close = 2,
-    execute = 3,
-    info = 4
+    open = ai::code(ai::Kind::Open),
+    close = ai::code(ai::Kind::Close),
+    execute = ai::code(ai::Kind::Execute),
+    info = ai::code(ai::Kind::Info)
 };
 
 /// A request map as clients send it.
@@ -74,7 +77,10 @@ public:
         }
         const QByteArray payload = received.mid(lengthFields, end - lengthFields);
         received.remove(0, end);
-        return wire::decodePayload(payload).toMap();
+        const QVariantMap message = wire::decodePayload(payload).toMap();
+        if (inspect && message.contains("msg"))
+            inspect({}, message);
+        return message;
     }
 
     /// Sends with an "req_id2" of its own and returns the response to it. Events that come meanwhile, and
@@ -83,7 +89,10 @@ public:
     {
         const QString mark = QString("request %1").arg(++lastRequest);
         message["req_id2"] = mark;
-        return send(message) ? next("rsp_id", mark, milliseconds) : QVariantMap();
+        const QVariantMap reply = send(message) ? next("rsp_id", mark, milliseconds) : QVariantMap();
+        if (inspect && !reply.isEmpty())
+            inspect(message, reply);
+        return reply;
     }
     QVariantMap open() { return request(makeRequest(Kind::open)); }
     QVariantMap close() { return request(makeRequest(Kind::close)); }
@@ -108,6 +117,8 @@ public:
 
     QLocalSocket socket;
     QList<QVariantMap> others;
+    /// Sees every event that is received, with an empty request, and every reply with its request.
+    std::function<void(const QVariantMap &request, const QVariantMap &message)> inspect;
 
 private:
     /// The next message with this value; what comes before it is kept for later.

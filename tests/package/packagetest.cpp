@@ -1,10 +1,13 @@
+#include "faultcontrol.h"
 #include "serviceprocess.h"
 
 #include <gmock/gmock.h>
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QStandardPaths>
 
 namespace {
@@ -35,6 +38,33 @@ std::string filesOf(const ServiceProcess &service)
     return maps.readAll().toStdString();
 }
 
+/// The folders of a program's RUNPATH; an empty one is the working folder.
+QStringList runPath(const QString &program)
+{
+    const QString dynamic = QString::fromStdString(run("readelf", {"--dynamic", program}));
+    return QRegularExpression("runpath: \\[(.*)\\]").match(dynamic).captured(1).split(':');
+}
+
+/// The links of the pages below a folder that lead to no file.
+QStringList brokenLinks(const QString &folder)
+{
+    const QRegularExpression link("\\]\\((?!https?:)([^)#]+)[^)]*\\)");
+    QStringList broken;
+    int links = 0;
+    QDirIterator pages(folder, {"*.md"}, QDir::Files, QDirIterator::Subdirectories);
+    while (pages.hasNext()) {
+        QFile page(pages.next());
+        EXPECT_TRUE(page.open(QIODevice::ReadOnly));
+        for (auto matches = link.globalMatch(QString::fromUtf8(page.readAll())); matches.hasNext(); ++links) {
+            const QString target = matches.next().captured(1);
+            if (!QFileInfo::exists(pages.fileInfo().dir().filePath(target)))
+                broken.append(page.fileName() + ": " + target);
+        }
+    }
+    EXPECT_GT(links, 10);
+    return broken;
+}
+
 TEST(Package, TheDebianPackageMayLieAnywhereAndOthersBuildWithIt)
 {
     if (QStandardPaths::findExecutable("dpkg-deb").isEmpty())
@@ -49,6 +79,10 @@ TEST(Package, TheDebianPackageMayLieAnywhereAndOthersBuildWithIt)
     const QString root = folder.filePath("usr");
     const QString bin = root + "/" BIN_FOLDER "/";
     EXPECT_THAT(run(bin + "camerafeed", {"--help"}), HasSubstr("camerafeed"));
+    for (const QString &folderOfPrograms : {bin, QString(BUILD_FOLDER "/bin/")}) {
+        for (const char *program : {"AIService", "aictl"})
+            EXPECT_FALSE(runPath(folderOfPrograms + program).contains("")) << program;
+    }
     ServiceProcess service;
     service.setProgram(bin + "AIService");
     service.setEnvironment("LD_LIBRARY_PATH", "");
@@ -61,6 +95,20 @@ TEST(Package, TheDebianPackageMayLieAnywhereAndOthersBuildWithIt)
     client("init"); // every recogniser finds its file: the model folder is there and complete
     const std::string own = (root + "/" HOME_FOLDER "/libHandupClassify.so").toStdString();
     EXPECT_THAT(filesOf(service), AllOf(HasSubstr(own), Not(HasSubstr(BUILD_FOLDER))));
+    EXPECT_EQ(brokenLinks(root + "/share/doc/aiservice").join('\n').toStdString(), "");
+
+    const QString examples = folder.filePath("examples");
+    run(CMAKE_PROGRAM, {"-G", "Ninja", "-S", root + "/share/doc/aiservice/examples", "-B", examples,
+                        "-DCMAKE_PREFIX_PATH=" + root});
+    run(CMAKE_PROGRAM, {"--build", examples});
+    service.crash();
+    FrameSource camera(service.home());
+    ASSERT_TRUE(camera.start());
+    FaultControl::map(service.filePath("faults").toLocal8Bit().constData());
+    service.setEnvironment("AI_FAULTS", service.filePath("faults"));
+    service.setEnvironment("LD_LIBRARY_PATH", FAULTY_RECOGNISERS); // they find three people in every picture
+    ASSERT_TRUE(service.start()) << service.standardError().constData();
+    EXPECT_EQ(run(examples + "/hands", {"1", service.socketPath()}), "hands up: nobody\n"); // none is enrolled
     service.crash();
 
     const QString consumer = folder.filePath("consumer");

@@ -1,5 +1,6 @@
 #include "aiconfig.h"
 #include "eventcatcher.h"
+#include "logcapture.h"
 #include "videorecorder.h"
 
 #include <gtest/gtest.h>
@@ -7,7 +8,9 @@
 #include <QDir>
 #include <QRegularExpression>
 #include <QTemporaryDir>
+#include <sys/syscall.h>
 #include <thread>
+#include <unistd.h>
 
 namespace {
 
@@ -22,6 +25,24 @@ std::vector<cv::Mat> pictures(const QString &path)
         result.push_back(picture.clone());
     return result;
 }
+
+/// As long as it lives, nothing gets onto the disk of the videos.
+class FrozenDisk
+{
+public:
+    FrozenDisk() { disk.lock(); }
+    ~FrozenDisk() { thaw(); }
+    void thaw()
+    {
+        if (frozen.exchange(false))
+            disk.unlock();
+    }
+
+    inline static QMutex disk; ///< held for each write
+
+private:
+    std::atomic<bool> frozen{true};
+};
 
 class RecorderTest : public ::testing::Test
 {
@@ -47,6 +68,13 @@ protected:
         for (int i = 0; i < count; ++i)
             QMetaObject::invokeMethod(
                 recorder, [&] { recorder->onRecvFrame(frame); }, Qt::BlockingQueuedConnection);
+    }
+
+    /// Hands over frames without waiting.
+    void offer(int count)
+    {
+        for (int i = 0; i < count; ++i)
+            recorder->offerFrame(QImage(WIDTH, HEIGHT, QImage::Format_RGB888));
     }
 
     /// The files that were announced since the last call.
@@ -117,6 +145,63 @@ TEST_F(RecorderTest, ASecondStartLeavesTheOpenFile)
     EXPECT_EQ(pictures(first).size(), 2U);
 }
 
+TEST_F(RecorderTest, AFrozenDiskHoldsUpAStopForAWhileAndNothingElse)
+{
+    start();
+    feed(60);
+    const QString frozen = takeVideos().value(0)["videoLocalPath"].toString();
+    LogCapture log;
+    FrozenDisk disk;
+    recorder->stop();
+    EXPECT_TRUE(log.takeLines().join('\n').contains("warning: [VideoRecorder] file not complete after 5 s: " +
+                                                    frozen));
+    EXPECT_FALSE(recorder->isRunning());
+    // Neither does the next recording wait, nor its end.
+    start("next");
+    recorder->stop();
+    start("last");
+    offer(300);
+    EXPECT_TRUE(recorder->isRunning());
+    EXPECT_TRUE(takeVideos().isEmpty());
+    EXPECT_EQ(log.takeLines().filter("not complete").size(), 0);
+
+    disk.thaw();
+    feed(1);
+    const QString path = takeVideos().value(0)["videoLocalPath"].toString();
+    EXPECT_TRUE(path.startsWith(home.filePath("last/")));
+    EXPECT_EQ(pictures(frozen).size(), 2U);
+    recorder->finish();
+    const size_t recorded = pictures(path).size();
+    EXPECT_GT(recorded, 0U);
+    EXPECT_LE(recorded, 3U); // of 64 frames; the others found the backlog full
+    EXPECT_EQ(log.takeLines().filter("not complete").size(), 0);
+}
+
+TEST_F(RecorderTest, AFileThatCannotBeOpenedIsToldWithTheReason)
+{
+    AIConfig::instance().setIdentify(QString(300, 'x'));
+    start();
+    LogCapture log;
+    feed(60);
+    EXPECT_EQ(takeVideos().size(), 1); // announced all the same
+    const QStringList warnings = log.takeLines().filter("warning: [VideoRecorder] file can't be opened: ");
+    ASSERT_EQ(warnings.size(), 1);
+    EXPECT_TRUE(warnings[0].endsWith(".mp4: File name too long")) << qPrintable(warnings[0]);
+    EXPECT_TRUE(QDir(home.path()).isEmpty());
+}
+
+TEST_F(RecorderTest, TheIdentificationNeverLeadsToAnotherFolder)
+{
+    AIConfig::instance().setIdentify(QString::fromUtf8("../a\\b\nc\u007f\u0085 d.é"));
+    start("inner");
+    feed(30);
+    recorder->stop();
+    const QVariantMap video = takeVideos().value(0);
+    EXPECT_TRUE(video["videoName"].toString().startsWith(QString::fromUtf8(".._a_b_c__ d.é_")));
+    EXPECT_EQ(video["videoLocalPath"].toString(), home.filePath("inner/") + video["videoName"].toString());
+    EXPECT_EQ(pictures(video["videoLocalPath"].toString()).size(), 1U);
+}
+
 TEST_F(RecorderTest, StartAndStopMayMeetFrames)
 {
     start();
@@ -143,3 +228,13 @@ TEST_F(RecorderTest, StartAndStopMayMeetFrames)
 }
 
 } // namespace
+
+/// In place of the system's, for FFmpeg too: a write to a video waits for a disk that is frozen.
+extern "C" ssize_t write(int file, const void *bytes, size_t count)
+{
+    char path[4096] = {};
+    const std::string link = "/proc/self/fd/" + std::to_string(file);
+    if (readlink(link.c_str(), path, sizeof path - 1) > 0 && QByteArray(path).endsWith(".mp4"))
+        QMutexLocker locker(&FrozenDisk::disk);
+    return syscall(SYS_write, file, bytes, count);
+}

@@ -1,5 +1,6 @@
 #include "classroom.h"
 #include "democlass.h"
+#include "conforms.h"
 #include "eventually.h"
 
 #include <gtest/gtest.h>
@@ -20,6 +21,7 @@ protected:
     {
         ASSERT_TRUE(service.start(arguments)) << service.standardError().constData();
         client.reset(new TestClient(service.socketPath()));
+        client->inspect = expectConforms;
         ASSERT_TRUE(client->isConnected());
     }
 

@@ -151,6 +151,20 @@ TEST_F(HostTest, LivesThroughBytesThatAreNoFrames)
     EXPECT_LT(service.residentKilobytes() - before, 200000);
 }
 
+/// Lengths at which a frame arrives in pieces of which the last one has four bytes or fewer.
+TEST_F(HostTest, NoRequestIsTakenInParts)
+{
+    TestClient client(service.socketPath());
+    QVariantMap request = makeRequest(Kind::info, status);
+    request["req_id2"] = QByteArray();
+    const int others = wire::encodeRequest(request).size();
+    for (int size = 219261; size <= 219272; ++size) {
+        request["req_id2"] = QByteArray(size - others, 'x');
+        client.sendBytes(wire::encodeRequest(request));
+        EXPECT_EQ(client.receive()["rsp_error"], 0) << size;
+    }
+}
+
 /// A client that sends while it is written to: the socket then tells of bytes from inside a write.
 TEST_F(HostTest, ManyRequestsInFlight)
 {

@@ -1,12 +1,16 @@
 #include "imagereader.h"
 #include "imagewritter.h"
 
+#include "eventually.h"
+
+#include <QDir>
 #include <QSharedMemory>
 #include <QSystemSemaphore>
 
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <sys/sem.h>
 #include <unistd.h>
 
 namespace {
@@ -190,6 +194,73 @@ TEST_F(SegmentTest, ALargerLayoutReplacesTheSegmentOfADeadWriterOnly)
     larger.copyDataToShm();
     EXPECT_EQ(poll(), QList<int>{1});
     EXPECT_FALSE(ImageWritter(m_key, 5, frameSize).isAttached());
+}
+
+/// A writer that stands still with the lock of the segment, while the reader polls by its timer.
+class StillWriterTest : public SegmentTest
+{
+protected:
+    StillWriterTest() { takeOverTimer(m_writer); }
+    ~StillWriterTest() override
+    {
+        for (; m_taken > 0; --m_taken)
+            m_lock.release();
+    }
+
+    /// A number of the segment's semaphore: its value, or how many wait for it.
+    int semaphore(int command) const
+    {
+        const QStringList files = QDir::temp().entryList({"qipc_systemsem_segmenttest*"}, QDir::AllEntries);
+        EXPECT_EQ(files.size(), 1);
+        const QByteArray file = QDir::temp().filePath(files.value(0)).toLocal8Bit();
+        return semctl(semget(ftok(file.constData(), 'Q'), 0, 0), 0, command);
+    }
+
+    /// Takes the lock, with all that makes it less than exclusive.
+    void standStill()
+    {
+        do {
+            EXPECT_TRUE(m_lock.acquire());
+            ++m_taken;
+        } while (semaphore(GETVAL) > 0);
+    }
+
+    ImageWritter m_writer{m_key, 3, frameSize};
+    QSystemSemaphore m_lock{m_key, 1};
+    int m_taken = 0;
+};
+
+TEST_F(StillWriterTest, AStopEndsTheWaitOfThePoll)
+{
+    for (int round = 0; round < 2; ++round) {
+        ASSERT_TRUE(m_reader.startToRead());
+        do // a poll may have had the lock for a moment
+            standStill();
+        while (!eventually([this] { return semaphore(GETNCNT) == 1; }, 100));
+        EXPECT_TRUE(m_reader.stopToRead());
+        EXPECT_EQ(semaphore(GETVAL), 1) << "released once";
+        EXPECT_EQ(semaphore(GETNCNT), 0);
+    }
+}
+
+TEST_F(StillWriterTest, AStopOfAReaderThatDoesNotPollEndsItsOwnWait)
+{
+    startReader();
+    standStill();
+    EXPECT_TRUE(m_reader.stopToRead());
+    EXPECT_EQ(semaphore(GETVAL), 1) << "released once";
+}
+
+TEST_F(StillWriterTest, StartsAndStopsWithoutAWaitReleaseNothingMore)
+{
+    startReader();
+    const int value = semaphore(GETVAL);
+    EXPECT_TRUE(m_reader.stopToRead());
+    EXPECT_TRUE(m_reader.stopToRead());
+    EXPECT_EQ(semaphore(GETVAL), value);
+    standStill();
+    EXPECT_TRUE(m_reader.startToRead()) << "which takes no lock to attach";
+    EXPECT_EQ(semaphore(GETVAL), 1);
 }
 
 /// A segment whose content the test writes byte by byte, as a foreign or damaged writer would.

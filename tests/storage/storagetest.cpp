@@ -107,10 +107,14 @@ TEST_F(StorageTest, AMissingFileBecomesAnEmptyOne)
     EXPECT_FALSE(store->getConfig(flag, identify));
     EXPECT_EQ(flag, 3U);
     EXPECT_EQ(identify, "kept");
-    EXPECT_EQ(takeWarnings(), QStringList("warning: config read failed"));
     EXPECT_EQ(store->fetchStudentInfo(), galleries({}));
     EXPECT_EQ(store->getHistoryGalleries(), galleries({}));
     EXPECT_TRUE(store->getStudentInfo().isEmpty());
+    const QStringList warnings = takeWarnings();
+    ASSERT_EQ(warnings.size(), 5); // one a read, and one more for the configuration
+    EXPECT_EQ(warnings[1], "warning: config read failed");
+    EXPECT_TRUE(warnings[2].startsWith("warning: sqlite exec select * from ai_student failed,error: "));
+    EXPECT_TRUE(warnings[2].contains("no such table"));
 
     // Any statement would warn: there are no tables.
     store->addFaceMat("", "img", cv::Rect());
@@ -121,6 +125,83 @@ TEST_F(StorageTest, AMissingFileBecomesAnEmptyOne)
     store->deleteStudent("");
     store->setHistoryGalleries("", "img");
     store->setHistoryGalleries("a", "");
+}
+
+TEST_F(StorageTest, AConfigurationThatNobodyWroteIsNone)
+{
+    const auto reads = [&] {
+        unsigned int flag = 3;
+        QString identify;
+        const bool found = store->getConfig(flag, identify);
+        EXPECT_EQ(found, flag != 3);
+        takeWarnings();
+        return found;
+    };
+    for (const char *values : {"'all','x'", "null,'x'", "-1,'x'", "4294967296,'x'", "1.5,'x'", "x'07','x'"}) {
+        store->open(true);
+        QSqlQuery().exec(QString("insert into ai_config values(%1)").arg(values));
+        EXPECT_FALSE(reads()) << values;
+    }
+    store->open(true);
+    QSqlQuery().exec("drop table ai_config");
+    QSqlQuery().exec("create table ai_config(identify TEXT)");
+    QSqlQuery().exec("insert into ai_config values('7 rooms')");
+    EXPECT_FALSE(reads());
+    store->open(true);
+    store->setConfig(0xffffffff, "");
+    EXPECT_TRUE(reads());
+}
+
+TEST_F(StorageTest, ADamagedPageEndsTheReadingWithAWarning)
+{
+    store->open(true);
+    for (int i = 0; i < 8; ++i)
+        store->addFaceMat(QString::number(i), QString(1500, 'x'), {});
+    QFile file("ai.data");
+    ASSERT_TRUE(file.open(QFile::ReadWrite));
+    constexpr int pageSize = 4096;
+    constexpr char leafOfTable = 0x0d;
+    qint64 page = file.size();
+    QByteArray start;
+    while (!start.startsWith(leafOfTable)) {
+        page -= pageSize;
+        ASSERT_TRUE(page > 0 && file.seek(page));
+        start = file.read(1);
+    }
+    file.seek(page); // the last students
+    file.write(QByteArray(pageSize, '\xff'));
+    file.close();
+    store->open(false);
+
+    const auto isTold = [&] {
+        const QStringList warnings = takeWarnings();
+        return warnings.size() == 1 && warnings[0].contains("select * from ai_student failed,error: ") &&
+               warnings[0].contains("malformed");
+    };
+    const int read = store->getStudentInfo().size();
+    EXPECT_GT(read, 0);
+    EXPECT_LT(read, 8);
+    EXPECT_TRUE(isTold());
+    EXPECT_EQ(store->fetchStudentInfo()["galleries"].toList().size(), read);
+    EXPECT_TRUE(isTold());
+}
+
+TEST_F(StorageTest, MissingTablesAreMadeAndOthersLeft)
+{
+    store->createMissingTables(); // not open
+    store->open(false);
+    store->createMissingTables();
+    store->addFaceMat("a", "img", {});
+    store->setConfig(7, "room1");
+    store->open(false);
+    QSqlQuery().exec("drop table ai_galleries_history");
+    store->createMissingTables();
+    store->setHistoryGalleries("x", "1");
+    EXPECT_EQ(store->getHistoryGalleries(), galleries({entry("x", "1")}));
+    EXPECT_EQ(store->fetchStudentInfo(), galleries({entry("a", "img")}));
+    store->remove();
+    store->createMissingTables();
+    EXPECT_FALSE(QFile::exists("ai.data"));
 }
 
 TEST_F(StorageTest, AnyThreadMayOpenWriteAndRemove)

@@ -71,6 +71,10 @@ TEST_F(BaseStrategyTest, EveryNthFrameFromTheFirstOn)
     EXPECT_EQ(finished, 1);
     offer(1);
     EXPECT_EQ(strategy->handled.size(), 3U);
+    EXPECT_FALSE(strategy->start()); // once ended, for good
+    EXPECT_FALSE(strategy->startWithinFrames(1));
+    offer(1);
+    EXPECT_EQ(strategy->handled.size(), 3U);
 }
 
 TEST_F(BaseStrategyTest, ABudgetEndsTheRun)

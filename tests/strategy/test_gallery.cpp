@@ -45,7 +45,7 @@ TEST_F(Gallery, AClassWithoutFacesIsToldAfterThreeFrames)
     EXPECT_TRUE(catcher.events().empty());
     strategy->handleFrame(frame);
     EXPECT_TRUE(galleries().isEmpty());
-    EXPECT_FALSE(strategy->start()); // the frame budget's job
+    EXPECT_FALSE(strategy->hasEnded()); // the frame budget's job
 }
 
 TEST_F(Gallery, ExternalFacesAreNamedAndEnrolledOnesWin)
@@ -65,7 +65,7 @@ TEST_F(Gallery, ExternalFacesAreNamedAndEnrolledOnesWin)
     show({1850, 1010, 68, 69}, 200);
     strategy->start();
     strategy->handleFrame(frame);
-    EXPECT_TRUE(strategy->start()); // faces end a run
+    EXPECT_TRUE(strategy->hasEnded()); // faces end a run
 
     const QVariantList faces = galleries();
     ASSERT_EQ(students::ids(faces), QStringList({"also guest", "student", "", ""}));
@@ -83,6 +83,57 @@ TEST_F(Gallery, ExternalFacesAreNamedAndEnrolledOnesWin)
         for (const char *crop : {"faceImg", "showImg"})
             EXPECT_EQ(ai_image::convertBase642Mat(face[crop].toString()).size(), cv::Size(128, 128));
     }
+}
+
+/// Delivers features of its own.
+struct Features : scripted::FaceID
+{
+    int extractFeature(const cv::Mat &, cv::Mat *feature, bool) override
+    {
+        *feature = delivered;
+        return 0;
+    }
+    cv::Mat delivered;
+};
+
+TEST_F(Gallery, AFeatureThatCannotBeComparedIsNobodys)
+{
+    const auto ids = std::make_shared<Features>();
+    recognisers.ids = ids;
+    recognisers.install();
+    show({300, 300, 90, 90}, 50);
+    const auto ones = [](std::initializer_list<int> shape, int type) {
+        cv::Mat mat(std::vector<int>(shape), type);
+        mat.reshape(1, 1).setTo(1);
+        return mat;
+    };
+    const cv::Mat halves(1, 8, CV_16F, cv::Scalar(0));
+    const std::pair<cv::Mat, cv::Mat> pairs[] = {
+        {halves, halves},
+        {ones({1, 8, 2}, CV_32F), ones({1, 8, 3}, CV_32F)},
+        {ones({1, 8}, CV_32F), ones({1, 8}, CV_64F)},
+        {ones({1, 8}, CV_8U), ones({1, 8}, CV_8U)},
+        {ones({1, 8}, CV_32F), cv::Mat()},
+    };
+    for (const auto &[external, delivered] : pairs) {
+        addExternal("guest", external);
+        ids->delivered = delivered;
+        strategy->handleFrame(frame);
+        EXPECT_EQ(students::ids(galleries()), QStringList(""));
+        EventCatcher::fresh();
+    }
+    addExternal("guest", ones({1, 4, 2}, CV_32F));
+    ids->delivered = ones({1, 4, 2}, CV_32F);
+    strategy->handleFrame(frame);
+    EXPECT_EQ(students::ids(galleries()), QStringList("guest"));
+}
+
+TEST_F(Gallery, AnIdWithAPercentSignIsLoggedAsItIs)
+{
+    PersonGallery person;
+    person.stuID = "%1 100%4";
+    person.faceRect = {1, 2, 3, 4};
+    EXPECT_EQ(person.toString(), "gid: 0 stuID: %1 100%4 face x: 1 y: 2 width: 3 height: 4 detected: 0");
 }
 
 TEST_F(Gallery, OneStudentIsLookedForAroundHisPlace)

@@ -13,6 +13,46 @@
 
 #include <vector>
 
+TEST(CameraFeed, OneAtATimeWritesUnlessItTakesOver)
+{
+    const QTemporaryDir folder;
+    const QString picture = folder.filePath("picture.png");
+    cv::imwrite(picture.toStdString(), cv::Mat(90, 160, CV_8UC3, cv::Scalar(1, 2, 3)));
+    const auto writes = [](QProcess &feed) {
+        return eventually([&] { return feed.readAllStandardOutput().contains("writing"); });
+    };
+    const auto ends = [](const QProcess &feed) {
+        return eventually([&] { return feed.state() == QProcess::NotRunning; });
+    };
+    QProcess first, second, third;
+    first.start(CAMERAFEED, {picture});
+    ASSERT_TRUE(writes(first));
+    second.start(CAMERAFEED, {picture});
+    ASSERT_TRUE(ends(second));
+    EXPECT_EQ(second.exitCode(), 1);
+    EXPECT_TRUE(
+        second.readAllStandardError().contains("process " + QByteArray::number(first.processId()) + ' '));
+    EXPECT_EQ(first.state(), QProcess::Running);
+
+    third.start(CAMERAFEED, {picture, "--take-over"});
+    EXPECT_TRUE(writes(third));
+    ASSERT_TRUE(ends(first));
+    EXPECT_EQ(first.exitStatus(), QProcess::NormalExit);
+    EXPECT_EQ(first.exitCode(), 0);
+
+    // A dead one is no hindrance, and other segments have other cameras.
+    third.kill();
+    ASSERT_TRUE(ends(third));
+    first.start(CAMERAFEED, {picture});
+    EXPECT_TRUE(writes(first));
+    second.start(CAMERAFEED, {picture, "--key", "other/camera"});
+    EXPECT_TRUE(writes(second));
+    for (QProcess *feed : {&first, &second}) {
+        feed->terminate();
+        EXPECT_TRUE(ends(*feed));
+    }
+}
+
 TEST(CameraFeed, WritesPicturesInOrderLetterboxedAsRgbUntilItIsTerminated)
 {
     const QTemporaryDir folder;

@@ -10,21 +10,25 @@ const QList<QCommandLineOption> stayOptions{
 
 /// Shows the events of an analysis that was just started until Ctrl-C, then stops it. In a session, where
 /// events are shown anyway, it only returns.
-int stay(Console &console, const Arguments &arguments, const QList<uint> &codes,
+int stay(Console &console, const Arguments &arguments, const QList<ai::Event> &events,
          const std::function<AiReply()> &start, const std::function<AiReply()> &stop)
 {
+    int milliseconds = 0;
+    if (!readFor(arguments, &milliseconds))
+        return WrongUsage;
     if (!console.inSession()) {
         Console::catchInterrupts();
         Console::EventStyle style;
         style.pretty = arguments.has("pretty");
-        style.codes = codes;
+        for (const ai::Event event : events)
+            style.codes.append(code(event));
         console.showEvents(style);
     }
     if (!start().ok())
         return Failure;
     if (console.inSession())
         return Success;
-    console.runUntil([] { return false; }, int(arguments.value("for").toDouble() * 1000));
+    console.runUntil([] { return false; }, milliseconds);
     if (!console.isConnected())
         return Failure;
     Console::clearInterrupt();
@@ -44,31 +48,34 @@ bool checkStartOrStop(const Arguments &arguments)
     return false;
 }
 
-int startOrStop(Console &console, const Arguments &arguments, uint startCode, const QList<uint> &events)
+int startOrStop(Console &console, const Arguments &arguments, ai::Command start, ai::Command end,
+                const QList<ai::Event> &events)
 {
     if (!checkStartOrStop(arguments))
         return WrongUsage;
-    const auto stop = [&] { return console.execute(startCode + 1); };
+    const auto stop = [&] { return console.execute(end); };
     if (isStop(arguments))
         return stop().ok() ? Success : Failure;
     return stay(
-        console, arguments, events, [&] { return console.execute(startCode); }, stop);
+        console, arguments, events, [&] { return console.execute(start); }, stop);
 }
 
 int runHandup(Console &console, const Arguments &arguments)
 {
-    return startOrStop(console, arguments, 1030, {1013});
+    return startOrStop(console, arguments, ai::Command::StartHands, ai::Command::StopHands,
+                       {ai::Event::Hands});
 }
 
 int runConcentration(Console &console, const Arguments &arguments)
 {
-    return startOrStop(console, arguments, 1032, {1012, 1019});
+    return startOrStop(console, arguments, ai::Command::StartAttention, ai::Command::StopAttention,
+                       {ai::Event::Attention, ai::Event::Smile});
 }
 
 int runAttributes(Console &console, const Arguments &)
 {
     QVariantMap info;
-    if (!console.executeForEvent(1038, {}, 1017, &info))
+    if (!console.executeForEvent(ai::Command::Attributes, {}, ai::Event::Attributes, &info))
         return Failure;
     console.printInfo(info);
     return Success;
@@ -78,15 +85,16 @@ int runTrack(Console &console, const Arguments &arguments)
 {
     const auto student = arguments.at(0);
     const auto stop = [&](const QString &id) {
-        return console.execute(1035, QVariantMap{{"stuID", student}, {"requestID", id}});
+        return console.execute(ai::Command::StopFollowing,
+                               QVariantMap{{"stuID", student}, {"requestID", id}});
     };
     if (arguments.has("stop"))
         return stop(arguments.value("stop")).ok() ? Success : Failure;
     const auto id = arguments.has("id") ? arguments.value("id") : "track-" + student;
     return stay(
-        console, arguments, {1014},
+        console, arguments, {ai::Event::Followed},
         [&] {
-            return console.execute(1034, QVariantMap{{"stuID", student}}, id);
+            return console.execute(ai::Command::StartFollowing, QVariantMap{{"stuID", student}}, id);
         },
         [&] { return stop(id); });
 }
@@ -95,7 +103,7 @@ int runGame(Console &console, const Arguments &arguments)
 {
     if (!checkStartOrStop(arguments))
         return WrongUsage;
-    const auto stop = [&] { return console.execute(1037); };
+    const auto stop = [&] { return console.execute(ai::Command::StopGame); };
     if (isStop(arguments))
         return stop().ok() ? Success : Failure;
     QVariantList students;
@@ -106,9 +114,9 @@ int runGame(Console &console, const Arguments &arguments)
         return WrongUsage;
     }
     return stay(
-        console, arguments, {1015, 1016},
+        console, arguments, {ai::Event::GameRegions, ai::Event::Game},
         [&] {
-            return console.execute(1036, QVariantMap{{"stuList", students}});
+            return console.execute(ai::Command::StartGame, QVariantMap{{"stuList", students}});
         },
         stop);
 }
@@ -118,11 +126,11 @@ int runRecord(Console &console, const Arguments &arguments)
     if (!checkStartOrStop(arguments))
         return WrongUsage;
     if (isStop(arguments))
-        return console.execute(1040).ok() ? Success : Failure;
+        return console.execute(ai::Command::StopRecording).ok() ? Success : Failure;
     // The service has a working folder of its own.
     const auto folder =
         arguments.at(1).isEmpty() ? QString() : QDir::current().absoluteFilePath(arguments.at(1));
-    const auto reply = console.execute(1039, QVariantMap{{"recordPath", folder}});
+    const auto reply = console.execute(ai::Command::StartRecording, QVariantMap{{"recordPath", folder}});
     return reply.ok() ? Success : Failure;
 }
 

@@ -1,5 +1,17 @@
 #include "arguments.h"
 
+#include <limits>
+
+bool readSeconds(const QString &text, int *milliseconds)
+{
+    bool isNumber = false;
+    const double value = text.toDouble(&isNumber) * 1000;
+    const bool fits = isNumber && value >= 0 && value <= std::numeric_limits<int>::max();
+    if (fits)
+        *milliseconds = static_cast<int>(value);
+    return fits;
+}
+
 QStringList splitLine(const QString &line, QString *error)
 {
     QStringList words;

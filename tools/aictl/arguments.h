@@ -14,6 +14,9 @@ struct Arguments
     QString value(const QString &option) const { return parser.value(option); }
 };
 
+/// A time in seconds, as milliseconds. False for what is not a number, negative, or more than an int holds.
+bool readSeconds(const QString &text, int *milliseconds);
+
 /// Splits a session's line at blanks as a shell does: text in single or double quotes stays together, a
 /// backslash outside single quotes takes the next character as it is. JSON goes into single quotes.
 /// @return the words; *error tells of a quote that is not closed

@@ -39,6 +39,10 @@ const std::vector<Command> &allCommands();
 /// The overview of all commands, or the help of one of them. An unknown name gets an empty text.
 QString helpText(const QString &commandName = {});
 
+/// The time of the option "for" in milliseconds, 0 when it is not given. False, with a complaint, when it is
+/// no time.
+bool readFor(const Arguments &arguments, int *milliseconds);
+
 /// Runs the command that the words name; "--help" among them prints its help instead. Wrong usage is told
 /// on standard error.
 int runCommand(Console &console, const QStringList &words);

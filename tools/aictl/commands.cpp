@@ -84,6 +84,15 @@ QString helpText(const QString &commandName)
     return command ? commandHelp(*command) : QString();
 }
 
+bool readFor(const Arguments &arguments, int *milliseconds)
+{
+    *milliseconds = 0;
+    if (!arguments.has("for") || (readSeconds(arguments.value("for"), milliseconds) && *milliseconds > 0))
+        return true;
+    Console::complain(QStringLiteral("--for takes seconds, not %1").arg(arguments.value("for")));
+    return false;
+}
+
 int runCommand(Console &console, const QStringList &words)
 {
     const auto name = words.value(0);

@@ -1,5 +1,6 @@
 #include "console.h"
 
+#include "errortext.h"
 #include "eventtext.h"
 #include "json.h"
 #include "picture.h"
@@ -9,8 +10,15 @@
 #include <QEventLoop>
 #include <QTime>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstring>
+
+#ifndef Q_OS_WIN
+#include <poll.h>
+#include <unistd.h>
+#endif
 
 namespace {
 
@@ -18,6 +26,7 @@ namespace {
 constexpr int slice = 50;
 
 volatile std::sig_atomic_t interruptMark = 0;
+bool isOutputLost = false;
 
 QString commandName;
 
@@ -25,6 +34,24 @@ void markInterrupt(int signal)
 {
     interruptMark = 1;
     std::signal(signal, SIG_DFL);
+}
+
+/// Nobody reads the output any more: what goes on for its sake alone has to end.
+void loseOutput()
+{
+    isOutputLost = true;
+    interruptMark = 1;
+}
+
+/// Whether the output is a pipe that is closed at its other end. Told also while nothing is written.
+bool isReaderGone()
+{
+#ifdef Q_OS_WIN
+    return false;
+#else
+    pollfd output{STDOUT_FILENO, 0, 0};
+    return poll(&output, 1, 0) == 1 && (output.revents & POLLERR) != 0;
+#endif
 }
 
 } // namespace
@@ -90,17 +117,17 @@ void Console::sendSelfKill()
     m_client.request(AiClient::Close, 0, {}, QStringLiteral("self-kill"), {});
 }
 
-AiReply Console::execute(uint code, const QVariant &data, const QString &requestID)
+AiReply Console::execute(ai::Command command, const QVariant &data, const QString &requestID)
 {
-    return send(AiClient::Execute, code, data, requestID);
+    return send(AiClient::Execute, code(command), data, requestID);
 }
 
-bool Console::executeForEvent(uint code, const QVariant &data, uint eventCode, QVariantMap *info)
+bool Console::executeForEvent(ai::Command command, const QVariant &data, ai::Event event, QVariantMap *info)
 {
     m_awaitedID = newRequestID();
-    m_awaitedCode = eventCode;
+    m_awaitedEvent = event;
     m_awaitedCame = false;
-    const auto reply = exchange(AiClient::Execute, code, data, m_awaitedID);
+    const auto reply = exchange(AiClient::Execute, code(command), data, m_awaitedID);
     if (reply.ok()) {
         QElapsedTimer clock;
         clock.start();
@@ -113,7 +140,7 @@ bool Console::executeForEvent(uint code, const QVariant &data, uint eventCode, Q
     if (!reply.ok())
         return false;
     if (!m_awaitedCame) {
-        complain(QStringLiteral("event %1 did not come; does the camera deliver frames?").arg(eventCode));
+        complain(QStringLiteral("event %1 did not come; does the camera deliver frames?").arg(code(event)));
         return false;
     }
     *info = std::move(m_awaitedInfo);
@@ -129,13 +156,13 @@ void Console::printReply(const AiReply &reply)
         printJson(object);
     }
     if (!reply.ok() && !reply.errorText().isEmpty())
-        complain(reply.errorText());
+        complain(errorText(reply));
 }
 
 void Console::onEvent(const AiEvent &event)
 {
     ++m_unclaimed[event.code];
-    if (!m_awaitedID.isEmpty() && event.requestID == m_awaitedID && event.code == m_awaitedCode) {
+    if (!m_awaitedID.isEmpty() && event.requestID == m_awaitedID && event.event() == m_awaitedEvent) {
         m_awaitedCame = true;
         m_awaitedInfo = event.info;
         return;
@@ -218,6 +245,8 @@ void Console::catchInterrupts()
 
 bool Console::interrupted()
 {
+    if (!isOutputLost && isReaderGone())
+        loseOutput();
     return interruptMark != 0;
 }
 
@@ -226,10 +255,21 @@ void Console::clearInterrupt()
     interruptMark = 0;
 }
 
+bool Console::outputLost()
+{
+    return isOutputLost;
+}
+
 void Console::print(const QString &text)
 {
-    std::fputs(text.toUtf8().constData(), stdout);
-    std::fflush(stdout);
+    if (isOutputLost)
+        return;
+    if (std::fputs(text.toUtf8().constData(), stdout) >= 0 && std::fflush(stdout) == 0)
+        return;
+    if (errno != EPIPE) // who reads only the first lines has what he wants
+        complain(
+            QStringLiteral("cannot write the output: %1").arg(QString::fromLocal8Bit(std::strerror(errno))));
+    loseOutput();
 }
 
 void Console::printJson(const QJsonObject &object)

@@ -40,12 +40,12 @@ public:
     /// Sends a request, waits for the answer, prints it, and complains when it is not a success.
     /// @param requestID empty for one of the console's own
     AiReply send(AiClient::Kind kind, uint code, const QVariant &data = {}, const QString &requestID = {});
-    AiReply execute(uint code, const QVariant &data = {}, const QString &requestID = {});
+    AiReply execute(ai::Command command, const QVariant &data = {}, const QString &requestID = {});
 
     /// Sends a request whose result comes as an event of the same request, and waits for both. The reply is
     /// printed only when it is a failure, the event not at all.
     /// @return false, with a complaint, on a failure
-    bool executeForEvent(uint code, const QVariant &data, uint eventCode, QVariantMap *info);
+    bool executeForEvent(ai::Command command, const QVariant &data, ai::Event event, QVariantMap *info);
 
     /// Tells the service to end. An answer need not come; the connection goes.
     void sendSelfKill();
@@ -70,6 +70,7 @@ public:
 
     /// From now on the first Ctrl-C (or SIGTERM) only sets a mark, and a second one ends the process.
     static void catchInterrupts();
+    /// True after it, and once nobody reads the output any more.
     static bool interrupted();
     /// Forgets the first Ctrl-C, so that something can still be sent.
     static void clearInterrupt();
@@ -80,7 +81,10 @@ public:
     /// True once the service was told to end: the loss of the connection is what was asked for.
     bool isEndExpected() const { return m_endExpected; }
 
+    /// Text that cannot be written is complained about and counts as a Ctrl-C, as does a closed pipe.
     static void print(const QString &text);
+    /// Whether something could not be written.
+    static bool outputLost();
     /// The payload of an event that was waited for, as one JSON line.
     static void printInfo(const QVariantMap &info);
     static void printJson(const QJsonObject &object);
@@ -115,7 +119,7 @@ private:
     QMap<uint, int> m_unclaimed;
     // The event that executeForEvent() waits for.
     QString m_awaitedID;
-    uint m_awaitedCode = 0;
+    ai::Event m_awaitedEvent{};
     bool m_awaitedCame = false;
     QVariantMap m_awaitedInfo;
 };

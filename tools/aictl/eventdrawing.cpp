@@ -1,5 +1,7 @@
 #include "eventdrawing.h"
 
+#include "messages.h"
+
 #include "picture.h"
 
 #include <opencv2/imgproc.hpp>
@@ -59,9 +61,17 @@ void drawHeading(cv::Mat &picture, const QString &text)
     drawText(picture, {8, 8}, text, white);
 }
 
-bool isDrawable(uint code)
+bool isDrawable(ai::Event event)
 {
-    return (code >= 1011 && code <= 1017) || code == 1019;
+    switch (event) {
+    case ai::Event::Registered:
+    case ai::Event::Recording:
+    case ai::Event::BestPictures:
+    case ai::Event::Video:
+        return false;
+    default:
+        return ai::find(event) != nullptr;
+    }
 }
 
 QString nameOf(const QVariantMap &entry)
@@ -74,9 +84,10 @@ QString nameOf(const QVariantMap &entry)
 
 cv::Mat EventDrawing::draw(const AiEvent &event, const Picture &camera)
 {
-    if (!isDrawable(event.code))
+    if (!isDrawable(event.event()))
         return {};
-    auto picture = event.code == 1011 ? picture::fromDataText(event.info["image"].toString()) : camera();
+    auto picture =
+        event.event() == ai::Event::Faces ? picture::fromDataText(event.info["image"].toString()) : camera();
     if (!picture.empty())
         drawOn(picture, event);
     return picture;
@@ -92,8 +103,8 @@ void EventDrawing::remember(const QVariantMap &entry)
 void EventDrawing::drawOn(cv::Mat &picture, const AiEvent &event)
 {
     const auto &info = event.info;
-    switch (event.code) {
-    case 1011:
+    switch (event.event()) {
+    case ai::Event::Faces:
         for (const auto &value : info["galleries"].toList()) {
             const auto face = value.toMap();
             remember(face);
@@ -104,7 +115,7 @@ void EventDrawing::drawOn(cv::Mat &picture, const AiEvent &event)
                                                 : grey);
         }
         break;
-    case 1012:
+    case ai::Event::Attention:
         for (const auto &value : info["studentStates"].toList()) {
             const auto student = value.toMap();
             remember(student);
@@ -114,7 +125,7 @@ void EventDrawing::drawOn(cv::Mat &picture, const AiEvent &event)
         drawHeading(picture,
                     QStringLiteral("attention %1").arg(info["concerntration"].toDouble(), 0, 'f', 4));
         break;
-    case 1013: {
+    case ai::Event::Hands: {
         const auto students = info["handupStudents"].toList();
         for (const auto &value : students) {
             const auto student = value.toMap();
@@ -125,15 +136,15 @@ void EventDrawing::drawOn(cv::Mat &picture, const AiEvent &event)
         drawHeading(picture, QStringLiteral("hands up: %1").arg(students.size()));
         break;
     }
-    case 1014:
+    case ai::Event::Followed:
         remember(info);
         drawBox(picture, placeOf(info), "following " + nameOf(info), red);
         break;
-    case 1015:
+    case ai::Event::GameRegions:
         for (const auto &value : info["functionGameShowRegion"].toList())
             drawBox(picture, placeOf(value.toMap()), nameOf(value.toMap()) + " plays here", green);
         break;
-    case 1016: {
+    case ai::Event::Game: {
         int line = 0;
         for (const auto &value : info["functionGameResult"].toList()) {
             const auto player = value.toMap();
@@ -147,7 +158,7 @@ void EventDrawing::drawOn(cv::Mat &picture, const AiEvent &event)
         }
         break;
     }
-    case 1017: {
+    case ai::Event::Attributes: {
         int line = 0;
         for (const auto &value : info["studentsAttribute"].toList()) {
             const auto student = value.toMap();
@@ -161,7 +172,7 @@ void EventDrawing::drawOn(cv::Mat &picture, const AiEvent &event)
         }
         break;
     }
-    case 1019:
+    case ai::Event::Smile:
         drawBox(picture, placeOf(info), nameOf(info) + " smiles", green);
         break;
     default:

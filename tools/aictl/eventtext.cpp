@@ -35,47 +35,47 @@ QString tell(const AiEvent &event)
     const auto &info = event.info;
     const auto nobody = QStringLiteral("nobody");
     const auto nameAndPlace = [](const QVariantMap &entry) { return nameOf(entry) + ' ' + placeOf(entry); };
-    switch (event.code) {
-    case 1011:
+    switch (event.event()) {
+    case ai::Event::Faces:
         return "faces: " + each(info["galleries"], "; ", "none", [](const QVariantMap &face) {
                    return QStringLiteral("#%1 ").arg(face["gid"].toInt()) + nameOf(face) +
                           (face["isDetected"].toBool() ? " enrolled " : " ") + placeOf(face);
                });
-    case 1012:
+    case ai::Event::Attention:
         return QStringLiteral("attention %1: ").arg(info["concerntration"].toDouble(), 0, 'f', 4) +
                each(info["studentStates"], "; ", nobody, [](const QVariantMap &student) {
                    return nameOf(student) + QStringLiteral(" state %1 ").arg(student["state"].toInt()) +
                           placeOf(student);
                });
-    case 1013:
+    case ai::Event::Hands:
         return "hands up: " + each(info["handupStudents"], "; ", nobody, nameAndPlace);
-    case 1014:
+    case ai::Event::Followed:
         return "following " + nameAndPlace(info);
-    case 1015:
+    case ai::Event::GameRegions:
         return "game regions: " + each(info["functionGameShowRegion"], "; ", "none", nameAndPlace);
-    case 1016:
+    case ai::Event::Game:
         return "game: " + each(info["functionGameResult"], "; ", nobody, [](const QVariantMap &player) {
                    return nameOf(player) + QStringLiteral(" %1 points").arg(player["bones"].toList().size());
                });
-    case 1017:
+    case ai::Event::Attributes:
         return "attributes: " + each(info["studentsAttribute"], "; ", nobody, [](const QVariantMap &student) {
                    return nameOf(student) + QStringLiteral(" row %1").arg(student["row"].toInt()) +
                           (student["glass"].toBool() ? ", glasses" : ", no glasses") + ", clothes " +
                           student["clothColor"].toString();
                });
-    case 1018:
+    case ai::Event::Registered:
         return "registered: " + each(info["successList"], ", ", nobody, nameOf);
-    case 1019:
+    case ai::Event::Smile:
         return "smile: " + nameAndPlace(info);
-    case 1020:
+    case ai::Event::Recording:
         return "recording to " + info["videoLocalPath"].toString() + " since " +
                info["startRecordDate"].toString();
-    case 1021:
+    case ai::Event::BestPictures:
         return "students: " + each(info["bestGalleries"], ", ", nobody, [](const QVariantMap &student) {
                    return nameOf(student) +
                           QStringLiteral(" score %1").arg(student["score"].toDouble(), 0, 'f', 1);
                });
-    case 1022:
+    case ai::Event::Video:
         return info["status"].toInt() ? "video is back" : "video has stopped";
     default:
         return json::line(json::fromVariant(picture::withoutPictures(info)).toObject());
@@ -84,9 +84,24 @@ QString tell(const AiEvent &event)
 
 } // namespace
 
+QString visible(const QString &text)
+{
+    QString result;
+    for (const QChar c : text) {
+        const bool turnsText =
+            (c >= QChar(0x202a) && c <= QChar(0x202e)) || (c >= QChar(0x2066) && c <= QChar(0x2069));
+        if (turnsText || c.category() == QChar::Other_Control || c.category() == QChar::Separator_Line ||
+            c.category() == QChar::Separator_Paragraph)
+            result += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QChar('0'));
+        else
+            result += c;
+    }
+    return result;
+}
+
 QString eventText(const AiEvent &event)
 {
-    return QStringLiteral("%1 %2").arg(event.code).arg(tell(event));
+    return QString::number(event.code) + ' ' + visible(tell(event));
 }
 
 QJsonObject eventObject(const AiEvent &event, bool pictures)

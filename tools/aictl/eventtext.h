@@ -4,6 +4,9 @@
 
 #include <QJsonObject>
 
+/// A text as one line on a terminal: characters that would control it, names may hold some, become \uXXXX.
+QString visible(const QString &text);
+
 /// One line for a person that tells an event, without its pictures: the code and what it says.
 QString eventText(const AiEvent &event);
 

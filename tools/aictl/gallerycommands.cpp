@@ -52,7 +52,7 @@ bool saveGallery(const QVariantMap &info, const QDir &folder, QString *error)
         }
     }
     EventDrawing drawing;
-    const auto annotated = drawing.draw({1011, info, {}, {}}, [] { return cv::Mat(); });
+    const auto annotated = drawing.draw({code(ai::Event::Faces), info, {}, {}}, [] { return cv::Mat(); });
     if (annotated.empty()) {
         *error = "the frame in the event does not decode";
         return false;
@@ -67,7 +67,7 @@ int runFetchGallery(Console &console, const Arguments &arguments)
     if (!arguments.positional.isEmpty())
         data["stuID"] = arguments.at(0);
     QVariantMap info;
-    if (!console.executeForEvent(1021, data, 1011, &info))
+    if (!console.executeForEvent(ai::Command::FetchFaces, data, ai::Event::Faces, &info))
         return Failure;
     QString error;
     if (arguments.has("save") && !saveGallery(info, QDir(arguments.value("save")), &error)) {
@@ -148,7 +148,8 @@ int runRegister(Console &console, const Arguments &arguments)
     if (entries.isEmpty())
         return Failure;
     QVariantMap info;
-    if (!console.executeForEvent(1022, QVariantMap{{"galleries", entries}}, 1018, &info))
+    if (!console.executeForEvent(ai::Command::RegisterStudents, QVariantMap{{"galleries", entries}},
+                                 ai::Event::Registered, &info))
         return Failure;
     Console::printInfo(info);
 
@@ -170,7 +171,7 @@ int runRegister(Console &console, const Arguments &arguments)
 int runStudents(Console &console, const Arguments &arguments)
 {
     QVariantMap info;
-    if (!console.executeForEvent(1026, {}, 1021, &info))
+    if (!console.executeForEvent(ai::Command::BestPictures, {}, ai::Event::BestPictures, &info))
         return Failure;
     if (arguments.has("save")) {
         const QDir folder(arguments.value("save"));
@@ -190,8 +191,8 @@ int runStudents(Console &console, const Arguments &arguments)
 
 int runRename(Console &console, const Arguments &arguments)
 {
-    return result(
-        console.execute(1024, QVariantMap{{"oldStuID", arguments.at(0)}, {"newStuID", arguments.at(1)}}));
+    return result(console.execute(ai::Command::RenameStudent,
+                                  QVariantMap{{"oldStuID", arguments.at(0)}, {"newStuID", arguments.at(1)}}));
 }
 
 int runReplace(Console &console, const Arguments &arguments)
@@ -203,20 +204,21 @@ int runReplace(Console &console, const Arguments &arguments)
         Console::complain(error);
         return Failure;
     }
-    return result(console.execute(1023, withPlace({{"oldStuID", arguments.at(0)},
-                                                   {"faceImageBase64", picture::toDataText(portrait.jpeg)}},
-                                                  portrait.place)));
+    return result(console.execute(
+        ai::Command::ReplaceFace,
+        withPlace({{"oldStuID", arguments.at(0)}, {"faceImageBase64", picture::toDataText(portrait.jpeg)}},
+                  portrait.place)));
 }
 
 int runDelete(Console &console, const Arguments &arguments)
 {
-    return result(console.execute(1025, QVariantMap{{"stuID", arguments.at(0)}}));
+    return result(console.execute(ai::Command::DeleteStudent, QVariantMap{{"stuID", arguments.at(0)}}));
 }
 
 int runExternal(Console &console, const Arguments &arguments)
 {
     if (arguments.at(0) == "clear" && arguments.positional.size() == 1)
-        return result(console.execute(1027));
+        return result(console.execute(ai::Command::ClearExternalFaces));
     if (arguments.at(0) != "set" || arguments.positional.size() < 2) {
         Console::complain("set DIR|FILE... or clear");
         return WrongUsage;
@@ -225,7 +227,7 @@ int runExternal(Console &console, const Arguments &arguments)
     const auto entries = makeEntries(arguments, arguments.positional.mid(1), &complete);
     if (entries.isEmpty())
         return Failure;
-    const auto reply = console.execute(1020, QVariantMap{{"galleries", entries}});
+    const auto reply = console.execute(ai::Command::SetExternalFaces, QVariantMap{{"galleries", entries}});
     for (const auto &failed : reply.data.toMap()["failedStuList"].toList()) {
         Console::complain(failed.toMap()["stuID"].toString() + " was refused");
         complete = false;

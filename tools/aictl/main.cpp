@@ -27,16 +27,17 @@ int main(int argc, char **argv)
         const auto option = words.takeFirst();
         if (option == "--help" || option == "-h") {
             Console::print(helpText());
-            return Success;
+            return Console::outputLost() ? Failure : Success;
         }
         const bool isKnown = option == "--socket" || option == "--timeout";
         bool isGood = isKnown && !words.isEmpty();
         if (isGood && option == "--socket")
             socketName = words.takeFirst();
         else if (isGood)
-            timeout = int(words.takeFirst().toDouble(&isGood) * 1000);
-        if (!isGood || timeout <= 0) {
-            Console::complain(isKnown ? option + " needs a value" : "unknown option " + option);
+            isGood = readSeconds(words.takeFirst(), &timeout) && timeout > 0;
+        if (!isGood) {
+            Console::complain(isKnown ? option + " needs a value that makes sense"
+                                      : "unknown option " + option);
             return WrongUsage;
         }
     }
@@ -45,5 +46,6 @@ int main(int argc, char **argv)
         return WrongUsage;
     }
     Console console(socketName, timeout);
-    return runCommand(console, words);
+    const int result = runCommand(console, words);
+    return result == Success && Console::outputLost() ? Failure : result;
 }

@@ -1,13 +1,21 @@
 #include "command.h"
 
 #include "json.h"
+#include "messages.h"
 
 #include <QFile>
 
 namespace {
 
-const QStringList modelFlags{"faceMtcnn", "faceid",   "ssd", "bodypose", "handup",
-                             "emotion",   "faceAttr", "cmu", "cmuPose"};
+/// The recognisers that a client can ask for.
+const QStringList modelFlags = [] {
+    QStringList flags;
+    for (const ai::Key &key : ai::initialiseKeys) {
+        if (key.type == ai::Type::Boolean && key.name != QLatin1String("enableEmotion"))
+            flags.append(key.name);
+    }
+    return flags;
+}();
 /// The pose networks come with no open recogniser.
 constexpr int defaultModelCount = 7;
 
@@ -18,7 +26,7 @@ int result(const AiReply &reply)
 
 int runStatus(Console &console, const Arguments &)
 {
-    return result(console.send(AiClient::Info, 1001));
+    return result(console.send(AiClient::Info, code(ai::Question::Status)));
 }
 
 int runOpen(Console &console, const Arguments &)
@@ -49,7 +57,7 @@ int runInit(Console &console, const Arguments &arguments)
         }
         data["enableEmotion"] = emotion == "on";
     }
-    return result(console.execute(1001, data));
+    return result(console.execute(ai::Command::Initialise, data));
 }
 
 int runClose(Console &console, const Arguments &)
@@ -62,16 +70,22 @@ int runQuit(Console &console, const Arguments &)
     if (!console.connectToService())
         return Failure;
     console.sendSelfKill();
-    console.runUntil([] { return false; }, 10000);
+    console.runUntil([] { return false; }, 2000);
+    if (console.isConnected() && !Console::interrupted()) {
+        Console::complain(
+            "the service ends when what it does is done; it waits for a camera if none has come since "
+            "it was opened: start one, for example camerafeed");
+        console.runUntil([] { return false; }, 8000);
+    }
     if (!console.isConnected())
         return Success;
-    Console::complain("the service was told to end, but is still there after 10 seconds");
+    Console::complain("the service was told to end, but is still there");
     return Failure;
 }
 
 int runReset(Console &console, const Arguments &)
 {
-    return result(console.execute(1028));
+    return result(console.execute(ai::Command::Reset));
 }
 
 int runCall(Console &console, const Arguments &arguments)
@@ -148,12 +162,20 @@ std::vector<Command> serviceCommands()
         {"close",
          "",
          "Closes the service: analyses, recording and students end, the process stays. Waits for a camera "
-         "when none was ever connected.",
+         "when none has come since the service was opened.",
          0,
          0,
          {},
          runClose},
-        {"quit", "", "Ends the process of the service in order.", 0, 0, {}, runQuit},
+        {"quit",
+         "",
+         "Ends the process of the service in order. Like close it waits for a camera when none has come "
+         "since the "
+         "service was opened.",
+         0,
+         0,
+         {},
+         runQuit},
         {"reset",
          "",
          "Removes all students, external faces and the store. The service stays open; to store again it has "

@@ -38,17 +38,23 @@ bool readStyle(const Arguments &arguments, Console::EventStyle *style)
 int runWatch(Console &console, const Arguments &arguments)
 {
     Console::EventStyle style;
-    if (!readStyle(arguments, &style))
+    int milliseconds = 0;
+    if (!readStyle(arguments, &style) || !readFor(arguments, &milliseconds))
         return WrongUsage;
+    const auto count = arguments.value("count").toInt();
+    if (arguments.has("count") && count < 1) {
+        Console::complain(
+            QStringLiteral("--count takes a number of events, not %1").arg(arguments.value("count")));
+        return WrongUsage;
+    }
     if (!console.connectToService())
         return Failure;
     console.showEvents(style);
     if (console.inSession())
         return Success;
     Console::catchInterrupts();
-    const auto count = arguments.value("count").toInt();
     const auto enough = [&] { return count > 0 && console.shownEvents() >= count; };
-    console.runUntil(enough, int(arguments.value("for").toDouble() * 1000));
+    console.runUntil(enough, milliseconds);
     return console.isConnected() && (count == 0 || enough()) ? Success : Failure;
 }
 
@@ -189,38 +195,37 @@ int runWait(Console &console, const Arguments &arguments)
 {
     bool isCode = false;
     bool isCount = true;
-    bool isTime = true;
+    int milliseconds = 60000;
     const auto code = arguments.at(0).toUInt(&isCode);
     const auto count = arguments.positional.size() > 1 ? arguments.at(1).toInt(&isCount) : 1;
-    const auto seconds = arguments.positional.size() > 2 ? arguments.at(2).toDouble(&isTime) : 60;
+    const auto isTime = arguments.positional.size() < 3 || readSeconds(arguments.at(2), &milliseconds);
     if (!isCode || !isCount || !isTime || count < 1) {
         Console::complain("EVENTCODE [COUNT] [SECONDS] are numbers");
         return WrongUsage;
     }
     if (!console.connectToService())
         return Failure;
-    if (console.takeEvents(code, count, int(seconds * 1000)))
+    if (console.takeEvents(code, count, milliseconds))
         return Success;
     if (!Console::interrupted())
         Console::complain(QStringLiteral("event %1 did not come %2 times within %3 seconds")
                               .arg(code)
                               .arg(count)
-                              .arg(seconds));
+                              .arg(milliseconds / 1000.0));
     return Failure;
 }
 
 int runSleep(Console &console, const Arguments &arguments)
 {
-    bool isNumber = false;
-    const auto seconds = arguments.at(0).toDouble(&isNumber);
-    if (!isNumber || seconds < 0) {
-        Console::complain("SECONDS is a number");
+    int milliseconds = 0;
+    if (!readSeconds(arguments.at(0), &milliseconds)) {
+        Console::complain(QStringLiteral("SECONDS is a number, not %1").arg(arguments.at(0)));
         return WrongUsage;
     }
     if (!console.connectToService())
         return Failure;
-    if (seconds > 0)
-        console.runUntil([] { return false; }, int(seconds * 1000));
+    if (milliseconds > 0)
+        console.runUntil([] { return false; }, milliseconds);
     return console.isConnected() ? Success : Failure;
 }
 

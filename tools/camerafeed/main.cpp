@@ -1,3 +1,4 @@
+#include "cameralock.h"
 #include "framesource.h"
 #include "imagewritter.h"
 
@@ -143,7 +144,9 @@ int main(int argc, char **argv)
     const QCommandLineOption key(QStringLiteral("key"), QStringLiteral("Name of the segment."),
                                  QStringLiteral("NAME"), QStringLiteral("Camera"));
     const QCommandLineOption still(QStringLiteral("still"), QStringLiteral("Repeat the first picture."));
-    parser.addOptions({demo, rate, frames, hold, key, still});
+    const QCommandLineOption takeOver(QStringLiteral("take-over"),
+                                      QStringLiteral("End the camerafeed that writes to the segment first."));
+    parser.addOptions({demo, rate, frames, hold, key, still, takeOver});
     parser.addPositionalArgument(QStringLiteral("SOURCE"),
                                  QStringLiteral("A camera (/dev/video0 or 0), a video, a picture, or a "
                                                 "folder of pictures."));
@@ -174,6 +177,9 @@ int main(int argc, char **argv)
 
     std::signal(SIGINT, askToEnd);
     std::signal(SIGTERM, askToEnd);
+    CameraLock lock(parser.value(key)); // let go when the segment has been left
+    if (!(parser.isSet(takeOver) ? lock.takeOver([] { return endAsked != 0; }, error) : lock.take(error)))
+        return fail(SourceFailed, error);
     int result = Done;
     {
         Feed feed(parser.value(key), std::move(source), frameCount);

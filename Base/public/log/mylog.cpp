@@ -1,7 +1,7 @@
 #include "mylog.h"
 
 #include <QFile>
-#include <QSet>
+#include <QHash>
 
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/daily_file_sink.h>
@@ -15,6 +15,11 @@
 #include <string_view>
 #include <tuple>
 
+#ifndef Q_OS_WIN
+#include <cstdio>
+#include <sys/stat.h>
+#endif
+
 namespace {
 
 struct Settings
@@ -24,7 +29,10 @@ struct Settings
     QDir folder = QDir(QDir::temp().filePath("Orelia/logs"));
     quint64 infoLimit = 10000;
     std::atomic<bool> console{false};
-    QSet<QString> categories;
+    // The registry has them too; each line takes them from here.
+    std::shared_ptr<spdlog::logger> consoleLogger;
+    std::shared_ptr<spdlog::logger> file;
+    QHash<QByteArray, std::shared_ptr<spdlog::logger>> categories;
 };
 
 /// Never destroyed: threads log until the process is gone.
@@ -81,7 +89,39 @@ private:
     std::chrono::steady_clock::time_point nextTry;
 };
 
-void createFileLogger(const QString &loggerName, const QString &baseName)
+/// Lines of the pattern "[time] [thread] [level] text". Console and file get each line one after the other on the
+/// same thread and with the same time, so what stands before the text is made once.
+class LineFormatter : public spdlog::formatter
+{
+public:
+    void format(const spdlog::details::log_msg &message, spdlog::memory_buf_t &line) override
+    {
+        struct Head
+        {
+            spdlog::log_clock::time_point time;
+            spdlog::level::level_enum level = spdlog::level::off;
+            spdlog::memory_buf_t text;
+        };
+        thread_local Head head;
+        if (head.time != message.time || head.level != message.level) {
+            head.time = message.time;
+            head.level = message.level;
+            head.text.clear();
+            pattern.format(message, head.text);
+        }
+        line.append(head.text.begin(), head.text.end());
+        line.append(message.payload.begin(), message.payload.end());
+        const std::string_view end = "\r\n";
+        line.append(end.begin(), end.end());
+    }
+
+    std::unique_ptr<spdlog::formatter> clone() const override { return std::make_unique<LineFormatter>(); }
+
+private:
+    spdlog::pattern_formatter pattern{"[%H:%M:%S:%e] [%t] [%l] ", spdlog::pattern_time_type::local, ""};
+};
+
+std::shared_ptr<spdlog::logger> createFileLogger(const QString &loggerName, const QString &baseName)
 {
     const QString file = settings().folder.absoluteFilePath(baseName) + ".log";
 #ifdef SPDLOG_WCHAR_FILENAMES
@@ -89,7 +129,7 @@ void createFileLogger(const QString &loggerName, const QString &baseName)
 #else
     const spdlog::filename_t path = QFile::encodeName(file).toStdString();
 #endif
-    spdlog::synchronous_factory::create<TimedFileSink>(loggerName.toStdString(), path);
+    return spdlog::synchronous_factory::create<TimedFileSink>(loggerName.toStdString(), path);
 }
 
 constexpr int unknownRank = 10000;
@@ -128,29 +168,46 @@ spdlog::level::level_enum levelOf(QtMsgType type)
     return spdlog::level::off;
 }
 
-std::shared_ptr<spdlog::logger> fileLoggerOf(const QMessageLogContext &context)
+spdlog::logger *fileLoggerOf(const QMessageLogContext &context)
 {
-    const QString category = QString::fromUtf8(context.category);
-    if (settings().categories.contains(category))
-        return spdlog::get("logger_" + category.toStdString());
-    return spdlog::get("logger");
+    const auto &own = settings().categories;
+    if (!own.isEmpty()) {
+        const auto logger = own.constFind(QByteArray(context.category));
+        if (logger != own.cend())
+            return logger->get();
+    }
+    return settings().file.get();
 }
 
 /// The name in a function's signature: from the blank behind the result's type up to the arguments.
-QByteArray shortFunctionName(const char *signature)
+std::string_view shortFunctionName(const char *signature)
 {
-    const QString function = QString::fromLatin1(signature);
-    const int parenthesis = function.lastIndexOf('(');
-    if (parenthesis <= 0)
-        return function.toLatin1();
-    const int blank = function.lastIndexOf(' ', parenthesis);
-    const int start = blank >= 1 ? blank : 0;
-    return function.mid(start, parenthesis - start).toLatin1();
+    const std::string_view function(signature ? signature : "");
+    const auto parenthesis = function.rfind('(');
+    if (parenthesis == 0 || parenthesis == std::string_view::npos)
+        return function;
+    const auto blank = function.rfind(' ', parenthesis);
+    const auto start = blank == std::string_view::npos ? 0 : blank;
+    return function.substr(start, parenthesis - start);
 }
 
-std::string_view viewOf(const QByteArray &text)
+void append(spdlog::memory_buf_t &line, std::string_view text)
 {
-    return {text.constData(), std::size_t(text.size())};
+    line.append(text.data(), text.data() + text.size());
+}
+
+/// Whether nobody can ever see what goes to standard output: it is closed, or it is the null device.
+bool consoleLeadsNowhere()
+{
+#ifdef Q_OS_WIN
+    return false;
+#else
+    struct stat output = {};
+    struct stat null = {};
+    if (fstat(fileno(stdout), &output) != 0)
+        return true;
+    return S_ISCHR(output.st_mode) && stat("/dev/null", &null) == 0 && output.st_rdev == null.st_rdev;
+#endif
 }
 
 } // namespace
@@ -164,29 +221,29 @@ void MyLog::init(QString name, QDir folder, QStringList categories, int level, q
     settings().folder = folder;
     settings().infoLimit = quint64(infoLimit);
 
-    spdlog::stdout_color_mt("console");
-    createFileLogger("logger", name);
+    settings().consoleLogger = spdlog::stdout_color_mt("console");
+    settings().file = createFileLogger("logger", name);
+    settings().categories.clear();
     for (const QString &category : categories)
         addCategory(category);
 
     spdlog::set_level(spdlog::level::debug);
     spdlog::flush_every(std::chrono::seconds(3));
-    spdlog::set_formatter(std::make_unique<spdlog::pattern_formatter>(
-        "[%H:%M:%S:%e] [%t] [%l] %v", spdlog::pattern_time_type::local, "\r\n"));
+    spdlog::set_formatter(std::make_unique<LineFormatter>());
     qInstallMessageHandler(&MyLog::messageHandler);
 }
 
 void MyLog::addCategory(QString category)
 {
-    if (category == "default" || category == "console" || settings().categories.contains(category))
+    auto &own = settings().categories;
+    if (category == "default" || category == "console" || own.contains(category.toUtf8()))
         return;
-    settings().categories.insert(category);
-    createFileLogger(QString("logger_%1").arg(category), category);
+    own.insert(category.toUtf8(), createFileLogger(QString("logger_%1").arg(category), category));
 }
 
 void MyLog::setConsole(bool on)
 {
-    settings().console.store(on, std::memory_order_relaxed);
+    settings().console.store(on && !consoleLeadsNowhere(), std::memory_order_relaxed);
 }
 
 void MyLog::flush()
@@ -199,27 +256,34 @@ void MyLog::messageHandler(QtMsgType type, const QMessageLogContext &context, co
     const int rank = rankOf(type);
     if (rank < settings().level || rank == unknownRank)
         return;
-    QByteArray text = message.toLocal8Bit();
-    auto console = spdlog::get("console");
-    if (!settings().console.load(std::memory_order_relaxed))
-        console.reset();
-    const auto file = fileLoggerOf(context);
+    spdlog::logger *const file = fileLoggerOf(context);
     if (!file)
         return;
-    const QByteArray function = shortFunctionName(context.function);
+    const QByteArray bytes = message.toLocal8Bit();
+    std::string_view text(bytes.constData(), std::size_t(bytes.size()));
+    if (type == QtInfoMsg)
+        text = text.substr(0, settings().infoLimit);
 
-    if (type == QtDebugMsg) {
-        if (console)
-            console->debug("{0}    ==>>({1}:{2},{3})", viewOf(text), viewOf(function), context.line, "");
-        file->debug("{0}\t\t\t==>>({1}:{2},{3})", viewOf(text), viewOf(function), context.line, "");
-        return;
-    }
-    if (type == QtInfoMsg && quint64(text.size()) > settings().infoLimit)
-        text.truncate(int(settings().infoLimit));
-    const auto level = levelOf(type);
-    if (console)
-        console->log(level, "{0}    ==>>({1}:{2})", viewOf(text), viewOf(function), context.line);
-    file->log(level, "{0}    ==>>({1}:{2})", viewOf(text), viewOf(function), context.line);
+    // "    ==>>(function:line)"; in a debug line a comma follows the number, and the file has three tabs in
+    // place of the four blanks.
+    spdlog::memory_buf_t place;
+    append(place, "==>>(");
+    append(place, shortFunctionName(context.function));
+    place.push_back(':');
+    append(place, std::string_view(fmt::format_int(context.line).c_str()));
+    append(place, type == QtDebugMsg ? ",)" : ")");
+    spdlog::memory_buf_t line;
+    const auto now = spdlog::log_clock::now();
+    const auto write = [&](spdlog::logger &logger, std::string_view gap) {
+        line.clear();
+        append(line, text);
+        append(line, gap);
+        append(line, {place.data(), place.size()});
+        logger.log(now, {}, levelOf(type), spdlog::string_view_t(line.data(), line.size()));
+    };
+    if (settings().console.load(std::memory_order_relaxed))
+        write(*settings().consoleLogger, "    ");
+    write(*file, type == QtDebugMsg ? "\t\t\t" : "    ");
     if (type == QtFatalMsg)
         std::abort();
 }

@@ -35,7 +35,8 @@ public:
     /// for "default", "console" and a category that has one.
     static void addCategory(QString category);
 
-    /// Whether each line goes to standard output too. Off at first.
+    /// Whether each line goes to standard output too. Off at first, and when nobody could ever read it there:
+    /// standard output is closed or the null device.
     static void setConsole(bool on);
 
     /// Writes everything logged so far to the disk.

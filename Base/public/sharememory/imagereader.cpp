@@ -4,9 +4,23 @@
 
 #include <QDebug>
 #include <QSet>
-#include <QSystemSemaphore>
 
 #include <algorithm>
+#include <chrono>
+#include <future>
+
+namespace {
+
+constexpr int pollInterval = 10; // milliseconds
+constexpr std::chrono::milliseconds stuck(1000);
+constexpr std::chrono::milliseconds watchInterval(50);
+
+std::int64_t now()
+{
+    return std::chrono::steady_clock::now().time_since_epoch() / std::chrono::milliseconds(1);
+}
+
+} // namespace
 
 ImageReader::ImageReader(const QString &segmentKey, QObject *parent)
     : QObject(parent), changeID("start"), key(segmentKey)
@@ -14,7 +28,7 @@ ImageReader::ImageReader(const QString &segmentKey, QObject *parent)
     qRegisterMetaType<ImageBlock>("ImageBlock");
 
     thread = new QThread(this);
-    timer = createThreadTimer(thread, 10);
+    timer = createThreadTimer(thread, pollInterval);
     connect(timer, &QTimer::timeout, this, &ImageReader::readDataSlot, Qt::DirectConnection);
 }
 
@@ -26,46 +40,90 @@ ImageReader::~ImageReader()
 
 bool ImageReader::startToRead()
 {
+    releaseKey(); // before the mutex: a poll that waits for a dead writer's lock holds that
     QMutexLocker locker(&mutex);
-    QSystemSemaphore(key, 0, QSystemSemaphore::Open).release();
 
-    memory.setKey(key);
-    if (!memory.isAttached() && !memory.attach(QSharedMemory::ReadOnly)) {
-        reading = false;
-        qWarning().noquote() << "fail to connect share memory" << key << "error" << int(memory.error());
+    // By its native key the segment is attached and detached without the semaphore, so nothing here waits.
+    // A segment that is just being removed fails to attach, and the caller comes again.
+    memory.setNativeKey(QSharedMemory(key).nativeKey());
+    if (!memory.isAttached()) {
+        semaphore.setKey(QString());
+        semaphore.setKey(key, 1);
+        memory.attach(QSharedMemory::ReadOnly);
     }
-    if (memory.isAttached()) {
-        reading = true;
+    reading = memory.isAttached();
+    if (reading)
         thread->start(QThread::InheritPriority);
-    }
+    else
+        qWarning().noquote() << "fail to connect share memory" << key << "error" << int(memory.error());
     return reading;
 }
 
 bool ImageReader::stopToRead()
 {
-    QMutexLocker locker(&mutex);
-    if (reading) {
-        reading = false;
-        if (memory.isAttached())
-            memory.detach();
-    }
+    if (!reading.exchange(false)) // told at once: a poll that waits for the semaphore holds the mutex
+        return true;
+    const auto stopped = std::async(std::launch::async, &ImageReader::detach, this);
+    while (stopped.wait_for(watchInterval) != std::future_status::ready)
+        endStuckWait();
     return true;
+}
+
+void ImageReader::detach()
+{
+    QMutexLocker locker(&mutex);
+    reading = false;
+    // Under the lock, as everybody detaches: a segment that nobody has attached is removed.
+    const bool locked = lockSegment();
+    memory.detach();
+    if (locked)
+        semaphore.release();
+}
+
+bool ImageReader::lockSegment()
+{
+    waitingSince = now();
+    const bool locked = semaphore.acquire();
+    waitingSince = 0;
+    return locked;
+}
+
+/// A writer that stands still with the lock would hold whoever waits for as long as it stands. The wait is
+/// looked at anew after each release, since another process may have been faster.
+void ImageReader::endStuckWait()
+{
+    std::int64_t since = waitingSince;
+    if (since == 0 || now() - since < stuck.count())
+        return;
+    if (waitingSince.compare_exchange_strong(since, now()))
+        releaseKey();
+}
+
+void ImageReader::releaseKey() const
+{
+    QSystemSemaphore(key, 0, QSystemSemaphore::Open).release();
 }
 
 void ImageReader::readDataSlot()
 {
     QMutexLocker locker(&mutex);
-    if (!reading || !memory.isAttached() || memory.size() < int(sizeof header) || !memory.lock())
+    if (!reading || !memory.isAttached() || memory.size() < int(sizeof header) || !lockSegment())
         return;
+    if (reading)
+        readSegment();
+    semaphore.release();
+    deliver();
+}
+
+void ImageReader::readSegment()
+{
     std::memcpy(&header, memory.constData(), sizeof header);
     const QString change = header.changeText();
-    if (change != changeID) {
-        changeID = change;
-        if (header.used > 0 && headerFits())
-            collectBlocks();
-    }
-    memory.unlock();
-    deliver();
+    if (change == changeID)
+        return;
+    changeID = change;
+    if (header.used > 0 && headerFits())
+        collectBlocks();
 }
 
 bool ImageReader::headerFits() const

@@ -7,9 +7,12 @@
 #include <QObject>
 #include <QSharedMemory>
 #include <QStringList>
+#include <QSystemSemaphore>
 #include <QThread>
 #include <QTimer>
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <vector>
 
@@ -18,7 +21,8 @@
  *
  * Threads: polls on a thread of its own, every 10 ms. startToRead() and stopToRead() may be called from
  * any thread; they wait for a running poll. Never call them from a directly connected receiver: the
- * signal is emitted with the reader's lock held.
+ * signal is emitted with the reader's lock held. Only a poll and a stop wait for the segment's semaphore,
+ * and a stop ends a wait that has taken a second, so a writer that stands still holds up nobody for longer.
  *
  * Memory: the pixels of a delivered block lie in buffers of the reader and are valid until the next poll
  * that finds a new frame. A receiver that needs them longer copies them.
@@ -53,6 +57,11 @@ signals:
     void newImageBlockSignal(ImageBlock ib);
 
 private:
+    void detach();
+    bool lockSegment();
+    void endStuckWait();
+    void releaseKey() const;
+    void readSegment();
     bool headerFits() const;
     void allocateBuffers();
     void collectBlocks();
@@ -62,14 +71,19 @@ private:
     QThread *thread = nullptr;
     QString changeID;
     QString key;
-    QSharedMemory memory;
+    QSharedMemory memory;              ///< by its native key, so without a lock of its own
+    QSystemSemaphore semaphore{{}, 1}; ///< the lock of the segment
     ShmHeader header;
     QStringList seenIDs;
     int seenLimit = 0;
     std::vector<std::unique_ptr<char[]>> buffers;
     QList<ImageBlock> pending;
     QMutex mutex; ///< guards all of the above
-    bool reading = false;
+
+    // Told without the mutex.
+    std::atomic<bool> reading{false};
+    std::atomic<std::int64_t> waitingSince{
+        0}; ///< for the semaphore, steady milliseconds; 0 while nobody waits
 
     std::int32_t bufferSize = 0; ///< bytes of each of the buffers
 };

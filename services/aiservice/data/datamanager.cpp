@@ -1,5 +1,7 @@
 #include "datamanager.h"
 
+#include "feature.h"
+
 #include <algorithm>
 #include <cmath>
 #include <opencv2/highgui.hpp>
@@ -12,12 +14,6 @@ namespace {
 
 constexpr int rowHeight = 90;
 
-bool fits(const cv::Mat &meanFeature, const cv::Mat &feature)
-{
-    return !feature.empty() && (feature.depth() == CV_32F || feature.depth() == CV_64F) &&
-           feature.type() == meanFeature.type() && feature.size == meanFeature.size;
-}
-
 cv::Mat inDoublePrecision(const cv::Mat &feature)
 {
     cv::Mat result;
@@ -26,18 +22,18 @@ cv::Mat inDoublePrecision(const cv::Mat &feature)
 }
 
 /// Features come out of foreign libraries; one that would spoil the record is left out.
-void foldFeature(StudentInfo &student, const cv::Mat &feature, const cv::Mat &faceImage)
+void foldFeature(StudentInfo &student, const cv::Mat &newFeature, const cv::Mat &faceImage)
 {
-    if (!fits(student.meanFeature, feature))
+    if (!feature::fits(student.meanFeature, newFeature))
         return;
-    const cv::Mat f = inDoublePrecision(feature);
+    const cv::Mat f = inDoublePrecision(newFeature);
     const double ff = f.dot(f);
     if (!std::isfinite(ff))
         return;
 
     const int n = ++student.featureCount;
     // A new matrix: copies of the record share the pixels of the old one.
-    const cv::Mat meanFeature = n * student.meanFeature + feature / (n + 1);
+    const cv::Mat meanFeature = n * student.meanFeature + newFeature / (n + 1);
     student.meanFeature = meanFeature;
 
     const cv::Mat mean = inDoublePrecision(meanFeature);

@@ -56,8 +56,8 @@ public:
     /// Moves the body; a status of 0 or less keeps the record's own. False for an unknown face id.
     bool updateBodyRect(int faceID, const cv::Rect &rect, int status);
     /// Moves the face, folds the feature into meanFeature, and keeps faceImage as bestGallery if the feature
-    /// is the best match so far. A feature that does not fit meanFeature in size and type, or holds anything
-    /// but finite numbers, only moves the face. False for an unknown face id.
+    /// is the best match so far. A feature that does not fit meanFeature, or holds anything but finite
+    /// numbers, only moves the face. False for an unknown face id.
     bool updateFaceRect(int faceID, const cv::Rect &rect, const cv::Mat &feature, cv::Mat faceImage);
     /// Keeps a deep copy of the crop. False for an unknown face id.
     bool updateBodyMat(int faceID, cv::Mat bodyMat);

@@ -25,7 +25,7 @@ BaseStrategy::BaseStrategy(const QString &name, const QString &requestID, QObjec
 BaseStrategy::~BaseStrategy()
 {
     qInfo().noquote().nospace() << "strategy destroy,name: " << m_name;
-    m_running = false;
+    m_state = State::ended;
     if (!m_thread->isRunning()) {
         m_thread->deleteLater();
         return;
@@ -43,22 +43,29 @@ void BaseStrategy::onStop() {}
 
 void BaseStrategy::release(BaseStrategy *strategy)
 {
-    strategy->m_running = false; // frames that wait before the deletion need no handling any more
+    strategy->m_state = State::ended; // frames that wait before the deletion need no handling any more
     if (strategy->m_thread->isRunning())
         strategy->deleteLater();
     else
         delete strategy;
 }
 
+bool BaseStrategy::enterRunning(const char *refusal)
+{
+    State state = State::fresh;
+    if (m_state.compare_exchange_strong(state, State::running))
+        return true;
+    qWarning().noquote().nospace() << "strategy<" << m_name << "> "
+                                   << (state == State::ended ? "has ended" : refusal);
+    return false;
+}
+
 bool BaseStrategy::start()
 {
-    if (m_running) {
-        qWarning("%s", qUtf8Printable(QStringLiteral("strategy<%1> is allready running").arg(m_name)));
+    if (!enterRunning("is allready running"))
         return false;
-    }
     onStart();
     m_thread->start(QThread::InheritPriority);
-    m_running = true;
     return true;
 }
 
@@ -69,12 +76,9 @@ bool BaseStrategy::startWithinFrames(int frames)
                            QStringLiteral("strategy<%1> startWithinFrames param error,<%s>").arg(m_name)));
         frames = 1;
     }
-    if (m_running) {
-        qWarning("%s", qUtf8Printable(QStringLiteral("strategy<%1> is already running").arg(m_name)));
+    if (!enterRunning("is already running"))
         return false;
-    }
     m_frameLimit = frames;
-    m_running = true;
     m_thread->start(QThread::InheritPriority);
     return true;
 }
@@ -82,7 +86,7 @@ bool BaseStrategy::startWithinFrames(int frames)
 bool BaseStrategy::stop()
 {
     qInfo().noquote().nospace() << "[BaseStrategy] stop begin: " << m_name;
-    m_running = false;
+    m_state = State::ended;
     onStop();
     emit finished();
     qInfo().noquote().nospace() << "[BaseStrategy] stop end: " << m_name;
@@ -91,16 +95,7 @@ bool BaseStrategy::stop()
 
 void BaseStrategy::offerFrame(const QImage &image)
 {
-    if (m_waitingFrames.load(std::memory_order_relaxed) >= frameBacklog)
-        return;
-    m_waitingFrames.fetch_add(1, std::memory_order_relaxed);
-    QMetaObject::invokeMethod(
-        this,
-        [this, image] {
-            m_waitingFrames.fetch_sub(1, std::memory_order_relaxed);
-            onRecieveFrame(image);
-        },
-        Qt::QueuedConnection);
+    m_backlog.offer(this, &BaseStrategy::onRecieveFrame, image);
 }
 
 int BaseStrategy::frameCount()
@@ -111,7 +106,7 @@ int BaseStrategy::frameCount()
 void BaseStrategy::onRecieveFrame(const QImage &image)
 {
     seenByAll.fetch_add(1, std::memory_order_relaxed);
-    if (!m_running)
+    if (m_state != State::running)
         return;
     if (m_frameInterval < 1) {
         qWarning("strategy<1%%> can not get frame every <2%%>");

@@ -1,8 +1,9 @@
 #pragma once
 
+#include "framebacklog.h"
+
 #include <opencv2/core.hpp>
 
-#include <QImage>
 #include <QObject>
 #include <QVariantMap>
 
@@ -18,8 +19,8 @@ class QThread;
  * time. start, startWithinFrames and setParameters are called on request threads, stop on a request
  * thread or on its own; offerFrame on the thread of the video.
  *
- * Life: made with a stopped thread, started once, ended by release(). Whoever gets `finished` by a direct
- * connection may release the strategy from inside it.
+ * Life: made with a stopped thread, started once, ended by stop() or release(). What has ended never starts
+ * again. Whoever gets `finished` by a direct connection may release the strategy from inside it.
  */
 class BaseStrategy : public QObject
 {
@@ -46,13 +47,16 @@ public:
     /// if it never ran.
     static void release(BaseStrategy *strategy);
 
-    /// Starts without a frame budget. False if it runs already.
+    /// Starts without a frame budget. False if it runs already or has ended.
     bool start();
-    /// Starts and stops by itself after so many handled frames, at least 1. False if it runs already.
+    /// Starts and stops by itself after so many handled frames, at least 1. False if it runs already or has
+    /// ended.
     bool startWithinFrames(int frames);
     /// Takes no more frames and emits finished; a frame in hand is finished first only if it is on the
     /// calling thread.
     bool stop();
+    /// Whether it was stopped, before the start or after it: every start is refused from then on.
+    bool hasEnded() const { return m_state == State::ended; }
 
     /// Queues a frame for the strategy's thread, unless frameBacklog of them are waiting there.
     void offerFrame(const QImage &image);
@@ -60,7 +64,7 @@ public:
     /// Frames seen by all strategies together; a label for logs.
     static int frameCount();
 
-    static constexpr int frameBacklog = 64;
+    static constexpr int frameBacklog = FrameBacklog::limit;
 
 public slots:
     void onRecieveFrame(const QImage &image);
@@ -70,17 +74,27 @@ signals:
     void serviceMessgeSignal(unsigned int msg, const QVariant &eventInfo, const QString &requestID);
 
 protected:
-    int m_handledFrames = 0;            ///< frames that reached handleFrame
-    int m_seenFrames = 0;               ///< frames counted by the interval
-    int m_frameInterval = 1;            ///< only every n-th frame is handled
-    int m_imageWidth = 0;               ///< of the last handled frame
-    int m_imageHeight = 0;              ///< of the last handled frame
-    std::atomic<int> m_frameLimit{0};   ///< frame budget; 0 means none
-    std::atomic<bool> m_running{false}; ///< frames are taken
+    int m_handledFrames = 0;          ///< frames that reached handleFrame
+    int m_seenFrames = 0;             ///< frames counted by the interval
+    int m_frameInterval = 1;          ///< only every n-th frame is handled
+    int m_imageWidth = 0;             ///< of the last handled frame
+    int m_imageHeight = 0;            ///< of the last handled frame
+    std::atomic<int> m_frameLimit{0}; ///< frame budget; 0 means none
     const QString m_name;
     const QString m_requestID;
     QThread *m_thread; ///< deletes itself when it has finished
 
 private:
-    std::atomic<int> m_waitingFrames{0};
+    enum class State
+    {
+        fresh,
+        running, ///< frames are taken
+        ended
+    };
+
+    /// The one step from fresh to running. False, with a line in the log, from any other state.
+    bool enterRunning(const char *refusal);
+
+    std::atomic<State> m_state{State::fresh};
+    FrameBacklog m_backlog;
 };

@@ -3,6 +3,7 @@
 #include "aiconfig.h"
 #include "datamanager.h"
 #include "modelmanager.h"
+#include "protocol.h"
 #include "rectutil.h"
 #include "studentstate.h"
 
@@ -51,7 +52,7 @@ void ConcerntrationStrategy::handleFrame(const cv::Mat &frame)
                       << " concertration value: " << classifier->m_value;
     const QVariantMap payload{{QStringLiteral("concerntration"), classifier->m_value},
                               {QStringLiteral("studentStates"), states}};
-    emit serviceMessgeSignal(1012, payload, m_requestID);
+    emit serviceMessgeSignal(code(ai::Event::Attention), payload, m_requestID);
 
     if (!AIConfig::instance().enableEmotion)
         return;
@@ -73,5 +74,5 @@ void ConcerntrationStrategy::detectSmile(const cv::Mat &face, const QString &stu
     rect_util::insert(payload, rect);
     qInfo().noquote().nospace() << "[smile] stuID: " << stuID << " x: " << rect.x << " y: " << rect.y
                                 << " w: " << rect.width << " h: " << rect.height;
-    emit serviceMessgeSignal(1019, payload, QString());
+    emit serviceMessgeSignal(code(ai::Event::Smile), payload, QString());
 }

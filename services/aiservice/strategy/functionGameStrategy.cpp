@@ -1,6 +1,7 @@
 #include "functionGameStrategy.h"
 
 #include "datamanager.h"
+#include "protocol.h"
 #include "studentbodyposedetecion.h"
 
 #include <QDebug>
@@ -23,8 +24,8 @@ void FunctionGameStrategy::startGame(const QList<QVariant> &students)
             regions.append(region);
     }
     m_gameStarted = true;
-    emit serviceMessgeSignal(1015, QVariantMap{{QStringLiteral("functionGameShowRegion"), regions}},
-                             m_requestID);
+    emit serviceMessgeSignal(code(ai::Event::GameRegions),
+                             QVariantMap{{QStringLiteral("functionGameShowRegion"), regions}}, m_requestID);
 }
 
 QMap<QString, QVariant> FunctionGameStrategy::AddStudent(const QString &stuID)
@@ -48,5 +49,6 @@ void FunctionGameStrategy::handleFrame(const cv::Mat &frame)
     QVariantList results;
     for (const auto &player : qAsConst(m_players))
         results.append(player->detect(frame));
-    emit serviceMessgeSignal(1016, QVariantMap{{QStringLiteral("functionGameResult"), results}}, m_requestID);
+    emit serviceMessgeSignal(code(ai::Event::Game),
+                             QVariantMap{{QStringLiteral("functionGameResult"), results}}, m_requestID);
 }

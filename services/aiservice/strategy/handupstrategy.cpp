@@ -2,6 +2,7 @@
 
 #include "datamanager.h"
 #include "modelmanager.h"
+#include "protocol.h"
 #include "rectutil.h"
 #include "studentstate.h"
 
@@ -49,5 +50,6 @@ void HandupStrategy::handleFrame(const cv::Mat &frame)
                                     << rect_util::text(student.bodyRect);
     }
     DataManager::instance()->showStudents(frame);
-    emit serviceMessgeSignal(1013, QVariantMap{{QStringLiteral("handupStudents"), raised}}, m_requestID);
+    emit serviceMessgeSignal(code(ai::Event::Hands), QVariantMap{{QStringLiteral("handupStudents"), raised}},
+                             m_requestID);
 }

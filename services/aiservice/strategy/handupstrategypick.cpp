@@ -1,6 +1,7 @@
 #include "handupstrategypick.h"
 
 #include "modelmanager.h"
+#include "protocol.h"
 #include "rectutil.h"
 #include "studentstate.h"
 
@@ -43,5 +44,6 @@ void handupPickStrategy::handleFrame(const cv::Mat &frame)
                                     << " type: " << student.status << student.stuID << " state: " << state
                                     << rect_util::text(student.bodyRect);
     }
-    emit serviceMessgeSignal(1013, QVariantMap{{QStringLiteral("handupStudents"), raised}}, m_requestID);
+    emit serviceMessgeSignal(code(ai::Event::Hands), QVariantMap{{QStringLiteral("handupStudents"), raised}},
+                             m_requestID);
 }

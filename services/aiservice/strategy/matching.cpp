@@ -2,7 +2,24 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <set>
+#include <tuple>
+
+namespace {
+
+struct Pair
+{
+    double value;
+    int row;
+    int column;
+
+    /// The strongest first, of equal ones the first row, then the first column.
+    bool operator<(const Pair &other) const
+    {
+        return std::tie(other.value, row, column) < std::tie(value, other.row, other.column);
+    }
+};
+
+} // namespace
 
 namespace matching {
 
@@ -14,31 +31,25 @@ void equaliseRows(std::vector<std::vector<double>> &rows)
 
 std::map<int, int> matchRows(const std::vector<std::vector<double>> &rows, double threshold)
 {
-    struct Pair
-    {
-        double similarity;
-        size_t row;
-        size_t column;
-    };
-    // Most columns are ids that nobody has any more: those are passed over once.
+    // Few pairs of a class are strong enough, so sorting them is next to nothing.
     std::vector<Pair> pairs;
+    size_t columns = 0;
     for (size_t row = 0; row < rows.size(); ++row) {
+        columns = std::max(columns, rows[row].size());
         for (size_t column = 0; column < rows[row].size(); ++column) {
-            const double similarity = rows[row][column];
-            if (similarity > 0.0 && similarity >= threshold)
-                pairs.push_back({similarity, row, column});
+            const double value = rows[row][column];
+            if (value > 0.0 && value >= threshold)
+                pairs.push_back({value, static_cast<int>(row), static_cast<int>(column)});
         }
     }
-    // They are in order of row and column already, which decides among equals.
-    std::stable_sort(pairs.begin(), pairs.end(),
-                     [](const Pair &a, const Pair &b) { return a.similarity > b.similarity; });
+    std::sort(pairs.begin(), pairs.end());
 
     std::map<int, int> result;
-    std::set<size_t> taken;
+    std::vector<bool> taken(columns, false);
     for (const Pair &pair : pairs) {
-        if (result.count(static_cast<int>(pair.row)) > 0 || !taken.insert(pair.column).second)
-            continue;
-        result[static_cast<int>(pair.row)] = static_cast<int>(pair.column);
+        const auto column = static_cast<size_t>(pair.column);
+        if (!taken[column] && result.emplace(pair.row, pair.column).second)
+            taken[column] = true;
     }
     return result;
 }
@@ -48,22 +59,21 @@ std::map<size_t, size_t> nearestPairs(const std::vector<cv::Point> &from, const 
 {
     std::map<size_t, size_t> result;
     std::vector<std::pair<std::int64_t, size_t>> pairs;
-    pairs.reserve(from.size() * to.size());
     for (size_t i = 0; i < from.size(); ++i) {
         for (size_t j = 0; j < to.size(); ++j) {
             const std::int64_t dx = std::int64_t{from[i].x} - to[j].x;
             const std::int64_t dy = std::int64_t{from[i].y} - to[j].y;
-            pairs.emplace_back(dx * dx + dy * dy, i * to.size() + j);
+            const std::int64_t squaredDistance = dx * dx + dy * dy;
+            if (squaredDistance < maxSquaredDistance)
+                pairs.emplace_back(squaredDistance, i * to.size() + j);
         }
     }
     std::sort(pairs.begin(), pairs.end());
 
     std::vector<bool> taken(to.size(), false);
-    for (const auto &[squaredDistance, combined] : pairs) {
-        if (squaredDistance >= maxSquaredDistance)
-            break;
-        const size_t i = combined / to.size();
-        const size_t j = combined % to.size();
+    for (const auto &pair : pairs) {
+        const size_t i = pair.second / to.size();
+        const size_t j = pair.second % to.size();
         if (taken[j] || result.count(i) > 0)
             continue;
         result[i] = j;

@@ -3,34 +3,20 @@
 #include "aiconfig.h"
 #include "datamanager.h"
 #include "externalgallery.h"
+#include "feature.h"
 #include "imageutil.h"
 #include "matching.h"
 #include "messageSender.h"
 #include "modelmanager.h"
+#include "protocol.h"
 #include "rectutil.h"
 
 #include <QDebug>
 
-#include <cmath>
-
 namespace {
 
-constexpr unsigned int galleryEvent = 1011;
 constexpr int identifyEyes = 40;
 constexpr int showEyes = 25;
-
-/// Cosine of two features; 0.0 where it can't be told.
-double similarity(const cv::Mat &external, const cv::Mat &face)
-{
-    if (external.size() != face.size() || external.type() != face.type() || face.empty())
-        return 0.0;
-    const double a = external.dot(face);
-    const double x1 = external.dot(external);
-    const double x2 = face.dot(face);
-    if (x2 * a * x1 == 0.0)
-        return 0.0;
-    return a / std::sqrt(x1) / std::sqrt(x2);
-}
 
 /// An entry of the event, without "isDetected", whose type differs between the modes.
 QVariantMap galleryEntry(int gid, const QString &stuID, const cv::Mat &faceImg, const cv::Mat &showImg,
@@ -49,10 +35,9 @@ QVariantMap galleryEntry(int gid, const QString &stuID, const cv::Mat &faceImg, 
 
 QString PersonGallery::toString() const
 {
+    // At once: a further step would fill places that the client's id has brought along.
     return QStringLiteral("gid: %1 stuID: %2 face%3 detected: %4")
-        .arg(gid)
-        .arg(stuID, rect_util::text(faceRect))
-        .arg(detected ? 1 : 0);
+        .arg(QString::number(gid), stuID, rect_util::text(faceRect), QString::number(detected ? 1 : 0));
 }
 
 NewGalleryStrategy::NewGalleryStrategy(const QString &requestID)
@@ -147,7 +132,7 @@ void NewGalleryStrategy::recognise(const People &people, const std::vector<cv::M
                 std::vector<double> row;
                 row.reserve(externals.size());
                 for (const auto &item : externals)
-                    row.push_back(similarity(item->feature, model->m_feature));
+                    row.push_back(feature::similarity(item->feature, model->m_feature));
                 externalRows.push_back(std::move(row));
             }
         }
@@ -212,5 +197,5 @@ void NewGalleryStrategy::sendGalleries(const cv::Mat &frame, const QVariantList 
     QVariantMap payload;
     payload.insert(QStringLiteral("image"), ai_image::convertMat2Base64(frame));
     payload.insert(QStringLiteral("galleries"), galleries);
-    MessageSender::instance()->sendMessage(galleryEvent, payload, m_requestID);
+    MessageSender::instance()->sendMessage(code(ai::Event::Faces), payload, m_requestID);
 }

@@ -2,6 +2,7 @@
 
 #include "datamanager.h"
 #include "modelmanager.h"
+#include "protocol.h"
 #include "rectutil.h"
 
 namespace {
@@ -42,6 +43,6 @@ void StudentAttributeStrategy::handleFrame(const cv::Mat &frame)
             {QStringLiteral("glass"), student.glass},
         });
     }
-    emit serviceMessgeSignal(1017, QVariantMap{{QStringLiteral("studentsAttribute"), attributes}},
-                             m_requestID);
+    emit serviceMessgeSignal(code(ai::Event::Attributes),
+                             QVariantMap{{QStringLiteral("studentsAttribute"), attributes}}, m_requestID);
 }

@@ -3,6 +3,7 @@
 #include "aiconfig.h"
 #include "datamanager.h"
 #include "modelmanager.h"
+#include "protocol.h"
 #include "rectutil.h"
 
 #include <opencv2/imgproc.hpp>
@@ -183,5 +184,5 @@ void StudentTracker::report(const cv::Rect &halfBox)
     QVariantMap payload{{QStringLiteral("stuID"), m_stuID}};
     rect_util::insert(payload, box);
     qInfo().noquote().nospace() << "[studentTracking] stuID: " << m_stuID << rect_util::text(box);
-    emit serviceMessgeSignal(1014, payload, m_requestID);
+    emit serviceMessgeSignal(code(ai::Event::Followed), payload, m_requestID);
 }

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "schema.h"
+
+#include <gtest/gtest.h>
+
+/// For TestClient::inspect: what the service sends is what docs/asyncapi.json says, down to the types on the
+/// wire.
+inline void expectConforms(const QVariantMap &request, const QVariantMap &message)
+{
+    const Schema &schema = Schema::published();
+    const QString complaints = request.isEmpty() ? schema.eventComplaints(message, Schema::Wire)
+                                                 : schema.complaints(request, message, Schema::Wire);
+    EXPECT_EQ(complaints.toStdString(), "");
+}

@@ -1,0 +1,111 @@
+#include "asyncapi.h"
+#include "messages.h"
+#include "page.h"
+#include "samples.h"
+#include "schema.h"
+
+#include <gtest/gtest.h>
+
+#include <QRegularExpression>
+#include <QSet>
+
+namespace {
+
+// What is said when one of these fails: build/bin/protocoldocs docs
+TEST(ProtocolDocs, AreInStepWithTheRows)
+{
+    EXPECT_TRUE(document("asyncapi.json") == asyncApiDocument());
+    const QString page = QString::fromUtf8(document("protocol.md"));
+    QString problems;
+    EXPECT_TRUE(withTables(page, &problems) == page);
+    EXPECT_EQ(problems.toStdString(), "");
+    for (const ai::CommandRow &row : ai::commands) {
+        // These two share a table with the command beside them.
+        const bool shares =
+            row.command == ai::Command::StartFollowing || row.command == ai::Command::StopGame;
+        const QString comment = QString("<!-- table: %1-request -->").arg(row.name);
+        EXPECT_TRUE(row.request.empty() || shares || page.contains(comment)) << row.name;
+    }
+    for (const ai::EventRow &row : ai::events)
+        EXPECT_TRUE(page.contains(QString("<!-- table: %1-event -->").arg(row.name))) << row.name;
+}
+
+TEST(ProtocolDocs, EveryMessageHasASampleThatConforms)
+{
+    const Samples samples = Samples::ofPage();
+    QSet<unsigned> commands;
+    QSet<int> kinds;
+    for (const auto &[request, reply] : samples.exchanges) {
+        const std::string shown = request["req_id"].toString().toStdString();
+        EXPECT_EQ(Schema::published().requestComplaints(request, Schema::Json).toStdString(), "") << shown;
+        EXPECT_EQ(Schema::published().complaints(request, reply, Schema::Json).toStdString(), "") << shown;
+        EXPECT_EQ(reply["rsp_id"], request["req_id2"]) << shown;
+        kinds.insert(request["req_code"].toInt());
+        if (request["req_code"] == code(ai::Kind::Execute))
+            commands.insert(request["req_data"].toMap()["command_code"].toUInt());
+    }
+    EXPECT_EQ(kinds, (QSet<int>{1, 2, 3, 4}));
+    for (const ai::CommandRow &row : ai::commands)
+        EXPECT_TRUE(commands.contains(code(row.command))) << row.name;
+
+    QSet<unsigned> events;
+    for (const QVariantMap &event : samples.events) {
+        EXPECT_EQ(Schema::published().eventComplaints(event, Schema::Json).toStdString(), "");
+        events.insert(event["msg"].toUInt());
+    }
+    for (const ai::EventRow &row : ai::events)
+        EXPECT_TRUE(events.contains(code(row.event))) << row.name;
+}
+
+/// That they are the right ones shows when tests run the example beside the service.
+TEST(ProtocolDocs, TheCodesOfTheExampleExist)
+{
+    const QString example = QString::fromUtf8(document("../examples/client.py"));
+    auto codes = QRegularExpression("\\b10\\d\\d\\b").globalMatch(example);
+    EXPECT_TRUE(codes.hasNext());
+    while (codes.hasNext()) {
+        const unsigned code = codes.next().captured().toUInt();
+        EXPECT_TRUE(ai::find(ai::Command{code}) || ai::find(ai::Event{code})) << code;
+    }
+}
+
+/// What the checks above are worth.
+TEST(ProtocolDocs, TheSchemaFindsWhatIsWrong)
+{
+    const QVariantMap video{{"type", 2},
+                            {"msg", 1022U},
+                            {"event_info", QVariantMap{{"status", 1}}},
+                            {"event_type", "service"},
+                            {"event_req_id", "0"}};
+    const auto complaints = [&](const char *key, const QVariant &value, Schema::Strictness strictness) {
+        QVariantMap changed = video;
+        changed[key] = value;
+        return Schema::published().eventComplaints(changed, strictness);
+    };
+    EXPECT_EQ(complaints("type", 2, Schema::Wire).toStdString(), "");
+    EXPECT_NE(complaints("type", 1, Schema::Json), "");
+    EXPECT_EQ(complaints("msg", 1022, Schema::Json), "");
+    EXPECT_NE(complaints("msg", 1013U, Schema::Json), "");
+    EXPECT_NE(complaints("msg", 1999U, Schema::Json), "");
+    EXPECT_NE(complaints("more", 1, Schema::Json), "");
+    EXPECT_NE(complaints("event_type", "execute", Schema::Json), "");
+    EXPECT_NE(complaints("event_info", QVariant(), Schema::Json), "");
+    EXPECT_NE(complaints("event_info", QVariantMap{}, Schema::Json), "");
+    EXPECT_NE(complaints("event_info", QVariantMap{{"status", "1"}}, Schema::Json), "");
+    EXPECT_NE(complaints("event_info", QVariantMap{{"status", 0.5}}, Schema::Json), "");
+    EXPECT_EQ(complaints("event_info", QVariantMap{{"status", 1U}}, Schema::Json), "");
+    EXPECT_NE(complaints("event_info", QVariantMap{{"status", 1U}}, Schema::Wire), "");
+
+    const QVariantMap request{{"req_code", 3}, {"req_data", QVariantMap{{"command_code", 1020}}}};
+    EXPECT_NE(Schema::published().requestComplaints(request, Schema::Wire), "");
+    const QVariantMap entry{{"stuID", 1}};
+    const QVariantMap reply{
+        {"type", 1},
+        {"rsp_id", 1},
+        {"rsp_error", 0},
+        {"rsp_data", QVariantMap{{"command_code", 1020U}, {"failedStuList", QVariantList{entry}}}}};
+    EXPECT_TRUE(
+        Schema::published().complaints(request, reply, Schema::Wire).contains("failedStuList[0].stuID"));
+}
+
+} // namespace
