@@ -32,7 +32,7 @@ cv::Mat closeSquare(const cv::Mat &crop)
                      float(std::max(inner.width, inner.height)), expressionSide);
 }
 
-/// Tells smiles: the mean of two nets that were trained on different pictures.
+/// Tells smiles: what two nets agree on that were trained on different pictures.
 class LearnedEmotion : public mirovane::FaceEmotionClassify
 {
 public:
@@ -60,7 +60,7 @@ public:
             for (int i = range.start; i < range.end; ++i)
                 happy[i] = i == 0 ? emotionOf(crop) : expressionOf(crop);
         });
-        const float smiling = (happy[0] + happy[1]) / 2;
+        const float smiling = std::min(happy[0], happy[1]);
         *label = smiling >= 0.5F ? 1 : 0;
         *score = *label == 1 ? smiling : 1 - smiling;
         return 0;
