@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <map>
+#include <optional>
 
 namespace {
 
@@ -43,33 +44,52 @@ struct Count
     }
 };
 
-/// The largest face of a picture as the service cuts it out, and its eye distance. Empty when there is none.
-cv::Mat largestHead(const Recognisers &recognisers, const cv::Mat &picture, double *eyes)
+/// A picture with the face that is asked for: the one about a place, or the largest.
+struct Portrait
 {
-    MTCNNModel model(picture, recognisers.faces, true);
+    cv::Mat picture;
+    std::optional<cv::Point2d> place;
+};
+
+Portrait portraitOf(const Photograph &photograph)
+{
+    if (photograph.marks.empty())
+        return {photograph.picture, {}};
+    const auto &mark = photograph.marks.front();
+    return {photograph.picture, (mark.leftEye + mark.rightEye) / 2};
+}
+
+/// The portrait in the middle of a full frame, scaled so that a face of that eye distance gets the width.
+Portrait framed(const Portrait &portrait, double eyes, double width, std::mt19937 &random)
+{
+    const double scale = width / (faceWidth * eyes);
+    auto picture = resized(portrait.picture, scale);
+    auto frame = emptyRoom(random);
+    picture = picture(cv::Rect({}, picture.size()) & cv::Rect({}, frame.size()));
+    const cv::Point corner((frame.cols - picture.cols) / 2, (frame.rows - picture.rows) / 2);
+    picture.copyTo(frame({corner, picture.size()}));
+    if (!portrait.place)
+        return {frame, {}};
+    return {frame, *portrait.place * scale + cv::Point2d(corner)};
+}
+
+/// The face that is asked for as the service cuts it out, and its eye distance. Empty when it isn't found.
+cv::Mat headOf(const Recognisers &recognisers, const Portrait &portrait, double *eyes)
+{
+    MTCNNModel model(portrait.picture, recognisers.faces, true);
     model.detect();
     const auto crops = model.cropHeads(40);
     cv::Mat best;
     int bestWidth = 0;
     for (size_t i = 0; i < crops.size(); ++i) {
-        if (model.m_rects[i].width > bestWidth) {
+        const bool asked = !portrait.place || model.m_rects[i].contains(cv::Point(*portrait.place));
+        if (asked && model.m_rects[i].width > bestWidth) {
             bestWidth = model.m_rects[i].width;
             best = crops[i];
             *eyes = cv::norm(model.m_landmarks[i][1] - model.m_landmarks[i][0]);
         }
     }
     return best;
-}
-
-/// The photograph in the middle of a full frame, so that a face of that eye distance gets the width.
-cv::Mat framed(const Photograph &photograph, double eyes, double width, std::mt19937 &random)
-{
-    auto picture = resized(photograph.picture, width / (faceWidth * eyes));
-    auto frame = emptyRoom(random);
-    picture = picture(cv::Rect({}, picture.size()) & cv::Rect({}, frame.size()));
-    picture.copyTo(
-        frame({{(frame.cols - picture.cols) / 2, (frame.rows - picture.rows) / 2}, picture.size()}));
-    return frame;
 }
 
 /// The best of some heads for one that is asked.
@@ -151,12 +171,11 @@ void measureIdentity(const Recognisers &recognisers, const std::vector<Person> &
             for (const auto &photograph : people[person].photographs) {
                 cv::Mat crop;
                 double distance = 0;
-                if (width == 0) {
-                    crop = largestHead(recognisers, photograph.picture, &eyes[&photograph]);
-                } else if (eyes[&photograph] > 0) {
-                    const auto frame = framed(photograph, eyes[&photograph], width, random);
-                    crop = largestHead(recognisers, frame, &distance);
-                }
+                const auto portrait = portraitOf(photograph);
+                if (width == 0)
+                    crop = headOf(recognisers, portrait, &eyes[&photograph]);
+                else if (eyes[&photograph] > 0)
+                    crop = headOf(recognisers, framed(portrait, eyes[&photograph], width, random), &distance);
                 if (!crop.empty())
                     heads.push_back({person, crop, {}, {}});
             }

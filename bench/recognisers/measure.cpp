@@ -1,7 +1,7 @@
 /**
  * Measures how well people are found and known again, on anybody's own photographs.
  *
- *     measure_recognisers [--models FOLDER] [--picture FILE] FOLDER
+ *     measure_recognisers [--models FOLDER] [--picture FILE] [--only finding|identity] FOLDER
  *     measure_recognisers [--models FOLDER] --mark FOLDER
  *
  * FOLDER/people/NAME/ holds some photographs of each person, each with him as the largest face, taken on
@@ -24,8 +24,8 @@
 
 namespace {
 
-constexpr const char *usage =
-    "Usage: measure_recognisers [--models FOLDER] [--picture FILE] [--mark] FOLDER\n";
+constexpr const char *usage = "Usage: measure_recognisers [--models FOLDER] [--picture FILE] [--only "
+                              "finding|identity] [--mark] FOLDER\n";
 
 void mark(const Recognisers &recognisers, std::vector<Photograph> &room)
 {
@@ -59,7 +59,10 @@ void addNamed(std::vector<Person> &people, const std::vector<Photograph> &room)
             const cv::Rect around = cv::Rect(cvRound(eyes.x - side / 2), cvRound(eyes.y - 0.4 * side),
                                              cvRound(side), cvRound(side)) &
                                     cv::Rect({}, photograph.picture.size());
-            person->photographs.push_back({photograph.file, photograph.picture(around).clone(), {}});
+            auto moved = mark;
+            moved.leftEye -= cv::Point2d(around.tl());
+            moved.rightEye -= cv::Point2d(around.tl());
+            person->photographs.push_back({photograph.file, photograph.picture(around).clone(), {moved}});
         }
     }
 }
@@ -68,9 +71,11 @@ void addNamed(std::vector<Person> &people, const std::vector<Photograph> &room)
 
 int main(int argc, char **argv)
 {
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
     QLoggingCategory::setFilterRules("*.debug=false\n*.info=false"); // the service's own lines
     std::string models = MODEL_FOLDER;
     std::string drawing;
+    std::string only;
     std::string folder;
     bool marks = false;
     for (int i = 1; i < argc; ++i) {
@@ -79,6 +84,8 @@ int main(int argc, char **argv)
             models = argv[++i];
         else if (std::strcmp(argv[i], "--picture") == 0 && hasValue)
             drawing = argv[++i];
+        else if (std::strcmp(argv[i], "--only") == 0 && hasValue)
+            only = argv[++i];
         else if (std::strcmp(argv[i], "--mark") == 0)
             marks = true;
         else if (argv[i][0] != '-' && folder.empty())
@@ -86,7 +93,7 @@ int main(int argc, char **argv)
         else
             folder = "-";
     }
-    if (folder.empty() || folder == "-") {
+    if (folder.empty() || folder == "-" || (!only.empty() && only != "finding" && only != "identity")) {
         std::fputs(usage, stderr);
         return 2;
     }
@@ -114,9 +121,12 @@ int main(int argc, char **argv)
         return 0;
     }
     addNamed(photographs.people, photographs.room);
-    measureSizes(recognisers, photographs.room);
-    measureRoom(recognisers, photographs.room, drawing);
-    measureEmpty(recognisers, photographs.empty);
-    measureIdentity(recognisers, photographs.people);
+    if (only != "identity") {
+        measureSizes(recognisers, photographs.room);
+        measureRoom(recognisers, photographs.room, drawing);
+        measureEmpty(recognisers, photographs.empty);
+    }
+    if (only != "finding")
+        measureIdentity(recognisers, photographs.people);
     return 0;
 }
