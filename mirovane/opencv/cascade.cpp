@@ -13,17 +13,6 @@ bool isReadable(const std::string &path)
     return std::ifstream(path, std::ios::binary).peek() != std::ifstream::traits_type::eof();
 }
 
-bool loadCascade(cv::CascadeClassifier &cascade, const std::string &path)
-{
-    if (!isReadable(path))
-        return false;
-    try {
-        return cascade.load(path) && !cascade.empty();
-    } catch (const cv::Exception &) {
-        return false;
-    }
-}
-
 bool openModel(cv::FileStorage &file, const std::string &path, const std::string &className)
 {
     if (!isReadable(path))

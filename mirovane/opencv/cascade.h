@@ -1,7 +1,6 @@
 #pragma once
 
 #include <opencv2/core.hpp>
-#include <opencv2/objdetect.hpp>
 #include <string>
 
 /**
@@ -13,10 +12,6 @@ namespace mirovane::open {
 /// Whether the path is a file with something in it. OpenCV writes a line on standard error for one that it
 /// cannot open, so that is found out first.
 bool isReadable(const std::string &path);
-
-/// Loads a cascade from a model file. False, without an exception, when the file is absent or is no
-/// cascade; the classifier is empty then.
-bool loadCascade(cv::CascadeClassifier &cascade, const std::string &path);
 
 /// Opens a YAML or XML file of numbers whose text "class" is the given name. False, without an exception,
 /// when the file is absent, is neither, or belongs to another class.

@@ -176,14 +176,8 @@ std::shared_ptr<FaceLook> FaceLook::open(const std::string &propose, const std::
 
 std::shared_ptr<FaceLook> FaceLook::find(const std::string &config)
 {
-    cv::FileStorage file;
-    if (!openModel(file, config, "common"))
-        return nullptr;
-    const auto path = [&](const char *key) {
-        const auto name = file["nets"][key];
-        return name.isString() ? besideModel(config, name.string()) : std::string();
-    };
-    return open(path("blazeface"), path("blazeface"), path("landmark68"));
+    const std::string propose = netPath(config, "blazeface");
+    return open(propose, propose, netPath(config, "landmark68"));
 }
 
 std::vector<SeenFace> FaceLook::facesOf(const cv::Mat &image)

@@ -66,6 +66,9 @@ private:
     std::vector<Planned> m_idle; ///< the one used last comes last
 };
 
+/// The file of the net that the common configuration names under a key, full path; empty when it names none.
+MIROVANE_SHARED std::string netPath(const std::string &config, const std::string &key);
+
 /// How the pixels of a picture become the numbers that a net was trained on: (value - mean) * factor.
 struct PixelScale
 {
