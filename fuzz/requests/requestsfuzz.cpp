@@ -20,10 +20,8 @@
 
 namespace {
 
-// The service keeps its controller to itself, and that one its strategies. An explicit instantiation may name
-// private members.
+// The service keeps its controller to itself. An explicit instantiation may name private members.
 AIServiceController *controllerOf(AIService &service);
-std::shared_ptr<BaseStrategy> strategyOf(AIServiceController &controller, const QString &name);
 
 template <auto Member>
 struct ControllerAccess
@@ -31,16 +29,6 @@ struct ControllerAccess
     friend AIServiceController *controllerOf(AIService &service) { return service.*Member; }
 };
 template struct ControllerAccess<&AIService::controller>;
-
-template <auto Member>
-struct StrategyAccess
-{
-    friend std::shared_ptr<BaseStrategy> strategyOf(AIServiceController &controller, const QString &name)
-    {
-        return (controller.*Member)(name);
-    }
-};
-template struct StrategyAccess<&AIServiceController::registeredStrategy>;
 
 constexpr std::array strategyNames{"GalleryStrategy",      "GalleryStrategyNew", "ConcerntrationStrategy",
                                    "CMUHandupStrategy",    "TrackingStrategy",   "HandupPickStrategy",
@@ -157,8 +145,7 @@ private:
     std::shared_ptr<BaseStrategy> add(Source &steps)
     {
         const QString name = strategyNames[std::size_t(steps.choose(int(strategyNames.size())))];
-        m_controller.addNewStrategy(name, values::requestID(steps));
-        return strategyOf(m_controller, name);
+        return m_controller.strategies().provide(name, values::requestID(steps));
     }
 
     /// Some frames, as the reader hands them over; now and then with a record that doesn't fit.
@@ -187,7 +174,7 @@ private:
     void drain()
     {
         for (const char *name : strategyNames) {
-            const auto strategy = strategyOf(m_controller, name);
+            const auto strategy = m_controller.strategies().find(name);
             if (strategy && strategy->thread()->isRunning())
                 QMetaObject::invokeMethod(
                     strategy.get(), [] {}, Qt::BlockingQueuedConnection);
