@@ -91,7 +91,7 @@ TEST_F(ControllerTest, AnIncompleteExternalEntryEndsTheRequestAndKeepsTheEarlier
         error(-12));
     EXPECT_EQ(externals(), QStringList({"a", "b"}));
     EXPECT_EQ(storedExternals(), QStringList({"a", "b"}));
-    recognisers.ids->failExtract = true;
+    recognisers.ids->extractResult = -7;
     const QVariantMap reply = setExternal({gallery("d", 50)});
     EXPECT_EQ(students::ids(reply["rsp_data"].toMap()["failedStuList"]), QStringList("d"));
     enrol({gallery("d", 50)});
