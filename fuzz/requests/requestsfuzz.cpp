@@ -8,6 +8,7 @@
 #include "imagewritter.h"
 #include "messageSender.h"
 #include "source.h"
+#include "strategyfactory.h"
 #include "values.h"
 #include "wire.h"
 
@@ -15,7 +16,6 @@
 
 #include <QDir>
 
-#include <array>
 #include <cmath>
 
 namespace {
@@ -29,10 +29,6 @@ struct ControllerAccess
     friend AIServiceController *controllerOf(AIService &service) { return service.*Member; }
 };
 template struct ControllerAccess<&AIService::controller>;
-
-constexpr std::array strategyNames{"GalleryStrategy",      "GalleryStrategyNew", "ConcerntrationStrategy",
-                                   "CMUHandupStrategy",    "TrackingStrategy",   "HandupPickStrategy",
-                                   "FunctionGameStrategy", "AttributeStrategy",  "FaceEmotionStrategy"};
 
 /// Of one input. OpenCV's tracker takes some 30 ms for each, and the second one that other analyses handle is
 /// the 31st.
@@ -144,7 +140,7 @@ private:
 
     std::shared_ptr<BaseStrategy> add(Source &steps)
     {
-        const QString name = strategyNames[std::size_t(steps.choose(int(strategyNames.size())))];
+        const QString name = m_strategyNames[steps.choose(m_strategyNames.size())];
         return m_controller.strategies().provide(name, values::requestID(steps));
     }
 
@@ -173,7 +169,7 @@ private:
     /// Waits until the analyses have handled what was queued for them.
     void drain()
     {
-        for (const char *name : strategyNames) {
+        for (const QString &name : m_strategyNames) {
             const auto strategy = m_controller.strategies().find(name);
             if (strategy && strategy->thread()->isRunning())
                 QMetaObject::invokeMethod(
@@ -182,6 +178,7 @@ private:
     }
 
     const QString m_videos;
+    const QStringList m_strategyNames = strategyNames();
     ImageWritter m_camera{"Camera", 1, 64, nullptr};
     AIService m_service;
     AIServiceController &m_controller = *controllerOf(m_service);

@@ -39,6 +39,17 @@ class AIServiceController : public QObject
     Q_OBJECT
 
 public:
+    /// An analysis that runs until it is stopped: its registered name, and the words for what can fail.
+    struct DetectionTexts
+    {
+        QString strategy;
+        const char *stopWarning;
+        const char *stopDetail;
+        const char *createWarning;
+        const char *startWarning;
+        const char *startDetail;
+    };
+
     explicit AIServiceController(QObject *parent = nullptr);
     ~AIServiceController() override;
 
@@ -64,7 +75,10 @@ public:
     bool addNewStrategy(const QString &name, const QString &requestID);
     void removeStrategy(const QString &name, const BaseStrategy *strategy);
     void resetStrategies();
+
+    // The rooms, for commands that need no more than one of them.
     StrategyRegistry &strategies() { return m_strategies; }
+    Classroom &classroom() { return m_classroom; }
 
     // Gallery commands.
     QVariantMap setExternalGallery(const QVariantMap &params, const QString &requestID);
@@ -81,6 +95,7 @@ public:
     QVariantMap updateStudentGallery(const QVariantMap &params);
 
     // Analyses; the flag is 1 to start and 0 to stop.
+    QVariantMap detect(const DetectionTexts &texts, const QString &requestID, int start);
     QVariantMap detectHandup(const QVariantMap &params, const QString &requestID, int start);
     QVariantMap detectConcerntration(const QVariantMap &params, const QString &requestID, int start);
     QVariantMap startAttributeDetection(const QVariantMap &params, const QString &requestID);
@@ -105,12 +120,7 @@ public slots:
     void onCheckTimerDone();
 
 private:
-    /// Words in which detectHandup and detectConcerntration differ.
-    struct DetectionTexts;
-
     static void ipcConnect(void *controller);
-
-    QVariantMap detect(const DetectionTexts &texts, const QString &requestID, int start);
 
     ImageReader *m_reader;
     std::atomic<bool> m_valid{false};      ///< the reader is connected, or init has just run

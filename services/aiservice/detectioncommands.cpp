@@ -29,16 +29,6 @@ void connectEvents(BaseStrategy &strategy, int unique = 0)
 
 } // namespace
 
-struct AIServiceController::DetectionTexts
-{
-    QString strategy;
-    const char *stopWarning;
-    const char *stopDetail;
-    const char *createWarning;
-    const char *startWarning;
-    const char *startDetail;
-};
-
 QVariantMap AIServiceController::detect(const DetectionTexts &texts, const QString &requestID, int start)
 {
     if (start != 1) {
