@@ -9,6 +9,7 @@ if(AI_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
     set(CMAKE_C_COMPILER_LAUNCHER ${CMAKE_CXX_COMPILER_LAUNCHER})
 endif()
 
+# What a library declares deprecated stays a warning: it comes with an update of theirs, not a change of ours.
 add_library(ai_warnings INTERFACE)
 set_target_properties(ai_warnings PROPERTIES AI_LAYER -1) # below all modules
 target_compile_options(ai_warnings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
@@ -20,5 +21,5 @@ if(AI_SANITIZE)
     add_link_options(-fsanitize=${AI_SANITIZE})
 endif()
 if(AI_SANITIZE MATCHES "thread")
-    include(${CMAKE_CURRENT_LIST_DIR}/tsan/ThreadSanitizer.cmake)
+    include(${CMAKE_CURRENT_LIST_DIR}/../tests/tsan/ThreadSanitizer.cmake)
 endif()

@@ -41,12 +41,14 @@ function(ai_add_program name)
     target_link_libraries(${name} PRIVATE ${ARG_LINK} ai_warnings)
 endfunction()
 
-# Adds the shared library of one recogniser class, lib<name>.so, beside the others in <build>/lib.
+# Adds the shared library of one recogniser class, lib<name>.so, beside the others in <build>/lib, and its name
+# to the global property AI_RECOGNISERS.
 #
 #   mirovane_add_recogniser(<name> SOURCES <files> [LINK <targets>])
 function(mirovane_add_recogniser name)
     cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;LINK")
     add_library(${name} SHARED ${ARG_SOURCES})
+    set_property(GLOBAL APPEND PROPERTY AI_RECOGNISERS ${name})
     set_target_properties(${name} PROPERTIES AI_LAYER 1)
     target_link_libraries(${name} PUBLIC mirovane PRIVATE ${ARG_LINK} ai_warnings)
     set_target_properties(${name} PROPERTIES INSTALL_RPATH "$ORIGIN")

@@ -198,8 +198,8 @@ inline constexpr Key startGameKeys[] = {
 inline constexpr Key startRecordingKeys[] = {
     {"recordPath", Type::Text,
      "an existing folder, or one to be made, on the service's machine, a relative one in its working folder; "
-     "empty or absent: the folder Mirovane/Video on the disk with the most room, memory file systems left "
-     "out",
+     "empty or absent: the folder Mirovane/Video on the disk with the most room, "
+     "memory file systems left out",
      optional}};
 
 inline constexpr Event facesEvents[] = {Event::Faces};
@@ -281,8 +281,8 @@ inline constexpr Key galleryKeys[] = {
     widthKey,
     heightKey,
     {"isDetected", Type::BooleanOrZero,
-     "true for a face that is enrolled, false for others; the int 0 when a single student was looked for at "
-     "his place"}};
+     "true for a face that is enrolled, false for others; "
+     "the int 0 when a single student was looked for at his place"}};
 inline constexpr Key facesKeys[] = {
     {"image", Type::Picture, "the whole frame"},
     {"galleries", Type::List, "one map for each face", !optional, galleryKeys}};

@@ -68,6 +68,7 @@ bool ServiceServer::start()
     QLocalSocket probe;
     probe.connectToServer(serviceName, QIODevice::ReadWrite);
     if (probe.waitForConnected(probeTimeout)) {
+        // Garbled, and kept on purpose, as is the text of listen(): logs are searched for it.
         const QString text("ServiceServer::start end: service<%1> 宸茬粡鍦ㄨ繍琛?");
         qInfo().noquote() << text.arg(serviceName);
         return false;

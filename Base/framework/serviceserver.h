@@ -77,8 +77,8 @@ private:
     QList<QByteArray> takeResponses(quint64 serial);
     void writeResponses(QLocalSocket &socket, const QList<QByteArray> &responses);
 
-    // All of this belongs to the server thread. The locks are never contended; socketMutex comes before
-    // queueMutex, and queueMutex is not held across a socket operation.
+    // All of this belongs to the server thread. The locks are never contended; they are kept on purpose.
+    // socketMutex comes before queueMutex, and queueMutex is not held across a socket operation.
     QMap<quint64, QLocalSocket *> sockets; ///< the connected sockets, in order of connection
     QLocalServer *localServer = nullptr;
     QString serviceName;

@@ -105,23 +105,6 @@ inline cv::Mat matrix(int columns)
     return result;
 }
 
-struct Faces : scripted::FaceDetection
-{
-    int detectWithLandmarks(const cv::Mat &image, std::vector<cv::Rect> &faces, std::vector<float> &list,
-                            std::vector<std::vector<cv::Point>> &landmarks, bool) override
-    {
-        faces = rects(image.size());
-        list = scores<float>(faces.size());
-        landmarks.resize(length(faces.size()));
-        for (std::vector<cv::Point> &points : landmarks) {
-            points.resize(length(5));
-            for (cv::Point &point : points)
-                point = {coordinate(image.cols), coordinate(image.rows)};
-        }
-        return result();
-    }
-};
-
 struct Gallery : scripted::FaceID
 {
     int registerFace(const cv::Mat &, int) override
@@ -154,97 +137,56 @@ struct Gallery : scripted::FaceID
     static int anyId() { return bytes().oneIn(8) ? bytes().take<std::int32_t>() : bytes().choose(9) - 1; }
 };
 
-struct Bodies : scripted::Bodies
+/// One class and one score for each of some things.
+inline int classes(std::size_t count, std::vector<int> &states, std::vector<float> &list)
 {
-    int detect(const cv::Mat &image, std::vector<cv::Rect> &bodies, std::vector<float> &list, bool) override
-    {
-        bodies = garbage::rects(image.size());
-        list = scores<float>(bodies.size());
-        return result();
-    }
-};
-
-struct BodyPose : scripted::BodyPose
-{
-    int classify(const cv::Mat &, const std::vector<cv::Rect> &bodies, std::vector<int> &states,
-                 std::vector<float> &list, bool) override
-    {
-        states = garbage::labels(bodies.size());
-        list = scores<float>(bodies.size());
-        return result();
-    }
-};
-
-struct Handup : scripted::Handup
-{
-    int classify(const cv::Mat &, const std::vector<cv::Rect> &crops, std::vector<int> &states,
-                 std::vector<float> &list, bool) override
-    {
-        states = garbage::labels(crops.size());
-        list = garbage::scores<float>(crops.size());
-        return result();
-    }
-};
-
-struct Attributes : scripted::FaceAttr
-{
-    int detect(const cv::Mat &, const std::vector<cv::Rect> &faces,
-               std::vector<mirovane::FaceAttrResult> &results, bool) override
-    {
-        results.resize(length(faces.size()));
-        for (mirovane::FaceAttrResult &attributes : results)
-            attributes.labels = labels(1);
-        return result();
-    }
-};
-
-struct Emotion : scripted::Emotion
-{
-    int classify(const cv::Mat &, int *state, float *certainty, bool) override
-    {
-        *state = bytes().choose(3);
-        *certainty = static_cast<float>(garbage::score());
-        return result();
-    }
-};
-
-struct Pose : scripted::Pose
-{
-    int detect(const cv::Mat &image, std::vector<cv::Rect> &bodies, std::vector<cv::Mat> &points,
-               bool) override
-    {
-        bodies = garbage::rects(image.size());
-        points.resize(length(bodies.size()));
-        for (cv::Mat &row : points)
-            row = matrix(36);
-        return result();
-    }
-};
-
-struct PoseClass : scripted::PoseClass
-{
-    int classify(const std::vector<cv::Mat> &points, std::vector<int> &classes,
-                 std::vector<float> &list) override
-    {
-        classes = labels(points.size());
-        list = scores<float>(points.size());
-        return result();
-    }
-};
+    states = labels(count);
+    list = scores<float>(count);
+    return result();
+}
 
 /// One of each, put into the model manager.
 inline void install()
 {
     static ModelManagerTestAccess::Recognisers recognisers;
-    recognisers.faces = std::make_shared<Faces>();
+    recognisers.faces->answer = [](const cv::Mat &image, auto &faces, auto &list, auto &landmarks) {
+        faces = rects(image.size());
+        list = scores<float>(faces.size());
+        landmarks.resize(length(faces.size()));
+        for (std::vector<cv::Point> &points : landmarks) {
+            points.resize(length(5));
+            for (cv::Point &point : points)
+                point = {coordinate(image.cols), coordinate(image.rows)};
+        }
+        return result();
+    };
     recognisers.ids = std::make_shared<Gallery>();
-    recognisers.bodies = std::make_shared<Bodies>();
-    recognisers.bodyPose = std::make_shared<BodyPose>();
-    recognisers.handup = std::make_shared<Handup>();
-    recognisers.attributes = std::make_shared<Attributes>();
-    recognisers.emotion = std::make_shared<Emotion>();
-    recognisers.pose = std::make_shared<Pose>();
-    recognisers.poseClass = std::make_shared<PoseClass>();
+    recognisers.bodies->answer = [](const cv::Mat &image, auto &bodies, auto &list) {
+        bodies = rects(image.size());
+        list = scores<float>(bodies.size());
+        return result();
+    };
+    recognisers.bodyPose->answer = classes;
+    recognisers.handup->answer = classes;
+    recognisers.attributes->answer = [](std::size_t count, auto &results) {
+        results.resize(length(count));
+        for (mirovane::FaceAttrResult &attributes : results)
+            attributes.labels = labels(1);
+        return result();
+    };
+    recognisers.emotion->answer = [](int &label, float &certainty) {
+        label = bytes().choose(3);
+        certainty = static_cast<float>(score());
+        return result();
+    };
+    recognisers.pose->answer = [](const cv::Mat &image, auto &bodies, auto &points) {
+        bodies = rects(image.size());
+        points.resize(length(bodies.size()));
+        for (cv::Mat &row : points)
+            row = matrix(36);
+        return result();
+    };
+    recognisers.poseClass->answer = classes;
     recognisers.install();
 }
 

@@ -8,6 +8,7 @@
 #include "imagewritter.h"
 #include "messageSender.h"
 #include "source.h"
+#include "strategyfactory.h"
 #include "values.h"
 #include "wire.h"
 
@@ -15,15 +16,12 @@
 
 #include <QDir>
 
-#include <array>
 #include <cmath>
 
 namespace {
 
-// The service keeps its controller to itself, and that one its strategies. An explicit instantiation may name
-// private members.
+// The service keeps its controller to itself. An explicit instantiation may name private members.
 AIServiceController *controllerOf(AIService &service);
-std::shared_ptr<BaseStrategy> strategyOf(AIServiceController &controller, const QString &name);
 
 template <auto Member>
 struct ControllerAccess
@@ -31,20 +29,6 @@ struct ControllerAccess
     friend AIServiceController *controllerOf(AIService &service) { return service.*Member; }
 };
 template struct ControllerAccess<&AIService::controller>;
-
-template <auto Member>
-struct StrategyAccess
-{
-    friend std::shared_ptr<BaseStrategy> strategyOf(AIServiceController &controller, const QString &name)
-    {
-        return (controller.*Member)(name);
-    }
-};
-template struct StrategyAccess<&AIServiceController::registeredStrategy>;
-
-constexpr std::array strategyNames{"GalleryStrategy",      "GalleryStrategyNew", "ConcerntrationStrategy",
-                                   "CMUHandupStrategy",    "TrackingStrategy",   "HandupPickStrategy",
-                                   "FunctionGameStrategy", "AttributeStrategy",  "FaceEmotionStrategy"};
 
 /// Of one input. OpenCV's tracker takes some 30 ms for each, and the second one that other analyses handle is
 /// the 31st.
@@ -156,9 +140,8 @@ private:
 
     std::shared_ptr<BaseStrategy> add(Source &steps)
     {
-        const QString name = strategyNames[std::size_t(steps.choose(int(strategyNames.size())))];
-        m_controller.addNewStrategy(name, values::requestID(steps));
-        return strategyOf(m_controller, name);
+        const QString name = m_strategyNames[steps.choose(m_strategyNames.size())];
+        return m_controller.strategies().provide(name, values::requestID(steps));
     }
 
     /// Some frames, as the reader hands them over; now and then with a record that doesn't fit.
@@ -186,8 +169,8 @@ private:
     /// Waits until the analyses have handled what was queued for them.
     void drain()
     {
-        for (const char *name : strategyNames) {
-            const auto strategy = strategyOf(m_controller, name);
+        for (const QString &name : m_strategyNames) {
+            const auto strategy = m_controller.strategies().find(name);
             if (strategy && strategy->thread()->isRunning())
                 QMetaObject::invokeMethod(
                     strategy.get(), [] {}, Qt::BlockingQueuedConnection);
@@ -195,6 +178,7 @@ private:
     }
 
     const QString m_videos;
+    const QStringList m_strategyNames = strategyNames();
     ImageWritter m_camera{"Camera", 1, 64, nullptr};
     AIService m_service;
     AIServiceController &m_controller = *controllerOf(m_service);

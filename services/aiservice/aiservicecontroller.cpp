@@ -1,55 +1,20 @@
 #include "aiservicecontroller.h"
 
 #include "aiconfig.h"
-#include "basestrategy.h"
 #include "commandreply.h"
-#include "datamanager.h"
-#include "externalgallery.h"
 #include "imagereader.h"
-#include "messageSender.h"
 #include "modelmanager.h"
 #include "qstorage.h"
+#include "threadtimer.h"
 
 #include <QDebug>
-#include <QThread>
-#include <QTimer>
 
 #include <chrono>
-#include <vector>
 
 namespace {
 
 constexpr int storageInterval = 360000; // ms
-constexpr int checkInterval = 3000;     // ms
 constexpr std::chrono::milliseconds connectInterval(500);
-constexpr qint64 ticksPerSecond = 10000000;
-constexpr qint64 silentSeconds = 4;
-
-qint64 now()
-{
-    using Ticks = std::chrono::duration<qint64, std::ratio<1, ticksPerSecond>>;
-    return std::chrono::duration_cast<Ticks>(std::chrono::system_clock::now().time_since_epoch()).count();
-}
-
-void sendVideoState(int status)
-{
-    MessageSender::instance()->sendMessage(code(ai::Event::Video),
-                                           QVariantMap{{QStringLiteral("status"), status}}, QString());
-}
-
-/// A timer that lives on a thread, runs as long as it and calls the slot there.
-QTimer *addTimer(QThread *thread, int interval, AIServiceController *controller,
-                 void (AIServiceController::*slot)())
-{
-    auto *timer = new QTimer;
-    timer->moveToThread(thread);
-    timer->setInterval(interval);
-    QObject::connect(timer, &QTimer::timeout, controller, slot, Qt::DirectConnection);
-    QObject::connect(thread, &QThread::started, timer, qOverload<>(&QTimer::start));
-    // A timer can only be stopped on its own thread: there, when that ends.
-    QObject::connect(thread, &QThread::finished, timer, &QTimer::stop, Qt::DirectConnection);
-    return timer;
-}
 
 } // namespace
 
@@ -60,7 +25,7 @@ AIServiceController::AIServiceController(QObject *parent)
     moveToThread(m_workThread);
     m_workThread->start(QThread::InheritPriority);
     connect(m_reader, &ImageReader::newImageBlockSignal, this, &AIServiceController::onIPCVideoFrame);
-    connect(this, &AIServiceController::newImageSignal, this, &AIServiceController::offerFrame,
+    connect(this, &AIServiceController::newImageSignal, &m_strategies, &StrategyRegistry::offerFrame,
             Qt::DirectConnection);
 }
 
@@ -88,10 +53,9 @@ QVariantMap AIServiceController::init()
     });
 
     m_timerThread = new QThread; // deleted by close(), on whichever thread that runs
-    m_storageTimer = addTimer(m_timerThread, storageInterval, this, &AIServiceController::onStorageTimeDone);
-    m_checkTimer = addTimer(m_timerThread, checkInterval, this, &AIServiceController::onCheckTimerDone);
+    m_storageTimer = addTimer(m_timerThread, storageInterval, [this] { onStorageTimeDone(); });
+    m_videoWatch.start(m_timerThread);
     m_timerThread->start(QThread::InheritPriority);
-    m_checkTime = now();
     return command::reply(ai::Error::None);
 }
 
@@ -127,14 +91,12 @@ void AIServiceController::close()
         delete m_timerThread;
         m_timerThread = nullptr;
     }
-    delete m_checkTimer;
-    m_checkTimer = nullptr;
+    m_videoWatch.stop();
     delete m_storageTimer;
     m_storageTimer = nullptr;
 
     resetStrategies();
-    ExternalGallery::instance()->clear();
-    deleteAllGalleries();
+    m_classroom.clear();
     stopVideoRecord(QString());
 }
 
@@ -153,7 +115,7 @@ void AIServiceController::onIPCVideoFrame(const ImageBlock &block)
     if (block.size < bytesPerPixel * config.frameWidth * config.frameHeight)
         return;
 
-    m_lastFrameTime = now();
+    m_videoWatch.frameCame();
     const QImage image(reinterpret_cast<const uchar *>(block.data), block.width, block.height,
                        bytesPerPixel * block.width,
                        bytesPerPixel == 3 ? QImage::Format_RGB888 : QImage::Format_RGB32);
@@ -162,27 +124,12 @@ void AIServiceController::onIPCVideoFrame(const ImageBlock &block)
 
 void AIServiceController::onStorageTimeDone()
 {
-    for (const StudentInfo &student : DataManager::instance()->getAllStudents())
-        QSqliteStorage::instance()->updateStudentInfo(student);
-    qInfo("storage");
+    m_classroom.save();
 }
 
 void AIServiceController::onCheckTimerDone()
 {
-    if (!m_valid || !m_modelLoaded)
-        return;
-    const qint64 time = now();
-    m_checkTime = time;
-    const bool silent = (time - m_lastFrameTime) / ticksPerSecond >= silentSeconds;
-    if (silent && m_videoAlive) {
-        sendVideoState(0);
-        m_videoAlive = false;
-        qInfo("no video frame");
-    } else if (!silent && !m_videoAlive) {
-        sendVideoState(1);
-        m_videoAlive = true;
-        qInfo("video frame resume");
-    }
+    m_videoWatch.check();
 }
 
 bool AIServiceController::loadModel(QVariantMap &)
@@ -201,7 +148,7 @@ QVariantMap AIServiceController::setConfigData(const QVariantMap &params)
     qInfo().noquote().nospace() << "[identify]: " << identify;
     if (params.contains(QStringLiteral("enableEmotion")))
         config.setEnableEmotion(params.value(QStringLiteral("enableEmotion")).toBool());
-    if (!m_recovering)
+    if (!m_classroom.isRecovering())
         QSqliteStorage::instance()->setConfig(config.modelLoadFlag, identify);
     return {};
 }
@@ -210,98 +157,21 @@ QVariantMap AIServiceController::reset(const QString &)
 {
     qInfo("reset");
     resetStrategies();
-    ExternalGallery::instance()->clear();
-    deleteAllGalleries();
-    QSqliteStorage::instance()->remove();
+    m_classroom.forget();
     return command::reply(ai::Error::None);
-}
-
-std::shared_ptr<BaseStrategy> AIServiceController::registeredStrategy(const QString &name)
-{
-    QMutexLocker locker(&m_strategyLock);
-    return m_strategies[name];
 }
 
 bool AIServiceController::addNewStrategy(const QString &name, const QString &requestID)
 {
-    const std::shared_ptr<BaseStrategy> registered = registeredStrategy(name);
-    // One that has ended by itself is on its way out of the registry.
-    if (registered && !registered->hasEnded()) {
-        qInfo().noquote().nospace() << "addNewStrategy already exist: " << name;
-        return true;
-    }
-    std::shared_ptr<BaseStrategy> strategy(BaseStrategy::createNewStrategy(name, requestID),
-                                           [](BaseStrategy *object) {
-                                               if (object)
-                                                   BaseStrategy::release(object);
-                                           });
-    if (!strategy) {
-        qWarning().noquote().nospace() << "createNewStrategy failed: " << name << " reqID: " << requestID;
-        return false;
-    }
-
-    connect(
-        strategy.get(), &BaseStrategy::finished, this,
-        [this, name, object = strategy.get()] { removeStrategy(name, object); }, Qt::DirectConnection);
-
-    QMutexLocker locker(&m_strategyLock);
-    m_strategies[name].swap(strategy); // one that has ended is let go of after the lock
-    return true;
-}
-
-AIServiceController::Started
-AIServiceController::startStrategy(const QString &name, const QString &requestID,
-                                   const std::function<bool(BaseStrategy &)> &start)
-{
-    while (addNewStrategy(name, requestID)) {
-        const std::shared_ptr<BaseStrategy> strategy = registeredStrategy(name);
-        if (strategy && start(*strategy))
-            return Started::yes;
-        if (strategy && !strategy->hasEnded())
-            return Started::refused;
-    }
-    return Started::notProvided;
-}
-
-/// One connection for all strategies. Each of them with one of its own would take down a slot, on its own
-/// thread, that the thread of the video may be about to call.
-void AIServiceController::offerFrame(const QImage &image)
-{
-    std::vector<std::shared_ptr<BaseStrategy>> strategies; // let go after the lock
-    {
-        QMutexLocker locker(&m_strategyLock);
-        strategies.assign(m_strategies.cbegin(), m_strategies.cend());
-    }
-    for (const std::shared_ptr<BaseStrategy> &strategy : strategies) {
-        if (strategy)
-            strategy->offerFrame(image);
-    }
+    return m_strategies.provide(name, requestID) != nullptr;
 }
 
 void AIServiceController::removeStrategy(const QString &name, const BaseStrategy *strategy)
 {
-    std::shared_ptr<BaseStrategy> removed; // let go after the lock
-    QMutexLocker locker(&m_strategyLock);
-    const auto entry = m_strategies.find(name);
-    if (entry == m_strategies.end() || (entry.value() && entry.value().get() != strategy)) {
-        qWarning().noquote().nospace() << "remove strategy " << name << " failed";
-        return;
-    }
-    removed = entry.value();
-    m_strategies.erase(entry);
-    qInfo().noquote().nospace() << "remove strategy " << name << " success";
+    m_strategies.remove(name, strategy);
 }
 
 void AIServiceController::resetStrategies()
 {
-    QMap<QString, std::shared_ptr<BaseStrategy>> removed; // let go after the lock
-    QMutexLocker locker(&m_strategyLock);
-    for (auto entry = m_strategies.begin(); entry != m_strategies.end();) {
-        if (!entry.value()) {
-            ++entry;
-            continue;
-        }
-        removed.insert(entry.key(), entry.value());
-        entry = m_strategies.erase(entry);
-    }
+    m_strategies.reset();
 }

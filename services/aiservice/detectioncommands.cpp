@@ -13,6 +13,7 @@
 
 using ai::Error;
 using command::reply;
+using Started = StrategyRegistry::Started;
 
 namespace {
 
@@ -28,20 +29,10 @@ void connectEvents(BaseStrategy &strategy, int unique = 0)
 
 } // namespace
 
-struct AIServiceController::DetectionTexts
-{
-    QString strategy;
-    const char *stopWarning;
-    const char *stopDetail;
-    const char *createWarning;
-    const char *startWarning;
-    const char *startDetail;
-};
-
 QVariantMap AIServiceController::detect(const DetectionTexts &texts, const QString &requestID, int start)
 {
     if (start != 1) {
-        const std::shared_ptr<BaseStrategy> running = registeredStrategy(texts.strategy);
+        const std::shared_ptr<BaseStrategy> running = m_strategies.find(texts.strategy);
         if (!running) {
             qWarning("%s", texts.stopWarning);
             return reply(Error::WrongState, texts.stopDetail);
@@ -49,7 +40,7 @@ QVariantMap AIServiceController::detect(const DetectionTexts &texts, const QStri
         running->stop();
         return reply(Error::None);
     }
-    const Started started = startStrategy(texts.strategy, requestID, [](BaseStrategy &strategy) {
+    const Started started = m_strategies.start(texts.strategy, requestID, [](BaseStrategy &strategy) {
         connectEvents(strategy);
         return strategy.start();
     });
@@ -85,7 +76,7 @@ QVariantMap AIServiceController::detectConcerntration(const QVariantMap &, const
 QVariantMap AIServiceController::startAttributeDetection(const QVariantMap &, const QString &requestID)
 {
     const Started started =
-        startStrategy(QStringLiteral("AttributeStrategy"), requestID, [](BaseStrategy &strategy) {
+        m_strategies.start(QStringLiteral("AttributeStrategy"), requestID, [](BaseStrategy &strategy) {
             connectEvents(strategy);
             return strategy.startWithinFrames(1);
         });
@@ -108,15 +99,11 @@ QVariantMap AIServiceController::tracking(const QVariantMap &params, const QStri
         qWarning("[tracking] params error");
         return reply(Error::BadParameters);
     }
-    const QString name = QStringLiteral("TrackingStrategy");
-    if (!addNewStrategy(name, requestID)) {
+    const auto strategy = std::dynamic_pointer_cast<TrackingStrategy>(
+        m_strategies.provide(QStringLiteral("TrackingStrategy"), requestID));
+    if (!strategy) {
         qWarning("[tracking] failed to create tracking strategy");
         return reply(Error::NoAnalysis);
-    }
-    const auto strategy = std::dynamic_pointer_cast<TrackingStrategy>(registeredStrategy(name));
-    if (!strategy) {
-        qWarning("[tracking] stop failed,not start");
-        return reply(Error::WrongState, "tracking not start");
     }
     if (start == 0) {
         strategy->stopTracking(stuID, params.value(QStringLiteral("requestID")).toString());
@@ -146,21 +133,19 @@ QVariantMap AIServiceController::tracking(const QVariantMap &params, const QStri
 QVariantMap AIServiceController::startFunctionGame(const QVariantMap &params, const QString &requestID,
                                                    int start)
 {
-    const QString name = QStringLiteral("FunctionGameStrategy");
-    if (!addNewStrategy(name, requestID)) {
+    const auto strategy = std::dynamic_pointer_cast<FunctionGameStrategy>(
+        m_strategies.provide(QStringLiteral("FunctionGameStrategy"), requestID));
+    if (!strategy) {
         qWarning("failed to create function game strategy");
         return reply(Error::NoAnalysis);
     }
-    const auto strategy = std::dynamic_pointer_cast<FunctionGameStrategy>(registeredStrategy(name));
-    if (strategy) {
-        connectEvents(*strategy, Qt::UniqueConnection);
-        if (!strategy->isGameStarted()) {
-            strategy->startGame(params.value(QStringLiteral("stuList")).toList());
-            strategy->start();
-        }
-        if (start == 0)
-            strategy->stop();
+    connectEvents(*strategy, Qt::UniqueConnection);
+    if (!strategy->isGameStarted()) {
+        strategy->startGame(params.value(QStringLiteral("stuList")).toList());
+        strategy->start();
     }
+    if (start == 0)
+        strategy->stop();
     return reply(Error::None);
 }
 

@@ -1,4 +1,5 @@
-// The commands by which the client enrols, replaces, renames and deletes students.
+// The commands by which the client enrols, replaces, renames and deletes students: they read requests and
+// make replies, the rest is the Classroom's.
 
 #include "aiservicecontroller.h"
 
@@ -6,11 +7,8 @@
 #include "basestrategy.h"
 #include "commandreply.h"
 #include "datamanager.h"
-#include "externalgallery.h"
 #include "imageutil.h"
 #include "messageSender.h"
-#include "modelmanager.h"
-#include "qstorage.h"
 #include "rectutil.h"
 
 #include <QDebug>
@@ -18,6 +16,7 @@
 using ai::Error;
 using ai::Event;
 using command::reply;
+using Started = StrategyRegistry::Started;
 
 namespace {
 
@@ -36,62 +35,7 @@ bool isGalleryEntry(const QVariantMap &entry)
     return entry.contains(QStringLiteral("stuID")) && entry.contains(QStringLiteral("faceImg"));
 }
 
-/// The head crop of a JPEG data text; empty unless it has the side of a gallery picture.
-cv::Mat decodeGallery(const QString &faceImg)
-{
-    const cv::Mat face = ai_image::convertBase642Mat(faceImg);
-    const int side = AIConfig::instance().registerFaceSize;
-    return face.cols == side && face.rows == side ? face : cv::Mat();
-}
-
-/// Sides from 20 to 39 pixels are too small for the recogniser's gallery; those below 20 aren't judged.
-bool isSmallSide(int side)
-{
-    return side >= AIConfig::instance().registerFaceMinSize && side < AIConfig::instance().faceMinSize;
-}
-
 } // namespace
-
-bool AIServiceController::removeFace(int faceID)
-{
-    const cv::Mat none;
-    return ModelManager::instance().createFaceIDModel(none, FaceIDModel::Remove, faceID)->detect();
-}
-
-void AIServiceController::forStudent(const QString &stuID, const std::function<void()> &step)
-{
-    if (!m_recovering) {
-        step();
-        return;
-    }
-    try {
-        step();
-    } catch (const std::exception &exception) {
-        qCritical().noquote().nospace() << "[recover] student " << stuID << " is lost: " << exception.what();
-    } catch (...) {
-        qCritical().noquote().nospace() << "[recover] student " << stuID << " is lost: unknown exception";
-    }
-}
-
-bool AIServiceController::addExternalFace(const QString &stuID, const QString &faceImg)
-{
-    const cv::Mat face = decodeGallery(faceImg);
-    if (face.empty()) {
-        qWarning("convert base64 failed");
-        return false;
-    }
-    qDebug().noquote().nospace() << "[ExternalGallery] stuID:  " << stuID << " img: " << faceImg;
-    const auto model = ModelManager::instance().createFaceIDModel(face, FaceIDModel::Extract, -1);
-    if (!model->detect()) {
-        qWarning("faceID detect feature error");
-        return false;
-    }
-    cv::Mat feature = model->m_feature.clone();
-    ExternalGallery::instance()->addFaceFeature(stuID, feature);
-    if (!m_recovering)
-        QSqliteStorage::instance()->setHistoryGalleries(stuID, faceImg);
-    return true;
-}
 
 QVariantMap AIServiceController::setExternalGallery(const QVariantMap &params, const QString &)
 {
@@ -108,10 +52,8 @@ QVariantMap AIServiceController::setExternalGallery(const QVariantMap &params, c
             return reply(Error::BadParameters);
         }
         const QString stuID = text(entry, "stuID");
-        forStudent(stuID, [&] {
-            if (!addExternalFace(stuID, text(entry, "faceImg")))
-                failed.append(studentEntry(stuID));
-        });
+        if (!m_classroom.addExternalFace(stuID, text(entry, "faceImg")))
+            failed.append(studentEntry(stuID));
     }
     QVariantMap result = reply(Error::None);
     result.insert(QStringLiteral("rsp_data"), QVariantMap{{QStringLiteral("failedStuList"), failed}});
@@ -132,7 +74,7 @@ QVariantMap AIServiceController::fetchGalleryNew(const QVariantMap &params, cons
     }
     const bool wholeClass = student.stuID.isEmpty();
     const Started started =
-        startStrategy(QStringLiteral("GalleryStrategyNew"), requestID, [&](BaseStrategy &strategy) {
+        m_strategies.start(QStringLiteral("GalleryStrategyNew"), requestID, [&](BaseStrategy &strategy) {
             if (wholeClass)
                 return strategy.startWithinFrames(3);
             QVariantMap place = studentEntry(student.stuID);
@@ -172,10 +114,8 @@ QVariantMap AIServiceController::registerGallery(const QVariantMap &params, cons
         rect.width = std::min(config.frameWidth, rect.width);
         rect.height = std::min(config.frameHeight, rect.height);
         const QString stuID = text(entry, "stuID");
-        forStudent(stuID, [&] {
-            if (registerStuGallery(stuID, text(entry, "faceImg"), rect))
-                registered.append(studentEntry(stuID));
-        });
+        if (m_classroom.enrol(stuID, text(entry, "faceImg"), rect))
+            registered.append(studentEntry(stuID));
     }
     MessageSender::instance()->sendMessage(
         code(Event::Registered), QVariantMap{{QStringLiteral("successList"), registered}}, requestID);
@@ -184,52 +124,7 @@ QVariantMap AIServiceController::registerGallery(const QVariantMap &params, cons
 
 bool AIServiceController::registerStuGallery(const QString &stuID, const QString &faceImg, cv::Rect rect)
 {
-    if (stuID.isEmpty() || faceImg.isEmpty()) {
-        qWarning("[registerGallery] param null");
-        return false;
-    }
-    if (DataManager::instance()->isStudentExist(stuID)) {
-        qWarning().noquote().nospace() << "[registerGallery] student is exist,stuID: " << stuID;
-        return false;
-    }
-    const cv::Mat face = decodeGallery(faceImg);
-    if (face.empty()) {
-        qWarning("[registerGallery] convert base64 failed");
-        return false;
-    }
-    const auto model = ModelManager::instance().createFaceIDModel(face, FaceIDModel::RegisterAndExtract, -1);
-    if (!model->detect()) {
-        qWarning().noquote().nospace() << "[registerGallery] register failed,student: " << stuID;
-        ++m_refusedFaces;
-        return false;
-    }
-
-    StudentInfo student;
-    if (isSmallSide(rect.width) || isSmallSide(rect.height)) {
-        student.faceIDValid = false;
-        if (!removeFace(model->m_id)) {
-            qWarning().noquote().nospace() << "[registerGallery] register delete failed,student: " << stuID;
-            return false;
-        }
-    }
-    student.stuID = stuID;
-    student.faceID = model->m_id;
-    student.faceRect = rect;
-    student.galleryImage = face.clone();
-    student.bestGallery = face.clone();
-    student.registerFeature = model->m_feature.clone();
-    student.meanFeature = model->m_feature.clone();
-    qInfo().noquote().nospace() << "[registerGallery] stuID: " << stuID << " faceID: " << student.faceID
-                                << rect_util::text(rect);
-    qDebug().noquote().nospace() << "[registerGallery] stduID: " << stuID << " faceImg: " << faceImg;
-    if (!DataManager::instance()->addStudent(student)) {
-        qWarning().noquote().nospace() << "[registerGallery] add failed,student: " << stuID;
-        return false;
-    }
-    ExternalGallery::instance()->disableFaceFeature(stuID);
-    if (!m_recovering)
-        QSqliteStorage::instance()->addFaceMat(stuID, faceImg, rect);
-    return true;
+    return m_classroom.enrol(stuID, faceImg, rect);
 }
 
 QVariantMap AIServiceController::deleteGallery(const QVariantMap &params)
@@ -239,24 +134,8 @@ QVariantMap AIServiceController::deleteGallery(const QVariantMap &params)
         qWarning("[deleteGallery] param failed, studentID empty");
         return reply(Error::BadParameters);
     }
-    const int faceID = DataManager::instance()->getFaceID(stuID);
-    if (faceID < 0) {
-        qWarning().noquote().nospace() << "[deleteGallery] failed,stuID: " << stuID << " not found";
-        return reply(Error::NoStudent);
-    }
-    if (!removeFace(faceID)) {
-        qWarning().noquote().nospace() << "[deleteGallery] failed,faceID delete error,student: " << stuID;
-        return reply(Error::Failed, "delete galleries: detect failed");
-    }
-    qInfo().noquote().nospace() << "[deleteGallery] stuID: " << stuID << " faceID: " << faceID;
-    if (!DataManager::instance()->removeStudent(stuID)) {
-        qWarning().noquote().nospace() << "[deleteGallery] remove failed,student: " << stuID;
-        return reply(Error::NoStudent);
-    }
-    ExternalGallery::instance()->enableFaceFeature(stuID);
-    if (!m_recovering)
-        QSqliteStorage::instance()->deleteStudent(stuID);
-    return reply(Error::None);
+    const Error error = m_classroom.drop(stuID);
+    return error == Error::Failed ? reply(error, "delete galleries: detect failed") : reply(error);
 }
 
 QVariantMap AIServiceController::bestGallery(const QString &requestID)
@@ -278,19 +157,12 @@ QVariantMap AIServiceController::bestGallery(const QString &requestID)
 
 void AIServiceController::deleteAllGalleries()
 {
-    qInfo("[deleteAllGalleries] begin");
-    const cv::Mat none;
-    if (!ModelManager::instance().createFaceIDModel(none, FaceIDModel::Clear, -1)->detect())
-        qWarning("[deleteAllGalleries] faceid clear failed");
-    DataManager::instance()->clear();
-    qWarning("[deleteAllGalleries] end");
+    m_classroom.clearStudents();
 }
 
 QVariantMap AIServiceController::clearHistoryGalleries(const QString &)
 {
-    ExternalGallery::instance()->clear();
-    if (!m_recovering)
-        QSqliteStorage::instance()->clearHistoryGalleries();
+    m_classroom.clearExternalFaces();
     return reply(Error::None);
 }
 
@@ -303,30 +175,7 @@ QVariantMap AIServiceController::updateStudentID(const QVariantMap &params)
             << "[updateStudentID] param failed, old stuID: " << oldID << " new stuID: " << newID;
         return reply(Error::BadParameters);
     }
-    const bool unchanged = newID == oldID; // nobody's place is taken, and nothing has to move
-    const int takenFace = unchanged ? -1 : DataManager::instance()->getFaceID(newID);
-    if (takenFace >= 0) {
-        if (removeFace(takenFace))
-            qWarning().noquote().nospace() << "[updateStuID] faceID delete success,student: " << newID;
-        else
-            qWarning().noquote().nospace() << "[updateStuID] failed,faceID delete error,student: " << newID;
-    }
-    if (!DataManager::instance()->updateStudentID(oldID, newID)) {
-        qWarning().noquote().nospace()
-            << "[updateStudentID] update failed, old stuID: " << oldID << " new stuID: " << newID;
-        return reply(Error::NoStudent);
-    }
-    qInfo().noquote().nospace() << "[updateStudentID] success,old stuID: " << oldID
-                                << " new stuID: " << newID;
-    if (unchanged)
-        return reply(Error::None);
-    if (!m_recovering) {
-        QSqliteStorage::instance()->deleteStudent(newID);
-        QSqliteStorage::instance()->updateStudentName(oldID, newID);
-    }
-    ExternalGallery::instance()->enableFaceFeature(oldID);
-    ExternalGallery::instance()->disableFaceFeature(newID);
-    return reply(Error::None);
+    return reply(m_classroom.rename(oldID, newID));
 }
 
 QVariantMap AIServiceController::updateStudentGallery(const QVariantMap &params)
@@ -338,9 +187,7 @@ QVariantMap AIServiceController::updateStudentGallery(const QVariantMap &params)
             << "[updateStudentGallery] param failed,old stuID: " << stuID << " faceImg: " << faceImg;
         return reply(Error::BadParameters);
     }
-    // A delete that fails, say of a student whom nobody knows, doesn't stop the registration.
-    deleteGallery(studentEntry(stuID));
-    if (!registerStuGallery(stuID, faceImg, rect_util::fromMap(params)))
+    if (!m_classroom.replace(stuID, faceImg, rect_util::fromMap(params)))
         return reply(Error::BadParameters);
     qDebug().noquote().nospace() << "[updateStudentGallery] old stuID: " << stuID << " faceImg: " << faceImg;
     return reply(Error::None);

@@ -1,4 +1,4 @@
-// How the controller gets its students back from the store.
+// How a class comes back from the store.
 
 #include "aiservicecontroller.h"
 
@@ -11,8 +11,10 @@
 
 namespace {
 
+constexpr int progressInterval = 1000; // ms
+
 /// Sets in the record what the store keeps of a student beyond his registration.
-void restore(StudentInfo &student, const QVariantMap &row)
+void restoreRecord(StudentInfo &student, const QVariantMap &row)
 {
     const auto number = [&](const char *key) { return row.value(QLatin1String(key)).toInt(); };
     student.faceRect = cv::Rect(number("faceX"), number("faceY"), number("faceW"), number("faceH"));
@@ -28,32 +30,89 @@ void restore(StudentInfo &student, const QVariantMap &row)
         student.meanFeature = model->m_feature;
 }
 
+int countOf(const QVariantMap &galleries)
+{
+    return galleries.value(QStringLiteral("galleries")).toList().size();
+}
+
 } // namespace
+
+Classroom::Recovery::Recovery(Classroom &classroom) : m_classroom(classroom)
+{
+    m_classroom.m_recovering = true;
+    m_classroom.m_refusedFaces = 0;
+    m_classroom.m_lastProgress.start();
+}
+
+// Whatever ended the recovery: else nothing would be stored any more.
+Classroom::Recovery::~Recovery()
+{
+    m_classroom.m_recovering = false;
+}
+
+void Classroom::Recovery::begin(const char *what, int count)
+{
+    m_classroom.m_progressOf = what;
+    m_classroom.m_stepsDone = 0;
+    m_classroom.m_stepsExpected = count;
+}
+
+void Classroom::tellProgress()
+{
+    if (m_lastProgress.hasExpired(progressInterval)) {
+        qInfo("[recover] %s: %d of %d", m_progressOf, m_stepsDone, m_stepsExpected);
+        m_lastProgress.start();
+    }
+    ++m_stepsDone;
+}
+
+bool Classroom::forStudent(const QString &stuID, const std::function<bool()> &step)
+{
+    if (!m_recovering)
+        return step();
+    tellProgress();
+    try {
+        return step();
+    } catch (const std::exception &exception) {
+        qCritical().noquote().nospace() << "[recover] student " << stuID << " is lost: " << exception.what();
+    } catch (...) {
+        qCritical().noquote().nospace() << "[recover] student " << stuID << " is lost: unknown exception";
+    }
+    return false;
+}
+
+void Classroom::restore(const QVariantMap &row)
+{
+    const QString stuID = row.value(QStringLiteral("stuID")).toString();
+    forStudent(stuID, [&] {
+        StudentInfo student = DataManager::instance()->getStudentInfo(stuID);
+        if (student.stuID.isEmpty())
+            return false;
+        restoreRecord(student, row);
+        DataManager::instance()->updateStudent(student);
+        const cv::Rect &face = student.faceRect;
+        const cv::Rect &body = student.bodyRect;
+        qInfo().noquote().nospace() << "recover stuInfo id: " << student.stuID << " face x: " << face.x
+                                    << " y: " << face.y << " w: " << face.width << " h: " << face.height
+                                    << " body x: " << body.x << " y: " << body.y << " w: " << body.width
+                                    << " h: " << body.height;
+        return true;
+    });
+}
 
 void AIServiceController::recovery()
 {
-    m_recovering = true;
-    try {
-        recoverStudents();
-    } catch (...) {
-        m_recovering = false; // else nothing would be stored any more
-        throw;
-    }
-    m_recovering = false;
-}
-
-void AIServiceController::recoverStudents()
-{
-    m_refusedFaces = 0;
+    Classroom::Recovery recovery(m_classroom);
     const QVariantMap histories = QSqliteStorage::instance()->getHistoryGalleries();
     if (!histories.isEmpty()) {
         qInfo().nospace() << "history galleries size: " << histories.size();
+        recovery.begin("external faces", countOf(histories));
         setExternalGallery(histories, QString());
     }
 
     const QVariantMap galleries = QSqliteStorage::instance()->fetchStudentInfo();
-    const QVariantList students = galleries.value(QStringLiteral("galleries")).toList();
     qInfo().nospace() << "galleries size: " << galleries.size();
+    recovery.begin("students", countOf(galleries));
     if (isCameraConnected())
         registerGallery(galleries, QString());
     else
@@ -61,24 +120,10 @@ void AIServiceController::recoverStudents()
 
     const QVariantList rows = QSqliteStorage::instance()->getStudentInfo();
     qInfo().nospace() << "stuList size: " << rows.size();
-    for (const QVariant &value : rows) {
-        const QVariantMap row = value.toMap();
-        const QString stuID = row.value(QStringLiteral("stuID")).toString();
-        forStudent(stuID, [&] {
-            StudentInfo student = DataManager::instance()->getStudentInfo(stuID);
-            if (student.stuID.isEmpty())
-                return;
-            restore(student, row);
-            DataManager::instance()->updateStudent(student);
-            const cv::Rect &face = student.faceRect;
-            const cv::Rect &body = student.bodyRect;
-            qInfo().noquote().nospace()
-                << "recover stuInfo id: " << student.stuID << " face x: " << face.x << " y: " << face.y
-                << " w: " << face.width << " h: " << face.height << " body x: " << body.x << " y: " << body.y
-                << " w: " << body.width << " h: " << body.height;
-        });
-    }
-    qInfo().nospace() << "[recover] students read: " << students.size()
+    recovery.begin("places of students", rows.size());
+    for (const QVariant &row : rows)
+        m_classroom.restore(row.toMap());
+    qInfo().nospace() << "[recover] students read: " << countOf(galleries)
                       << " brought back: " << DataManager::instance()->count()
-                      << " refused by the recogniser: " << m_refusedFaces;
+                      << " refused by the recogniser: " << recovery.refusedFaces();
 }

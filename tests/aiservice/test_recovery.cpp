@@ -1,6 +1,9 @@
 #include "fixture.h"
 #include "logcapture.h"
 
+#include <chrono>
+#include <thread>
+
 namespace {
 
 /// What a crashed service leaves behind, and a controller that starts from it.
@@ -136,6 +139,33 @@ TEST_F(RecoveryTest, AnExceptionCostsOneStudentAndTheEndIsCounted)
     EXPECT_EQ(lines.last(), "info: [recover] students read: 5 brought back: 2 refused by the recogniser: 1");
     enrol({gallery("c", 110)});
     EXPECT_EQ(stored().last(), "c");
+}
+
+/// Takes its time over one face.
+struct SlowFaces : scripted::FaceID
+{
+    int registerFace(const cv::Mat &face, int id) override
+    {
+        if (brightness(face) < 60)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+        return scripted::FaceID::registerFace(face, id);
+    }
+};
+
+TEST_F(RecoveryTest, TellsItsProgressEverySecond)
+{
+    for (const char *stuID : {"a", "b", "c"})
+        store->addFaceMat(stuID, faceText(*stuID == 'b' ? 50 : 90), {});
+    recognisers.ids = std::make_shared<SlowFaces>();
+    recognisers.install();
+    LogCapture log;
+    QElapsedTimer clock;
+    clock.start();
+    crashAndRecover(*controller);
+    const qint64 seconds = clock.elapsed() / 1000;
+    const QStringList lines = log.takeLines();
+    EXPECT_TRUE(lines.contains("info: [recover] students: 2 of 3"));
+    EXPECT_LE(lines.filter(" of 3").size(), seconds);
 }
 
 /// An event's receiver that throws.

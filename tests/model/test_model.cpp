@@ -1,5 +1,6 @@
 #include "aiconfig.h"
 #include "atonce.h"
+#include "messages.h"
 #include "scripted.h"
 
 #include <gmock/gmock.h>
@@ -63,6 +64,25 @@ TEST_F(Settings, FlagsAreAddedAndNeverCleared)
     for (const char *name : {"faceMtcnn", "faceid", "cmu", "bodypose", "cmuPose", "handup", "faceAttr"})
         config.setModelFlags({{name, true}, {"ssd", false}});
     EXPECT_EQ(config.modelLoadFlag, 0x1249249U);
+}
+
+TEST_F(Settings, EveryRecogniserCanBeAskedForByTheKeyOfTheProtocol)
+{
+    QStringList offered;
+    for (const ai::Key &key : ai::initialiseKeys) {
+        if (key.type == ai::Type::Boolean && QLatin1String(key.name) != "enableEmotion")
+            offered.append(key.name);
+    }
+    QStringList known;
+    unsigned masks = 0;
+    for (const RecogniserRow &row : recogniserTable) {
+        known.append(row.requestKey);
+        EXPECT_EQ(masks & row.mask, 0U) << row.requestKey;
+        masks |= row.mask;
+    }
+    offered.sort();
+    known.sort();
+    EXPECT_EQ(known, offered);
 }
 
 TEST_F(Settings, AMissingModelStopsItsStageOnlyAndALaterCallGoesOn)

@@ -5,14 +5,6 @@
 #include <QStringList>
 #include <QtGlobal>
 
-#include <ostream>
-
-/// Lets GoogleTest show texts readably.
-inline void PrintTo(const QString &text, std::ostream *out)
-{
-    *out << '"' << qPrintable(text) << '"';
-}
-
 /// Takes the Qt message log for as long as it lives, from all threads: "warning: text" and so on, one entry a
 /// message. One at a time.
 class LogCapture

@@ -160,8 +160,8 @@ int runRegister(Console &console, const Arguments &arguments)
         const auto student = entry.toMap()["stuID"].toString();
         if (enrolled.contains(student))
             continue;
-        Console::complain(QStringLiteral("%1 was refused: the student exists, or the face was not "
-                                         "taken")
+        Console::complain(QStringLiteral("%1 was refused: the student exists, "
+                                         "or the face was not taken")
                               .arg(student));
         complete = false;
     }

@@ -97,8 +97,8 @@ bool PortraitMaker::loadCascades(QString *error)
         loadCascade(m_eyes, m_folders, "haarcascade_eye_tree_eyeglasses.xml");
         return true;
     }
-    *error = QStringLiteral("haarcascade_frontalface_alt2.xml is in none of %1; install opencv-data or give "
-                            "--cascades DIR")
+    *error = QStringLiteral("haarcascade_frontalface_alt2.xml is in none of %1; "
+                            "install opencv-data or give --cascades DIR")
                  .arg(m_folders.join(", "));
     return false;
 }

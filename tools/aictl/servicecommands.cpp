@@ -131,17 +131,16 @@ std::vector<Command> serviceCommands()
     return {
         {"status",
          "",
-         "Asks for the state of the service: 0 closed, 1 open, 2 initialised. Answered also while another "
-         "command runs.",
+         "Asks for the state of the service: 0 closed, 1 open, 2 initialised. "
+         "Answered also while another command runs.",
          0,
          0,
          {},
          runStatus},
         {"open",
          "",
-         "Opens the service: it starts to look for camera frames, and its store begins empty. An open "
-         "service "
-         "answers \"aiservice already open\", with success, and keeps its store.",
+         "Opens the service: it starts to look for camera frames, and its store begins empty. "
+         "An open service answers \"aiservice already open\", with success, and keeps its store.",
          0,
          0,
          {},

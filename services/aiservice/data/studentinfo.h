@@ -23,14 +23,14 @@ struct StudentInfo
     cv::Mat registerFeature;
     /// False when the registered face was too small for the recogniser's gallery.
     bool faceIDValid = true;
-    int imageSize = 128;
+    int imageSize = 128; ///< read by nobody; kept on purpose
     cv::Rect bodyRect;
     /// Middle of bodyRect, by integer division.
     int bodyCenterX = 0;
     int bodyCenterY = 0;
     /// Latest crop of the body.
     cv::Mat bodyMat;
-    bool bodyChecked = false;
+    bool bodyChecked = false; ///< read by nobody; kept on purpose
     /// Features folded into meanFeature since registration.
     int featureCount = 0;
     /// Best face picture so far; starts as the registered image.
@@ -43,6 +43,6 @@ struct StudentInfo
     int status = 0;
     /// Row of the class-room, 1 nearest the camera, -1 before the rows were first sorted.
     int row = -1;
-    std::string clothColor = "others";
+    std::string clothColor = "others"; ///< nothing tells another one; kept on purpose
     bool glass = false;
 };

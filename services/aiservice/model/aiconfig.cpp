@@ -1,5 +1,7 @@
 #include "aiconfig.h"
 
+#include "recognisertable.h"
+
 #include <QCoreApplication>
 #include <QSettings>
 
@@ -37,18 +39,12 @@ void AIConfig::load()
     // One key feeds both configuration paths; only their defaults differ.
     modelConfigPath = path("model_config", "model-config.ini");
     cmuConfigPath = path("model_config", "cmu.ini");
-    mtcnnModel1Path = path("mtcnn_model1", "det_face_1_v2.0.0.bin");
-    mtcnnModel2Path = path("mtcnn_model2", "det_face_2_v2.0.0.bin");
-    mtcnnModel3Path = path("mtcnn_model3", "det_face_3_v2.0.0.bin");
-    faceIdModelPath = path("faceID_model", "det_face_id_v1.0.10.pb");
-    faceAttrModelPath = path("faceAttr_model", "cls_face_attr_v1.0.0.pb");
-    ssdModelPath = path("SSD_model", "det_body_ssd_v1.0.5.bin");
-    cmuModelPath = path("CMU_model", "det_pose_cmu_v1.0.0.trt");
-    cmuSingleModelPath = path("CMUSingle_model", "det_pose_cmu_176_136.trt");
-    cmuPoseModelPath = path("CMU_pose_model", "cls_pose_cmu.bin");
-    bodyPoseModelPath = path("body_pose_model", "cls_body_pose_v1.0.0.bin");
-    handupModelPath = path("handup_model", "cls_handup_v3.0.1.bin");
-    faceEmotionModelPath = path("face_emotion_model", "cls_face_emotion_v2.0.0.bin");
+    for (const RecogniserRow &row : recogniserTable) {
+        for (const ModelFile &file : row.files) {
+            if (file.path)
+                this->*file.path = path(file.iniKey, file.defaultFile);
+        }
+    }
     colorDefinePath = path("colorDefine", "color.json");
     settings.endGroup();
 
@@ -61,19 +57,10 @@ void AIConfig::load()
 
 void AIConfig::setModelFlags(const QVariantMap &params)
 {
-    const auto addIfTrue = [&](const char *key, unsigned mask) {
-        if (params.value(QLatin1String(key)).toBool())
-            modelLoadFlag |= mask;
-    };
-    addIfTrue("faceMtcnn", faceMtcnnMask);
-    addIfTrue("faceid", faceIdMask);
-    addIfTrue("ssd", ssdMask);
-    addIfTrue("bodypose", bodyPoseMask);
-    addIfTrue("cmu", cmuMask);
-    addIfTrue("cmuPose", cmuPoseMask);
-    addIfTrue("faceAttr", faceAttrMask);
-    addIfTrue("handup", handupMask);
-    addIfTrue("emotion", emotionMask);
+    for (const RecogniserRow &row : recogniserTable) {
+        if (params.value(QLatin1String(row.requestKey)).toBool())
+            modelLoadFlag |= row.mask;
+    }
 }
 
 QString AIConfig::identify() const

@@ -46,9 +46,9 @@ public:
 
     // Paths (full) and the recognisers wanted.
     QDir modelDir;                          ///< the model folder
-    std::atomic<unsigned> modelLoadFlag{0}; ///< bit set, see the masks below
+    std::atomic<unsigned> modelLoadFlag{0}; ///< bit set, see recogniserTable
     std::string modelConfigPath;            ///< common configuration, handed to every recogniser
-    std::string cmuConfigPath;
+    std::string cmuConfigPath; ///< read by nobody, as the pose network is never loaded; kept on purpose
     std::string mtcnnModel1Path;
     std::string mtcnnModel2Path;
     std::string mtcnnModel3Path;
@@ -60,7 +60,7 @@ public:
     std::string cmuPoseModelPath;
     std::string handupModelPath;
     std::string bodyPoseModelPath;
-    std::string colorDefinePath;
+    std::string colorDefinePath; ///< read by nobody; kept on purpose
     std::string faceEmotionModelPath;
 
     // Fixed numbers, in pixels of the full frame unless told otherwise.
@@ -83,17 +83,6 @@ public:
 
     // The client's settings.
     std::atomic<bool> enableEmotion{true};
-
-    // Masks of modelLoadFlag.
-    static constexpr unsigned faceMtcnnMask = 0x1;
-    static constexpr unsigned faceIdMask = 0x8;
-    static constexpr unsigned ssdMask = 0x40;
-    static constexpr unsigned cmuMask = 0x200;
-    static constexpr unsigned bodyPoseMask = 0x1000;
-    static constexpr unsigned cmuPoseMask = 0x8000;
-    static constexpr unsigned emotionMask = 0x40000;
-    static constexpr unsigned handupMask = 0x200000;
-    static constexpr unsigned faceAttrMask = 0x1000000;
 
 private:
     mutable QMutex m_identifyLock;

@@ -3,17 +3,77 @@
 #include "rectutil.h"
 
 #include <QDebug>
+#include <QElapsedTimer>
+#include <QMutex>
 
-BaseModel::BaseModel(const cv::Mat &image, bool available)
-    : m_image(&image), m_width(image.cols), m_height(image.rows), m_available(available), m_finished(false)
+namespace {
+
+/// The lock of a recogniser, or none where its row says so.
+QMutex *lockOf(const RecogniserRow &row)
+{
+    static QMutex locks[std::size(recogniserTable)];
+    return row.takesTurns ? &locks[&row - recogniserTable] : nullptr;
+}
+
+} // namespace
+
+BaseModel::BaseModel(const cv::Mat &image, Recogniser recogniser, bool available)
+    : m_image(&image),
+      m_width(image.cols),
+      m_height(image.rows),
+      m_available(available),
+      m_finished(false),
+      m_row(rowOf(recogniser))
 {
 }
 
-bool BaseModel::hasLength(const char *name, size_t length, size_t expected)
+bool BaseModel::detect()
+{
+    if (!m_available)
+        return false;
+    if (!prepare())
+        return true;
+    QElapsedTimer clock;
+    clock.start();
+    {
+        QMutexLocker locker(lockOf(m_row));
+        if (!guarded([this] { call(); }) || !fits()) {
+            discard();
+            return false;
+        }
+    }
+    conclude();
+    qDebug().noquote().nospace() << subject() << m_row.timeText << clock.elapsed();
+    m_finished = true;
+    return true;
+}
+
+void BaseModel::emitFinished(bool) {}
+
+bool BaseModel::prepare()
+{
+    return true;
+}
+
+bool BaseModel::fits() const
+{
+    return true;
+}
+
+void BaseModel::discard() {}
+
+void BaseModel::conclude() {}
+
+QString BaseModel::subject() const
+{
+    return {};
+}
+
+bool BaseModel::hasLength(size_t length, size_t expected) const
 {
     if (length == expected)
         return true;
-    qCritical("[%s] recogniser delivered %zu results instead of %zu", name, length, expected);
+    qCritical("[%s] recogniser delivered %zu results instead of %zu", m_row.callTag, length, expected);
     return false;
 }
 
@@ -23,7 +83,7 @@ void BaseModel::bound(std::vector<cv::Rect> &rects)
         rect = rect_util::bounded(rect);
 }
 
-void BaseModel::logThrown(const char *name, const char *what)
+void BaseModel::logThrown(const char *what) const
 {
-    qCritical("[%s] recogniser threw: %s", name, what);
+    qCritical("[%s] recogniser threw: %s", m_row.callTag, what);
 }

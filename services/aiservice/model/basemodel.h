@@ -1,5 +1,7 @@
 #pragma once
 
+#include "recognisertable.h"
+
 #include <opencv2/core.hpp>
 
 #include <QObject>
@@ -13,7 +15,7 @@
  * from its public fields, and dropped.
  *
  * Threads: everything happens on the caller's thread. Wrappers of one class take turns on their shared
- * recogniser where the class has a lock.
+ * recogniser where its row says so.
  *
  * Memory: the picture (CV_8UC3, blue-green-red) isn't copied; the caller keeps it alive and unchanged
  * until the results have been read.
@@ -27,10 +29,12 @@ class BaseModel : public QObject
     Q_OBJECT
 
 public:
-    BaseModel(const cv::Mat &image, bool available);
+    BaseModel(const cv::Mat &image, Recogniser recogniser, bool available);
 
-    virtual bool detect() = 0;
-    virtual void emitFinished(bool ret) = 0;
+    /// The steps below, in their order, as far as they succeed.
+    virtual bool detect();
+    /// Would tell who waits for the result; nobody does. Kept on purpose, as are the signals of subclasses.
+    virtual void emitFinished(bool ret);
 
     const cv::Mat *m_image;
     int m_width;      ///< columns of the picture
@@ -39,27 +43,41 @@ public:
     bool m_finished;  ///< detect() has run
 
 protected:
-    /// Runs one call into a recogniser. Whatever it throws ends here, as false and a line in the log:
-    /// a foreign library must not end the process.
-    template <class Call>
-    bool guarded(const char *name, Call call)
+    /// Makes the input ready. False if there is nothing to look at, which is a success.
+    virtual bool prepare();
+    /// Calls the recogniser, in turn with the others. May throw, which ends in a line of the log: a foreign
+    /// library must not end the process.
+    virtual void call() = 0;
+    /// Whether the lists that came have the lengths that they must have. Still in turn.
+    virtual bool fits() const;
+    /// Empties the lists of a call that failed.
+    virtual void discard();
+    /// Makes the results out of what the recogniser delivered.
+    virtual void conclude();
+    /// What the line about the time begins with, before the row's text.
+    virtual QString subject() const;
+
+    /// Whether a list has the length that it must have; logs when it hasn't.
+    bool hasLength(size_t length, size_t expected) const;
+    /// Runs something that may throw. False, and a line in the log, if it does.
+    template <class Step>
+    bool guarded(Step step) const
     {
         try {
-            call();
+            step();
             return true;
         } catch (const std::exception &error) {
-            logThrown(name, error.what());
+            logThrown(error.what());
         } catch (...) {
-            logThrown(name, "unknown exception");
+            logThrown("unknown exception");
         }
         return false;
     }
 
-    /// Whether a list has the length that it must have; logs when it hasn't.
-    static bool hasLength(const char *name, size_t length, size_t expected);
-
     static void bound(std::vector<cv::Rect> &rects);
 
 private:
-    static void logThrown(const char *name, const char *what);
+    void logThrown(const char *what) const;
+
+    const RecogniserRow &m_row;
 };

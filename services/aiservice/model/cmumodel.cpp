@@ -1,29 +1,29 @@
 #include "cmumodel.h"
 
-#include <QDebug>
-#include <QElapsedTimer>
-
 CMUModel::CMUModel(const cv::Mat &image, std::shared_ptr<mirovane::PoseDetectionCMU> recogniser)
-    : BaseModel(image, recogniser != nullptr), m_recogniser(std::move(recogniser))
+    : BaseModel(image, Recogniser::Pose, recogniser != nullptr), m_recogniser(std::move(recogniser))
 {
 }
 
-bool CMUModel::detect()
+void CMUModel::call()
 {
-    if (!m_available)
-        return false;
-    QElapsedTimer clock;
-    clock.start();
-    const bool ran = guarded("cmu", [this] { m_recogniser->detect(*m_image, m_rects, m_keyPoints, false); });
-    if (!ran || !hasLength("cmu", m_keyPoints.size(), m_rects.size())) {
-        m_rects.clear();
-        m_keyPoints.clear();
-        return false;
-    }
+    m_recogniser->detect(*m_image, m_rects, m_keyPoints, false);
+}
+
+bool CMUModel::fits() const
+{
+    return hasLength(m_keyPoints.size(), m_rects.size());
+}
+
+void CMUModel::discard()
+{
+    m_rects.clear();
+    m_keyPoints.clear();
+}
+
+void CMUModel::conclude()
+{
     bound(m_rects);
-    qDebug().nospace() << "cmutime: " << clock.elapsed();
-    m_finished = true;
-    return true;
 }
 
 void CMUModel::emitFinished(bool ret)

@@ -4,7 +4,7 @@
 
 #include "mirovane/poseclassifycmu.h"
 
-/// Classifies the pose of key-point matrices. Takes no lock. See BaseModel.
+/// Classifies the pose of key-point matrices. See BaseModel.
 class CMUPoseModel : public BaseModel
 {
     Q_OBJECT
@@ -13,11 +13,12 @@ public:
     CMUPoseModel(const cv::Mat &image, std::shared_ptr<mirovane::PoseClassifyCMU> recogniser,
                  const std::vector<cv::Mat> &keyPoints);
 
-    bool detect() override;
-    void emitFinished(bool ret) override;
-
     std::shared_ptr<mirovane::PoseClassifyCMU> m_recogniser;
     std::vector<cv::Mat> m_keyPoints; ///< input
     std::vector<int> m_states;        ///< one for each matrix
     std::vector<float> m_scores;
+
+protected:
+    void call() override;
+    bool fits() const override;
 };

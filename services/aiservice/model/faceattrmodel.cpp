@@ -1,35 +1,26 @@
 #include "faceattrmodel.h"
 
-#include <QDebug>
-#include <QElapsedTimer>
-#include <QMutex>
-
-namespace {
-
-QMutex recogniserLock;
-
-} // namespace
-
 FaceAttrModel::FaceAttrModel(const cv::Mat &image, std::shared_ptr<mirovane::FaceAttrDetection> recogniser,
                              const std::vector<cv::Rect> &faces)
-    : BaseModel(image, recogniser != nullptr), m_recogniser(std::move(recogniser)), m_rects(faces)
+    : BaseModel(image, Recogniser::FaceAttr, recogniser != nullptr),
+      m_recogniser(std::move(recogniser)),
+      m_rects(faces)
 {
 }
 
-bool FaceAttrModel::detect()
+void FaceAttrModel::call()
 {
-    if (!m_available)
-        return false;
-    QElapsedTimer clock;
-    clock.start();
-    QMutexLocker locker(&recogniserLock);
-    const bool ran =
-        guarded("faceattr", [this] { m_recogniser->detect(*m_image, m_rects, m_results, false); });
-    if (!ran || !hasLength("faceattr", m_results.size(), m_rects.size()))
-        return false;
-    qDebug().nospace() << "faceattr_time: " << clock.elapsed();
-    m_finished = true;
-    return true;
+    m_recogniser->detect(*m_image, m_rects, m_results, false);
 }
 
-void FaceAttrModel::emitFinished(bool) {}
+bool FaceAttrModel::fits() const
+{
+    return hasLength(m_results.size(), m_rects.size());
+}
+
+bool FaceAttrModel::wearsGlasses(std::size_t i) const
+{
+    constexpr int glassesBit = 1; // of the first label
+    return i < m_results.size() && !m_results[i].labels.empty() &&
+           (m_results[i].labels.front() & glassesBit) != 0;
+}

@@ -13,10 +13,14 @@ public:
     FaceAttrModel(const cv::Mat &image, std::shared_ptr<mirovane::FaceAttrDetection> recogniser,
                   const std::vector<cv::Rect> &faces);
 
-    bool detect() override;
-    void emitFinished(bool ret) override;
+    /// Whether the face of the i-th rectangle wears glasses. False where nothing is known of it.
+    bool wearsGlasses(std::size_t i) const;
 
     std::shared_ptr<mirovane::FaceAttrDetection> m_recogniser;
     std::vector<cv::Rect> m_rects;                   ///< input
     std::vector<mirovane::FaceAttrResult> m_results; ///< one for each rectangle
+
+protected:
+    void call() override;
+    bool fits() const override;
 };

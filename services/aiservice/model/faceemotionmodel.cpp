@@ -2,38 +2,16 @@
 
 #include "aiconfig.h"
 
-#include <QDebug>
-#include <QElapsedTimer>
-#include <QMutex>
-
-namespace {
-
-QMutex recogniserLock;
-
-} // namespace
-
 FaceEmotionModel::FaceEmotionModel(const cv::Mat &image,
                                    std::shared_ptr<mirovane::FaceEmotionClassify> recogniser)
-    : BaseModel(image, recogniser != nullptr), m_recogniser(std::move(recogniser))
+    : BaseModel(image, Recogniser::Emotion, recogniser != nullptr), m_recogniser(std::move(recogniser))
 {
 }
 
-bool FaceEmotionModel::detect()
+void FaceEmotionModel::call()
 {
-    if (!m_available)
-        return false;
-    QElapsedTimer clock;
-    clock.start();
-    QMutexLocker locker(&recogniserLock);
-    const cv::Mat face = *m_image;
-    if (!guarded("faceemotion", [&] { m_recogniser->classify(face, &m_label, &m_score, false); }))
-        return false;
-    qDebug().nospace() << "faceemotion_time: " << clock.elapsed();
-    m_finished = true;
-    return true;
+    m_recogniser->classify(*m_image, &m_label, &m_score, false);
 }
-
-void FaceEmotionModel::emitFinished(bool) {}
 
 bool FaceEmotionModel::isSmile() const
 {

@@ -12,13 +12,13 @@ class FaceEmotionModel : public BaseModel
 public:
     FaceEmotionModel(const cv::Mat &image, std::shared_ptr<mirovane::FaceEmotionClassify> recogniser);
 
-    bool detect() override;
-    void emitFinished(bool ret) override;
-
     /// Whether the face smiles: label 1, with at least the smile threshold of AIConfig.
     bool isSmile() const;
 
     std::shared_ptr<mirovane::FaceEmotionClassify> m_recogniser;
     int m_label = 0;
     float m_score = 0;
+
+protected:
+    void call() override;
 };

@@ -1,33 +1,30 @@
 #include "faceidmodel.h"
 
 #include <QDebug>
-#include <QElapsedTimer>
-#include <QMutex>
-
-namespace {
-
-QMutex recogniserLock;
-
-} // namespace
 
 FaceIDModel::FaceIDModel(const cv::Mat &image, std::shared_ptr<mirovane::FaceIDDetection> recogniser,
                          int action, int id)
-    : BaseModel(image, recogniser != nullptr), m_recogniser(std::move(recogniser)), m_action(action), m_id(id)
+    : BaseModel(image, Recogniser::FaceID, recogniser != nullptr),
+      m_recogniser(std::move(recogniser)),
+      m_action(action),
+      m_id(id)
 {
 }
 
 bool FaceIDModel::detect()
 {
-    if (!m_available)
-        return false;
-    QElapsedTimer clock;
-    clock.start();
-    QMutexLocker locker(&recogniserLock);
-    bool result = false;
-    const bool ran = guarded("faceid", [&] { result = runAction(); });
-    qDebug().nospace() << "faceid action:" << m_action << " time: " << clock.elapsed();
-    m_finished = true;
-    return ran && result;
+    return BaseModel::detect() && m_succeeded;
+}
+
+/// Catches what is thrown itself: whatever came of it, the action has run.
+void FaceIDModel::call()
+{
+    guarded([this] { m_succeeded = runAction(); });
+}
+
+QString FaceIDModel::subject() const
+{
+    return QStringLiteral("faceid action:%1").arg(m_action);
 }
 
 void FaceIDModel::emitFinished(bool ret)
@@ -43,7 +40,7 @@ bool FaceIDModel::runAction()
     case RegisterAndExtract: {
         const bool registered = registerFaceID();
         // Guarded by itself: a failing extraction must not make a face that is enrolled look refused.
-        guarded("faceid", [this] { m_recogniser->extractFeature(*m_image, &m_feature, false); });
+        guarded([this] { m_recogniser->extractFeature(*m_image, &m_feature, false); });
         return registered;
     }
     case RegisterAs:

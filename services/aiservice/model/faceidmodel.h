@@ -34,8 +34,12 @@ public:
     int m_action;
     int m_id; ///< in and out
     cv::Mat m_feature;
-    std::vector<int> m_candidates;
-    std::vector<double> m_scores; ///< one similarity for each id of the gallery, indexed by the id
+    std::vector<int> m_candidates; ///< read by nobody; kept on purpose
+    std::vector<double> m_scores;  ///< one similarity for each id of the gallery, indexed by the id
+
+protected:
+    void call() override;
+    QString subject() const override;
 
 signals:
     void finished(bool ret, FaceIDModel *resultModel);
@@ -43,4 +47,6 @@ signals:
 private:
     bool runAction();
     bool registerFaceID();
+
+    bool m_succeeded = false;
 };

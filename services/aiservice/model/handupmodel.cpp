@@ -2,13 +2,7 @@
 
 #include "rectutil.h"
 
-#include <QDebug>
-#include <QElapsedTimer>
-#include <QMutex>
-
 namespace {
-
-QMutex recogniserLock;
 
 constexpr size_t cropsPerBody = 3;
 /// Least score at which one of the crops rules a hand out. The scores are floats, compared as doubles:
@@ -19,40 +13,43 @@ constexpr double sureScore = 0.8;
 
 HandupModel::HandupModel(const cv::Mat &image, std::shared_ptr<mirovane::HandupClassify> recogniser,
                          const std::vector<cv::Rect> &bodies)
-    : BaseModel(image, recogniser != nullptr), m_recogniser(std::move(recogniser)), m_rects(bodies)
+    : BaseModel(image, Recogniser::Handup, recogniser != nullptr),
+      m_recogniser(std::move(recogniser)),
+      m_rects(bodies)
 {
 }
 
-bool HandupModel::detect()
+bool HandupModel::prepare()
 {
-    if (!m_available)
-        return false;
-    if (m_rects.empty())
-        return true;
-    QElapsedTimer clock;
-    clock.start();
-    const cv::Mat image = *m_image;
     for (cv::Rect &rect : m_rects) {
         rect = rect_util::bounded(rect);
         rect.width += 1;
         rect.height += 1;
     }
-    const std::vector<cv::Rect> crops = expandedRects();
-    std::vector<int> labels;
-    std::vector<float> scores;
-    if (!classify(image, crops, labels, scores))
-        return false;
-    for (size_t i = 0; i < crops.size(); i += cropsPerBody) {
-        const bool allNonZero = labels[i] != 0 && labels[i + 1] != 0 && labels[i + 2] != 0;
-        const auto isSure = [&](size_t crop) { return static_cast<double>(scores[crop]) >= sureScore; };
-        m_states.push_back(allNonZero && (isSure(i) || isSure(i + 1) || isSure(i + 2)) ? 1 : 0);
-    }
-    qDebug().nospace() << "handup time: " << clock.elapsed();
-    m_finished = true;
-    return true;
+    m_crops = expandedRects();
+    return !m_rects.empty();
 }
 
-void HandupModel::emitFinished(bool) {}
+void HandupModel::call()
+{
+    m_recogniser->classify(*m_image, m_crops, m_labels, m_certainties, false);
+}
+
+bool HandupModel::fits() const
+{
+    return hasLength(m_labels.size(), m_crops.size()) && hasLength(m_certainties.size(), m_crops.size());
+}
+
+void HandupModel::conclude()
+{
+    for (size_t i = 0; i < m_crops.size(); i += cropsPerBody) {
+        const bool allNonZero = m_labels[i] != 0 && m_labels[i + 1] != 0 && m_labels[i + 2] != 0;
+        const auto isSure = [&](size_t crop) {
+            return static_cast<double>(m_certainties[crop]) >= sureScore;
+        };
+        m_states.push_back(allNonZero && (isSure(i) || isSure(i + 1) || isSure(i + 2)) ? 1 : 0);
+    }
+}
 
 std::vector<cv::Rect> HandupModel::expandedRects() const
 {
@@ -66,13 +63,4 @@ std::vector<cv::Rect> HandupModel::expandedRects() const
         crops.emplace_back(x, std::max(rect.y - 18, 0), width, std::max(rect.height + 12, 0));
     }
     return crops;
-}
-
-bool HandupModel::classify(const cv::Mat &image, const std::vector<cv::Rect> &crops, std::vector<int> &labels,
-                           std::vector<float> &scores)
-{
-    QMutexLocker locker(&recogniserLock);
-    return guarded("handup", [&] { m_recogniser->classify(image, crops, labels, scores, false); }) &&
-           hasLength("handup", labels.size(), crops.size()) &&
-           hasLength("handup", scores.size(), crops.size());
 }

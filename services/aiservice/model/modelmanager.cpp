@@ -12,11 +12,32 @@ namespace {
 
 ModelManager manager;
 
+std::vector<std::string> pathsOf(const RecogniserRow &row)
+{
+    std::vector<std::string> paths;
+    for (const ModelFile &file : row.files) {
+        if (file.path)
+            paths.push_back(AIConfig::instance().*file.path);
+    }
+    return paths;
+}
+
 bool allExist(const std::vector<std::string> &files)
 {
     return std::all_of(files.begin(), files.end(), [](const std::string &file) {
         return QFileInfo::exists(QString::fromStdString(file));
     });
+}
+
+template <class Library>
+Library *create(const std::vector<std::string> &files, const std::string &common)
+{
+    return Library::create(files[0], common);
+}
+template <>
+mirovane::FaceDetectionMTCNN *create(const std::vector<std::string> &files, const std::string &common)
+{
+    return mirovane::FaceDetectionMTCNN::create(files[0], files[1], files[2], common);
 }
 
 } // namespace
@@ -39,84 +60,78 @@ bool ModelManager::init()
     return m_tfLoaded && m_caffeLoaded;
 }
 
+bool ModelManager::initCaffeModel()
+{
+    m_caffeLoaded = loadStage(LoadStage::First);
+    return m_caffeLoaded;
+}
+
+bool ModelManager::initTFModel()
+{
+    m_tfLoaded = loadStage(LoadStage::Second);
+    return m_tfLoaded;
+}
+
+bool ModelManager::loadStage(LoadStage stage)
+{
+    return std::all_of(std::begin(recogniserTable), std::end(recogniserTable), [&](const RecogniserRow &row) {
+        return row.stage != stage || !AIConfig::instance().isModelWanted(row.mask) || load(row);
+    });
+}
+
+bool ModelManager::load(const RecogniserRow &row)
+{
+    switch (row.recogniser) {
+    case Recogniser::Bodies:
+        if (!m_ssd)
+            qInfo().noquote().nospace() << "ssd create,path: " << QString::fromStdString(pathsOf(row)[0]);
+        return load(row, m_ssd);
+    case Recogniser::Faces:
+        return load(row, m_mtcnn);
+    case Recogniser::BodyPose:
+        return load(row, m_bodyPose);
+    case Recogniser::Handup:
+        return load(row, m_handup);
+    case Recogniser::Emotion:
+        return load(row, m_faceEmotion);
+    case Recogniser::FaceID:
+        return load(row, m_faceId);
+    case Recogniser::FaceAttr:
+        return load(row, m_faceAttr);
+    case Recogniser::Pose:
+    case Recogniser::PoseClass:
+        break;
+    }
+    return true;
+}
+
 /// Creates one recogniser unless it is there already. False, with a line in the log, if a model file is
 /// missing or the library refuses.
-template <class Recogniser, class Create>
-bool ModelManager::load(std::shared_ptr<Recogniser> &member, const std::vector<std::string> &files,
-                        const char *fileTag, const char *name, Create create)
+template <class Library>
+bool ModelManager::load(const RecogniserRow &row, std::shared_ptr<Library> &member)
 {
+    if (member)
+        return true;
+    const std::vector<std::string> files = pathsOf(row);
     if (!allExist(files)) {
-        qCritical("[%s] model file not exists", fileTag);
+        qCritical("[%s] model file not exists", row.fileTag);
         return false;
     }
-    std::shared_ptr<Recogniser> created;
+    std::shared_ptr<Library> created;
     try {
-        created.reset(create());
+        created.reset(create<Library>(files, AIConfig::instance().modelConfigPath));
     } catch (...) {
         // A library that throws has failed like one that returns null.
     }
     if (!created) {
-        qCritical("%s create failed", name);
+        qCritical("%s create failed", row.name);
         return false;
     }
     {
         std::lock_guard<std::mutex> locker(m_lock);
         member = std::move(created);
     }
-    qInfo("%s created", name);
-    return true;
-}
-
-bool ModelManager::initCaffeModel()
-{
-    m_caffeLoaded = false;
-    const AIConfig &config = AIConfig::instance();
-    const std::string &common = config.modelConfigPath;
-
-    if (!m_ssd && config.isModelWanted(AIConfig::ssdMask)) {
-        qInfo().noquote().nospace() << "ssd create,path: " << QString::fromStdString(config.ssdModelPath);
-        if (!load(m_ssd, {config.ssdModelPath}, "SSD", "ssd",
-                  [&] { return mirovane::BodyDetectionSSD::create(config.ssdModelPath, common); }))
-            return false;
-    }
-    if (!m_mtcnn && config.isModelWanted(AIConfig::faceMtcnnMask) &&
-        !load(m_mtcnn, {config.mtcnnModel1Path, config.mtcnnModel2Path, config.mtcnnModel3Path}, "mtcnn",
-              "mtcnn", [&] {
-                  return mirovane::FaceDetectionMTCNN::create(config.mtcnnModel1Path, config.mtcnnModel2Path,
-                                                              config.mtcnnModel3Path, common);
-              }))
-        return false;
-    if (!m_bodyPose && config.isModelWanted(AIConfig::bodyPoseMask) &&
-        !load(m_bodyPose, {config.bodyPoseModelPath}, "bodypose", "bodypose",
-              [&] { return mirovane::BodyPoseClassify::create(config.bodyPoseModelPath, common); }))
-        return false;
-    if (!m_handup && config.isModelWanted(AIConfig::handupMask) &&
-        !load(m_handup, {config.handupModelPath}, "handup", "handup",
-              [&] { return mirovane::HandupClassify::create(config.handupModelPath, common); }))
-        return false;
-    if (!m_faceEmotion && config.isModelWanted(AIConfig::emotionMask) &&
-        !load(m_faceEmotion, {config.faceEmotionModelPath}, "emotion", "faceEmotion",
-              [&] { return mirovane::FaceEmotionClassify::create(config.faceEmotionModelPath, common); }))
-        return false;
-    m_caffeLoaded = true;
-    return true;
-}
-
-bool ModelManager::initTFModel()
-{
-    m_tfLoaded = false;
-    const AIConfig &config = AIConfig::instance();
-    const std::string &common = config.modelConfigPath;
-
-    if (!m_faceId && config.isModelWanted(AIConfig::faceIdMask) &&
-        !load(m_faceId, {config.faceIdModelPath}, "faceid", "faceid",
-              [&] { return mirovane::FaceIDDetection::create(config.faceIdModelPath, common); }))
-        return false;
-    if (!m_faceAttr && config.isModelWanted(AIConfig::faceAttrMask) &&
-        !load(m_faceAttr, {config.faceAttrModelPath}, "faceAttr", "faceAttr",
-              [&] { return mirovane::FaceAttrDetection::create(config.faceAttrModelPath, common); }))
-        return false;
-    m_tfLoaded = true;
+    qInfo("%s created", row.name);
     return true;
 }
 

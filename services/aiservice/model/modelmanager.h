@@ -58,8 +58,8 @@ private:
     /// Puts scripted recognisers into the members.
     friend class ModelManagerTestAccess;
 
-    template <class Recogniser>
-    std::shared_ptr<Recogniser> current(const std::shared_ptr<Recogniser> &member) const
+    template <class Library>
+    std::shared_ptr<Library> current(const std::shared_ptr<Library> &member) const
     {
         std::lock_guard<std::mutex> locker(m_lock);
         return member;
@@ -81,7 +81,8 @@ private:
 
     mutable std::mutex m_lock; ///< leaf lock of the members
 
-    template <class Recogniser, class Create>
-    bool load(std::shared_ptr<Recogniser> &member, const std::vector<std::string> &files, const char *fileTag,
-              const char *name, Create create);
+    bool loadStage(LoadStage stage);
+    bool load(const RecogniserRow &row);
+    template <class Library>
+    bool load(const RecogniserRow &row, std::shared_ptr<Library> &member);
 };

@@ -6,16 +6,12 @@
 #include <opencv2/imgproc.hpp>
 
 #include <QDebug>
-#include <QElapsedTimer>
-#include <QMutex>
 
 #include <array>
 #include <cmath>
 #include <limits>
 
 namespace {
-
-QMutex recogniserLock;
 
 constexpr int cropSize = 128;
 constexpr float eyeCentreX = 0.5F;
@@ -33,39 +29,44 @@ int saturatingSum(int sum, double square)
 
 MTCNNModel::MTCNNModel(const cv::Mat &image, std::shared_ptr<mirovane::FaceDetectionMTCNN> recogniser,
                        bool withLandmarks)
-    : BaseModel(image, recogniser != nullptr),
+    : BaseModel(image, Recogniser::Faces, recogniser != nullptr),
       m_recogniser(std::move(recogniser)),
       m_withLandmarks(withLandmarks)
 {
 }
 
-bool MTCNNModel::detect()
+void MTCNNModel::call()
 {
-    if (!m_available)
-        return false;
-    QElapsedTimer clock;
-    clock.start();
-    QMutexLocker locker(&recogniserLock);
-    const bool ran = guarded("mtcnn", [this] {
-        if (m_withLandmarks)
-            m_recogniser->detectWithLandmarks(*m_image, m_rects, m_scores, m_landmarks, false);
-        else
-            m_recogniser->detect(*m_image, m_rects, m_scores, false);
-    });
-    if (!ran || (m_withLandmarks && !hasLength("mtcnn", m_landmarks.size(), m_rects.size()))) {
-        m_rects.clear();
-        m_scores.clear();
-        m_landmarks.clear();
-        return false;
-    }
+    if (m_withLandmarks)
+        m_recogniser->detectWithLandmarks(*m_image, m_rects, m_scores, m_landmarks, false);
+    else
+        m_recogniser->detect(*m_image, m_rects, m_scores, false);
+}
+
+bool MTCNNModel::fits() const
+{
+    return !m_withLandmarks || hasLength(m_landmarks.size(), m_rects.size());
+}
+
+void MTCNNModel::discard()
+{
+    m_rects.clear();
+    m_scores.clear();
+    m_landmarks.clear();
+}
+
+void MTCNNModel::conclude()
+{
     bound(m_rects);
     for (std::vector<cv::Point> &points : m_landmarks) {
         for (cv::Point &point : points)
             point = cv::Point(rect_util::bounded(point.x), rect_util::bounded(point.y));
     }
-    qDebug().nospace() << "mtcnn size: " << m_rects.size() << " time: " << clock.elapsed();
-    m_finished = true;
-    return true;
+}
+
+QString MTCNNModel::subject() const
+{
+    return QStringLiteral("mtcnn size: %1").arg(m_rects.size());
 }
 
 void MTCNNModel::emitFinished(bool ret)
@@ -137,7 +138,7 @@ cv::Mat MTCNNModel::cropHeadMat(std::vector<cv::Point> &landmarks, int eyeDistan
     matrix.at<double>(1, 2) += static_cast<float>(size) * yRatio - centre.y;
 
     cv::Mat head;
-    const bool cut = guarded("mtcnn", [&] {
+    const bool cut = guarded([&] {
         cv::warpAffine(*m_image, head, matrix, cv::Size(size, size),
                        cv::INTER_LINEAR | cv::WARP_FILL_OUTLIERS, cv::BORDER_CONSTANT, cv::Scalar());
     });

@@ -13,7 +13,6 @@ public:
     MTCNNModel(const cv::Mat &image, std::shared_ptr<mirovane::FaceDetectionMTCNN> recogniser,
                bool withLandmarks);
 
-    bool detect() override;
     void emitFinished(bool ret) override;
 
     /// Widens every face by the padding of AIConfig and cuts it at the picture's edge. The landmarks
@@ -41,6 +40,13 @@ public:
     std::vector<cv::Rect> m_rects;
     std::vector<float> m_scores;
     std::vector<std::vector<cv::Point>> m_landmarks; ///< in step with m_rects, if asked for
+
+protected:
+    void call() override;
+    bool fits() const override;
+    void discard() override;
+    void conclude() override;
+    QString subject() const override;
 
 signals:
     void finished(bool ret, MTCNNModel *resultModel);

@@ -12,12 +12,14 @@ class SSDModel : public BaseModel
 public:
     SSDModel(const cv::Mat &image, std::shared_ptr<mirovane::BodyDetectionSSD> recogniser);
 
-    bool detect() override;
-    void emitFinished(bool ret) override;
-
     std::shared_ptr<mirovane::BodyDetectionSSD> m_recogniser;
     std::vector<cv::Rect> m_rects;
     std::vector<float> m_scores;
+
+protected:
+    void call() override;
+    void discard() override;
+    void conclude() override;
 
 signals:
     void finished(bool ret, SSDModel *resultModel);

@@ -1,3 +1,5 @@
+#include "strategyfactory.h"
+
 #include "basestrategy.h"
 #include "concerntrationstrategy.h"
 #include "faceemotionstrategy.h"
@@ -9,25 +11,52 @@
 #include "studentattributestrategy.h"
 #include "trackingstrategy.h"
 
+#include <type_traits>
+
+namespace {
+
+struct Entry
+{
+    const char *name;
+    BaseStrategy *(*make)(const QString &requestID);
+};
+
+template <class Strategy>
+BaseStrategy *make(const QString &requestID)
+{
+    if constexpr (std::is_constructible_v<Strategy, const QString &>)
+        return new Strategy(requestID);
+    else
+        return new Strategy;
+}
+
+constexpr Entry factory[] = {
+    {"GalleryStrategy", make<GalleryStrategy>},
+    {"GalleryStrategyNew", make<NewGalleryStrategy>},
+    {"ConcerntrationStrategy", make<ConcerntrationStrategy>},
+    {"CMUHandupStrategy", make<HandupStrategy>},
+    {"TrackingStrategy", make<TrackingStrategy>},
+    {"HandupPickStrategy", make<handupPickStrategy>},
+    {"FunctionGameStrategy", make<FunctionGameStrategy>},
+    {"AttributeStrategy", make<StudentAttributeStrategy>},
+    {"FaceEmotionStrategy", make<FaceEmotionStrategy>},
+};
+
+} // namespace
+
 BaseStrategy *BaseStrategy::createNewStrategy(const QString &name, const QString &requestID)
 {
-    if (name == QLatin1String("GalleryStrategy"))
-        return new GalleryStrategy;
-    if (name == QLatin1String("GalleryStrategyNew"))
-        return new NewGalleryStrategy(requestID);
-    if (name == QLatin1String("ConcerntrationStrategy"))
-        return new ConcerntrationStrategy(requestID);
-    if (name == QLatin1String("CMUHandupStrategy"))
-        return new HandupStrategy(requestID);
-    if (name == QLatin1String("TrackingStrategy"))
-        return new TrackingStrategy(requestID);
-    if (name == QLatin1String("HandupPickStrategy"))
-        return new handupPickStrategy(requestID);
-    if (name == QLatin1String("FunctionGameStrategy"))
-        return new FunctionGameStrategy(requestID);
-    if (name == QLatin1String("AttributeStrategy"))
-        return new StudentAttributeStrategy(requestID);
-    if (name == QLatin1String("FaceEmotionStrategy"))
-        return new FaceEmotionStrategy(requestID);
+    for (const Entry &entry : factory) {
+        if (name == QLatin1String(entry.name))
+            return entry.make(requestID);
+    }
     return nullptr;
+}
+
+QStringList strategyNames()
+{
+    QStringList names;
+    for (const Entry &entry : factory)
+        names.append(QLatin1String(entry.name));
+    return names;
 }

@@ -5,15 +5,6 @@
 #include "protocol.h"
 #include "rectutil.h"
 
-namespace {
-
-bool wearsGlasses(const mirovane::FaceAttrResult &result)
-{
-    return !result.labels.empty() && (result.labels.front() & 1) != 0;
-}
-
-} // namespace
-
 StudentAttributeStrategy::StudentAttributeStrategy(const QString &requestID)
     : BaseStrategy(QStringLiteral("AttributeStrategy"), requestID)
 {
@@ -30,7 +21,7 @@ void StudentAttributeStrategy::handleFrame(const cv::Mat &frame)
         const auto model = ModelManager::instance().createFaceAttrModel(frame, face);
         if (!model->detect())
             continue;
-        student.glass = wearsGlasses(model->m_results.front());
+        student.glass = model->wearsGlasses(0);
         students->updateStudent(student);
     }
 

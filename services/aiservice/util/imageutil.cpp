@@ -64,6 +64,7 @@ cv::Mat ai_image::convertQImage2Mat(const QImage &image)
     if (image.format() == QImage::Format_RGB888) {
         cv::cvtColor(wrapBits(image, CV_8UC3), result, cv::COLOR_RGB2BGR);
     } else if (image.format() == QImage::Format_RGB32) {
+        // Logs are searched for this line. Kept on purpose: there is nothing to do.
         qWarning() << "ai_image::convertQImage2Mat" << 41 << "TODO:";
         cv::cvtColor(wrapBits(image, CV_8UC4), result, cv::COLOR_BGRA2BGR);
     }

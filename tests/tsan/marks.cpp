@@ -1,6 +1,6 @@
 // What ThreadSanitizer can't see of the system's Qt, which is built without it: its locks, its events, the
 // end of its threads and its thread pool. Linked into every program of a build with ThreadSanitizer, and into
-// no other.
+// no other. They can go as soon as the Qt that is linked is built with ThreadSanitizer, too.
 //
 // A mark says "what this thread did up to here (release) comes before what a thread does after the acquire
 // with the same address". The marks are as narrow as what Qt promises: an emission comes before the slots

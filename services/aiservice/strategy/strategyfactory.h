@@ -1,0 +1,6 @@
+#pragma once
+
+#include <QStringList>
+
+/// The names that BaseStrategy::createNewStrategy knows.
+QStringList strategyNames();

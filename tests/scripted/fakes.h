@@ -1,0 +1,288 @@
+#pragma once
+
+#include <mirovane/recognisers.h>
+
+#include <functional>
+#include <map>
+
+/**
+ * The one set of recognisers for tests, on the thread of the caller. Those of a fresh one find nothing;
+ * fields and a script tell them what to find. Where a test tells everything itself (faults, fuzzing), it sets
+ * `answer`, which then stands for the whole call.
+ */
+namespace scripted {
+
+/// What every recogniser here has: a function that each call of one begins with.
+struct Called
+{
+    void called() const
+    {
+        if (onCall)
+            onCall();
+    }
+    std::function<void()> onCall;
+};
+
+/// Of `count` things, the label and the score of each.
+using Classification = std::function<int(std::size_t count, std::vector<int> &, std::vector<float> &)>;
+
+struct FaceDetection : mirovane::FaceDetectionMTCNN, Called
+{
+    using Script =
+        std::function<void(const cv::Mat &, std::vector<cv::Rect> &, std::vector<std::vector<cv::Point>> &)>;
+
+    int detectWithLandmarks(const cv::Mat &image, std::vector<cv::Rect> &faces, std::vector<float> &scores,
+                            std::vector<std::vector<cv::Point>> &landmarks, bool) override
+    {
+        called();
+        if (answer)
+            return answer(image, faces, scores, landmarks);
+        if (script)
+            script(image, faces, landmarks);
+        scores.assign(faces.size(), 0.9F);
+        return 0;
+    }
+    int detect(const cv::Mat &image, std::vector<cv::Rect> &faces, std::vector<float> &scores, bool) override
+    {
+        std::vector<std::vector<cv::Point>> landmarks;
+        return detectWithLandmarks(image, faces, scores, landmarks, false);
+    }
+
+    /// Finds these faces, each with level eyes a third of its width apart.
+    void finds(const std::vector<cv::Rect> &rects)
+    {
+        script = [rects](const cv::Mat &, std::vector<cv::Rect> &faces,
+                         std::vector<std::vector<cv::Point>> &landmarks) {
+            faces = rects;
+            for (const cv::Rect &rect : rects) {
+                const auto part = [&rect](double x, double y) {
+                    return cv::Point(cv::Point2d(rect.x + x * rect.width, rect.y + y * rect.height));
+                };
+                landmarks.push_back(
+                    {part(0.33, 0.4), part(0.67, 0.4), part(0.5, 0.6), part(0.33, 0.8), part(0.67, 0.8)});
+            }
+        };
+    }
+
+    Script script;
+    std::function<int(const cv::Mat &, std::vector<cv::Rect> &, std::vector<float> &,
+                      std::vector<std::vector<cv::Point>> &)>
+        answer;
+};
+
+/// A gallery that knows a face by the mean brightness of the picture's middle: equal within 3 grey
+/// levels is the same person.
+struct FaceID : mirovane::FaceIDDetection, Called
+{
+    static int brightness(const cv::Mat &face)
+    {
+        return static_cast<int>(cv::mean(face(cv::Rect(48, 48, 32, 32)))[0]);
+    }
+
+    int registerFace(const cv::Mat &face, int id) override
+    {
+        if (failRegister)
+            return -5;
+        if (id < 0)
+            id = nextID++;
+        entries[id] = brightness(face);
+        return id;
+    }
+    int identify(const cv::Mat &face, int *id, bool) override
+    {
+        called();
+        *id = best(face);
+        return identifyResult;
+    }
+    int extractFeature(const cv::Mat &face, cv::Mat *feature, bool) override
+    {
+        if (extractResult < -1)
+            return extractResult;
+        *feature = featureOf(face);
+        return extractResult;
+    }
+    int identifyAll(const cv::Mat &face, int *id, cv::Mat *feature, std::vector<int> *,
+                    std::vector<double> *scores, bool) override
+    {
+        *id = best(face);
+        *feature = featureOf(face);
+        scores->assign(nextID, 0.0);
+        for (const auto &[entry, value] : entries)
+            (*scores)[entry] = std::abs(value - brightness(face)) <= 3 ? matchScore : 0.1;
+        return identifyResult;
+    }
+    void reserved1() override {}
+    void reserved2() override {}
+    int removeFace(int id) override
+    {
+        if (failRemove)
+            return -3;
+        entries.erase(id);
+        return 0;
+    }
+    void clearFaces() override { entries.clear(); }
+
+    int best(const cv::Mat &face) const
+    {
+        for (const auto &[entry, value] : entries) {
+            if (std::abs(value - brightness(face)) <= 3)
+                return entry;
+        }
+        return -1;
+    }
+    static cv::Mat featureOf(const cv::Mat &face)
+    {
+        cv::Mat feature = cv::Mat::zeros(1, 256, CV_32F);
+        feature.at<float>(0, brightness(face)) = 1.0F;
+        return feature;
+    }
+
+    std::map<int, int> entries; ///< id to brightness
+    int nextID = 0;
+    double matchScore = 0.95;
+    int identifyResult = 0;
+    int extractResult = 0; ///< below -1 there is no feature
+    bool failRegister = false;
+    bool failRemove = false;
+};
+
+struct Bodies : mirovane::BodyDetectionSSD, Called
+{
+    int detect(const cv::Mat &image, std::vector<cv::Rect> &bodies, std::vector<float> &scores, bool) override
+    {
+        called();
+        if (answer)
+            return answer(image, bodies, scores);
+        if (script)
+            script(image);
+        bodies = rects;
+        scores.assign(rects.size(), 0.9F);
+        return 0;
+    }
+
+    std::vector<cv::Rect> rects;
+    std::function<void(const cv::Mat &)> script;
+    std::function<int(const cv::Mat &, std::vector<cv::Rect> &, std::vector<float> &)> answer;
+};
+
+struct BodyPose : mirovane::BodyPoseClassify, Called
+{
+    void reserved1() override {}
+    void reserved2() override {}
+    int classify(const cv::Mat &, const std::vector<cv::Rect> &bodies, std::vector<int> &result,
+                 std::vector<float> &scores, bool) override
+    {
+        called();
+        if (answer)
+            return answer(bodies.size(), result, scores);
+        result = labels;
+        result.resize(bodies.size());
+        scores.assign(bodies.size(), 0.9F);
+        return 0;
+    }
+
+    std::vector<int> labels;
+    Classification answer;
+};
+
+struct Handup : mirovane::HandupClassify, Called
+{
+    void reserved1() override {}
+    void reserved2() override {}
+    int classify(const cv::Mat &, const std::vector<cv::Rect> &rects, std::vector<int> &resultLabels,
+                 std::vector<float> &resultScores, bool) override
+    {
+        called();
+        if (answer)
+            return answer(rects.size(), resultLabels, resultScores);
+        seen = rects;
+        resultLabels = labels;
+        resultScores = scores;
+        return 0;
+    }
+
+    std::vector<cv::Rect> seen;
+    std::vector<int> labels;
+    std::vector<float> scores;
+    Classification answer;
+};
+
+struct FaceAttr : mirovane::FaceAttrDetection, Called
+{
+    int detect(const cv::Mat &, const std::vector<cv::Rect> &faces,
+               std::vector<mirovane::FaceAttrResult> &results, bool) override
+    {
+        called();
+        if (answer)
+            return answer(faces.size(), results);
+        results.assign(faces.size(), mirovane::FaceAttrResult{{label}});
+        return 0;
+    }
+
+    int label = 0;
+    std::function<int(std::size_t count, std::vector<mirovane::FaceAttrResult> &)> answer;
+};
+
+struct Emotion : mirovane::FaceEmotionClassify, Called
+{
+    void reserved1() override {}
+    void reserved2() override {}
+    void reserved3() override {}
+    int classify(const cv::Mat &face, int *resultLabel, float *resultScore, bool) override
+    {
+        called();
+        if (answer)
+            return answer(*resultLabel, *resultScore);
+        seen = face.size();
+        *resultLabel = label;
+        *resultScore = score;
+        return 0;
+    }
+
+    cv::Size seen;
+    int label = 0;
+    float score = 0;
+    std::function<int(int &label, float &score)> answer;
+};
+
+struct Pose : mirovane::PoseDetectionCMU
+{
+    void reserved1() override {}
+    void reserved2() override {}
+    int detect(const cv::Mat &image, std::vector<cv::Rect> &bodies, std::vector<cv::Mat> &points,
+               bool) override
+    {
+        if (answer)
+            return answer(image, bodies, points);
+        seen = image.size();
+        bodies = rects;
+        for (const cv::Mat &matrix : keyPoints)
+            points.push_back(matrix.clone());
+        return 0;
+    }
+
+    cv::Size seen;
+    std::vector<cv::Rect> rects;
+    std::vector<cv::Mat> keyPoints;
+    std::function<int(const cv::Mat &, std::vector<cv::Rect> &, std::vector<cv::Mat> &)> answer;
+};
+
+struct PoseClass : mirovane::PoseClassifyCMU
+{
+    void reserved1() override {}
+    int classify(const std::vector<cv::Mat> &points, std::vector<int> &result,
+                 std::vector<float> &scores) override
+    {
+        if (answer)
+            return answer(points.size(), result, scores);
+        result = labels;
+        result.resize(points.size());
+        scores.assign(points.size(), 0.9F);
+        return 0;
+    }
+
+    std::vector<int> labels;
+    Classification answer;
+};
+
+} // namespace scripted
