@@ -94,15 +94,9 @@ void ClassModel::take(const AiEvent &event, qint64 now)
     case codes::BestPicturesSent:
         takePictures(info);
         break;
-    case codes::VideoState: {
-        m_video = info["status"].toInt() != 0;
-        LessonMoment moment;
-        moment.time = now;
-        moment.video = m_video;
-        addMoment(moment);
-        emit stateChanged();
+    case codes::VideoState:
+        seeVideo(info["status"].toInt() != 0, now);
         break;
-    }
     default:
         break;
     }
@@ -291,6 +285,18 @@ void ClassModel::addMoment(LessonMoment moment)
         m_lesson.removeFirst();
     m_lesson.append(std::move(moment));
     emit lessonChanged();
+}
+
+void ClassModel::seeVideo(bool isThere, qint64 now)
+{
+    if (m_video == isThere)
+        return;
+    m_video = isThere;
+    LessonMoment moment;
+    moment.time = now;
+    moment.video = m_video;
+    addMoment(moment);
+    emit stateChanged();
 }
 
 void ClassModel::rename(const QString &from, const QString &to)

@@ -100,6 +100,8 @@ public:
     /// The unknown face at that place has been enrolled.
     void nameFace(const QRect &place, const QString &student);
     void recordingStopped() { m_recording.clear(); }
+    /// Whether the viewer itself sees new frames: the service tells changes only.
+    void seeVideo(bool isThere, qint64 now);
     /// The analysis that tells this kind was stopped: its marks go.
     void stopped(MarkKind kind);
     /// A reset, or another service: nobody is enrolled and nothing was seen.

@@ -5,6 +5,7 @@
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QLibraryInfo>
+#include <QMap>
 #include <QSettings>
 #include <QTranslator>
 
@@ -40,13 +41,15 @@ int fail(const QString &why)
 /// The wish "names=3,hands=1".
 bool readWish(const QString &text, Screenshot::Wish *wish)
 {
+    const QMap<QString, int *> counts{
+        {"names", &wish->names}, {"hands", &wish->hands}, {"attention", &wish->attention}};
     for (const auto &part : text.split(',', Qt::SkipEmptyParts)) {
         bool isNumber = false;
         const int count = part.section('=', 1).toInt(&isNumber);
         const QString kind = part.section('=', 0, 0);
-        if (!isNumber || (kind != "names" && kind != "hands"))
+        if (!isNumber || !counts.contains(kind))
             return false;
-        (kind == "names" ? wish->names : wish->hands) = count;
+        *counts[kind] = count;
     }
     return true;
 }
@@ -69,7 +72,7 @@ QString readOptions(const QStringList &arguments, Options *options, QString *hel
           "LIST"},
          {"screenshot", "Write a picture of the window (PNG) and end.", "FILE"},
          {"after", "Take it after so many seconds.", "SECONDS", "3"},
-         {"show", "Take it when so much is to be seen: names=N,hands=N.", "WISH"},
+         {"show", "Take it when so much is to be seen: names=N,hands=N,attention=N.", "WISH"},
          {"at-most", "Give up waiting for that after so many seconds, with code 1.", "SECONDS", "300"},
          {"size", "Size of the window.", "WIDTHxHEIGHT"},
          {"theme", "Colours: system, light or dark.", "NAME"},
@@ -92,7 +95,7 @@ QString readOptions(const QStringList &arguments, Options *options, QString *hel
     options->screenshot.after = parser.value("after").toDouble(&isAfter);
     options->screenshot.atMost = parser.value("at-most").toDouble(&isAtMost);
     if (!isAfter || !isAtMost || !readWish(parser.value("show"), &options->screenshot))
-        return "--after and --at-most take seconds, --show takes names=N,hands=N";
+        return "--after and --at-most take seconds, --show takes names=N,hands=N,attention=N";
     const QStringList sides = parser.value("size").split('x');
     if (parser.isSet("size")) {
         options->size = QSize(sides.value(0).toInt(), sides.value(1).toInt());

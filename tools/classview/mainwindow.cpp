@@ -196,6 +196,7 @@ void MainWindow::updateNotice()
     }
     m_overlay->setNotice({}, {});
     m_overlay->setPictureAge(age > livingPicture ? age : 0);
+    m_lesson.model().seeVideo(age <= livingPicture, m_lesson.clock().elapsed());
 }
 
 QString MainWindow::whatRuns() const

@@ -7,6 +7,8 @@
 #include <QJsonObject>
 #include <QSaveFile>
 
+#include <opencv2/core.hpp>
+
 namespace {
 
 constexpr int lookInterval = 100; // milliseconds
@@ -22,6 +24,30 @@ const char *kindName(MarkKind kind)
     return names[int(kind)];
 }
 
+/// The 256 colours that stand for the picture best: with all of them a photograph makes a file several times
+/// as large.
+QImage inFewColours(const QImage &picture)
+{
+    constexpr int samples = 20000, colours = 256;
+    cv::Mat values(samples, 3, CV_32F);
+    cv::RNG random(1);
+    for (int i = 0; i < samples; ++i) {
+        const QRgb pixel =
+            picture.pixel(random.uniform(0, picture.width()), random.uniform(0, picture.height()));
+        values.at<cv::Vec3f>(i) = {float(qRed(pixel)), float(qGreen(pixel)), float(qBlue(pixel))};
+    }
+    cv::Mat labels, centres;
+    cv::theRNG().state = 1;
+    cv::kmeans(values, colours, labels, cv::TermCriteria(cv::TermCriteria::COUNT, 8, 0), 1,
+               cv::KMEANS_PP_CENTERS, centres);
+    QVector<QRgb> table;
+    for (int i = 0; i < colours; ++i) {
+        const auto centre = centres.at<cv::Vec3f>(i);
+        table.append(qRgb(qRound(centre[0]), qRound(centre[1]), qRound(centre[2])));
+    }
+    return picture.convertToFormat(QImage::Format_Indexed8, table, Qt::ThresholdDither);
+}
+
 } // namespace
 
 Screenshot::Screenshot(MainWindow *window, const Wish &wish) : QObject(window), m_window(window), m_wish(wish)
@@ -33,12 +59,13 @@ Screenshot::Screenshot(MainWindow *window, const Wish &wish) : QObject(window), 
 
 bool Screenshot::isSeen() const
 {
-    int names = 0, hands = 0;
+    int names = 0, hands = 0, attention = 0;
     for (const auto &drawn : m_window->overlay().drawn()) {
         names += drawn.kind == MarkKind::Face && !drawn.label.isEmpty();
         hands += drawn.kind == MarkKind::Hand;
+        attention += drawn.kind == MarkKind::Attention;
     }
-    return names >= m_wish.names && hands >= m_wish.hands;
+    return names >= m_wish.names && hands >= m_wish.hands && attention >= m_wish.attention;
 }
 
 void Screenshot::look()
@@ -73,8 +100,7 @@ bool Screenshot::save() const
                                   {"picture", rectangle(frame)},
                                   {"frames", double(m_window->camera().frames())},
                                   {"density", picture.devicePixelRatioF()}};
-    // In full colour the file would be several times as large.
-    picture = picture.convertToFormat(QImage::Format_Indexed8, Qt::DiffuseDither);
+    picture = inFewColours(picture);
     picture.setText(QStringLiteral("marks"),
                     QString::fromUtf8(QJsonDocument(description).toJson(QJsonDocument::Compact)));
     QSaveFile file(m_wish.file);

@@ -23,6 +23,7 @@ public:
         double atMost = 300; ///< seconds
         int names = 0;       ///< named faces that have to be seen
         int hands = 0;       ///< raised hands
+        int attention = 0;   ///< students whose attention is told
     };
 
     Screenshot(MainWindow *window, const Wish &wish);

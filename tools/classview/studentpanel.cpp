@@ -82,15 +82,15 @@ StudentPanel::StudentPanel(LessonControl *lesson)
     auto *const layout = new QGridLayout(this);
     layout->setContentsMargins(6, 6, 6, 6);
     layout->addWidget(m_heading, 0, 0, 1, 6);
-    layout->addWidget(m_list, 1, 0, 1, 6);
-    layout->addWidget(m_empty, 2, 0, 1, 6);
-    layout->addWidget(m_enrol, 3, 0, 1, 3);
-    layout->addWidget(m_import, 3, 3, 1, 3);
-    layout->addWidget(m_rename, 4, 0, 1, 2);
-    layout->addWidget(m_replace, 4, 2, 1, 2);
-    layout->addWidget(m_delete, 4, 4, 1, 2);
+    m_pages->addWidget(m_list);
+    m_pages->addWidget(m_empty);
+    layout->addLayout(m_pages, 1, 0, 1, 6);
+    layout->addWidget(m_enrol, 2, 0, 1, 3);
+    layout->addWidget(m_import, 2, 3, 1, 3);
+    layout->addWidget(m_rename, 3, 0, 1, 2);
+    layout->addWidget(m_replace, 3, 2, 1, 2);
+    layout->addWidget(m_delete, 3, 4, 1, 2);
     layout->setRowStretch(1, 1);
-    layout->setRowStretch(2, 1);
 
     const auto selected = [this] { return selectedStudents().value(0); };
     connect(m_enrol, &QPushButton::clicked, this, &StudentPanel::enrolWanted);
@@ -137,8 +137,7 @@ void StudentPanel::refresh()
         }
         item->setSelected(selected.contains(students[row].name));
     }
-    m_list->setVisible(!students.isEmpty());
-    m_empty->setVisible(students.isEmpty());
+    m_pages->setCurrentIndex(students.isEmpty());
     m_heading->setText(tr("%n student(s)", nullptr, students.size()));
     refreshTexts();
     updateButtons();

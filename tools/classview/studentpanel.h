@@ -5,6 +5,7 @@
 #include <QLabel>
 #include <QListWidget>
 #include <QPushButton>
+#include <QStackedLayout>
 #include <QTimer>
 #include <QWidget>
 
@@ -39,6 +40,7 @@ private:
     QListWidget *m_list;
     QLabel *m_heading;
     QLabel *m_empty;
+    QStackedLayout *m_pages; ///< list or m_empty
     QPushButton *m_enrol;
     QPushButton *m_import;
     QPushButton *m_rename;

@@ -136,12 +136,14 @@ void TimelineStrip::paintVideo(QPainter &painter, const QRectF &area, qint64 now
     painter.setPen(palette().color(QPalette::Text));
     painter.drawText(QRectF(margin, area.top(), gutter - margin, area.height()), Qt::AlignVCenter,
                      tr("Video"));
-    // What an event tells holds until the next one; before the first one the lack of news is good news.
-    bool hasVideo = true;
+    // What is told holds until the next news; before the first one nothing is known.
+    std::optional<bool> hasVideo;
     double from = gutter;
     const auto paintUntil = [&](double until) {
         const QRectF bar(from, area.center().y() - 3, until - from, 6);
-        if (hasVideo)
+        if (!hasVideo)
+            from = until;
+        else if (*hasVideo)
             painter.fillRect(bar, theme::good());
         else
             painter.fillRect(bar, QBrush(theme::bad(), Qt::BDiagPattern));
@@ -154,8 +156,7 @@ void TimelineStrip::paintVideo(QPainter &painter, const QRectF &area, qint64 now
             paintUntil(positionOf(moment.time, now));
         hasVideo = *moment.video;
     }
-    if (m_model->video())
-        paintUntil(positionOf(now, now));
+    paintUntil(positionOf(now, now));
 }
 
 void TimelineStrip::paintEvent(QPaintEvent *)
