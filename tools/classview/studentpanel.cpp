@@ -82,9 +82,9 @@ StudentPanel::StudentPanel(LessonControl *lesson)
     auto *const layout = new QGridLayout(this);
     layout->setContentsMargins(6, 6, 6, 6);
     layout->addWidget(m_heading, 0, 0, 1, 6);
+    layout->addLayout(m_pages, 1, 0, 1, 6);
     m_pages->addWidget(m_list);
     m_pages->addWidget(m_empty);
-    layout->addLayout(m_pages, 1, 0, 1, 6);
     layout->addWidget(m_enrol, 2, 0, 1, 3);
     layout->addWidget(m_import, 2, 3, 1, 3);
     layout->addWidget(m_rename, 3, 0, 1, 2);

@@ -1,0 +1,171 @@
+#include "enroldialog.h"
+#include "eventually.h"
+#include "importdialog.h"
+#include "mainwindow.h"
+#include "serviceprocess.h"
+
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QFileInfo>
+#include <QMessageBox>
+#include <QProcess>
+#include <QTest>
+#include <QToolBar>
+#include <QToolButton>
+
+namespace {
+
+constexpr int forEver = 3600000; // CTest ends what takes too long
+
+/// Somebody with a mouse and a keyboard before the viewer; the service and the demo class are real.
+class UserTest : public ::testing::Test
+{
+protected:
+    UserTest() { qputenv("TMPDIR", QFile::encodeName(service.home())); }
+    ~UserTest() override
+    {
+        window.reset();
+        camera.kill();
+        camera.waitForFinished(-1);
+    }
+
+    void sitDown()
+    {
+        camera.start(CAMERAFEED, {"--demo"});
+        ASSERT_TRUE(eventually([&] { return camera.readAllStandardOutput().contains("writing"); }, forEver));
+        ASSERT_TRUE(service.start());
+        window = std::make_unique<MainWindow>(service.socketPath(), "Camera");
+        window->show();
+        ASSERT_TRUE(
+            sees([&] { return window->lesson().link().state() == 0 && window->camera().frames() > 0; }));
+    }
+    template <class Condition>
+    bool sees(Condition condition)
+    {
+        return eventually(condition, forEver);
+    }
+    /// The button with this text in a part of the window, once it can be pressed.
+    template <class Button>
+    Button *button(QWidget *where, const QString &text)
+    {
+        Button *found = nullptr;
+        EXPECT_TRUE(sees([&] {
+            for (auto *const each : where->findChildren<Button *>())
+                if (each->text() == text && each->isEnabled() && each->isVisible())
+                    found = each;
+            return found != nullptr;
+        }));
+        return found;
+    }
+    void pressTool(const QString &text)
+    {
+        QTest::mouseClick(button<QToolButton>(window->findChild<QToolBar *>(), text), Qt::LeftButton);
+    }
+    void pressGuide(const QString &text)
+    {
+        QTest::mouseClick(button<QPushButton>(window->findChild<GuideBar *>(), text), Qt::LeftButton);
+    }
+    void clickFace(int number)
+    {
+        const QRect place = window->lesson().model().faces()[number].place;
+        const QPointF point = window->display().geometryEngine().toView(QRectF(place).center());
+        QTest::mouseClick(&window->overlay(), Qt::LeftButton, {}, point.toPoint());
+    }
+    /// Does something as soon as a dialog of this type is open.
+    template <class Dialog>
+    void whenOpen(std::function<void(Dialog *)> act)
+    {
+        QTimer::singleShot(50, window.get(), [this, act] {
+            auto *const dialog = qobject_cast<Dialog *>(QApplication::activeModalWidget());
+            if (dialog && dialog->isVisible())
+                act(dialog);
+            else
+                whenOpen<Dialog>(act);
+        });
+    }
+    /// Types names into the dialog, one for each face, and an Enter after each.
+    void nameFaces(const QStringList &names)
+    {
+        whenOpen<EnrolDialog>([this, names](EnrolDialog *dialog) {
+            for (const auto &name : names) {
+                auto *const line = dialog->findChild<QLineEdit *>();
+                EXPECT_TRUE(sees([&] { return line->isEnabled() && line->text().isEmpty(); }));
+                const int before = dialog->enrolled();
+                QTest::keyClicks(line, name);
+                QTest::keyClick(line, Qt::Key_Return);
+                EXPECT_TRUE(sees([&] { return dialog->enrolled() > before; })) << name.toStdString();
+            }
+            if (dialog->isVisible())
+                dialog->reject();
+        });
+    }
+    void answer(QMessageBox::StandardButton choice)
+    {
+        whenOpen<QMessageBox>(
+            [choice](QMessageBox *box) { QTest::mouseClick(box->button(choice), Qt::LeftButton); });
+    }
+
+    ServiceProcess service;
+    QProcess camera;
+    std::unique_ptr<MainWindow> window;
+};
+
+TEST_F(UserTest, EnrolsTheClassWatchesHandsAndAttentionAndFindsTheRecording)
+{
+    sitDown();
+    auto &lesson = window->lesson();
+    pressGuide("Load");
+    ASSERT_TRUE(sees([&] { return lesson.isReady(); }));
+    while (lesson.model().faces().size() < 4) {
+        pressGuide("Find faces");
+        const QVector<FoundFace> before = lesson.model().faces();
+        ASSERT_TRUE(sees([&] { return lesson.model().faces().size() >= 4 || !lesson.link().isBusy(); }));
+        sees([&, waited = 0]() mutable { return lesson.model().faces().size() >= 4 || ++waited > 400; });
+    }
+
+    nameFaces({"Anna"});
+    clickFace(0);
+    EXPECT_EQ(lesson.model().faces()[0].student, "Anna");
+    EXPECT_TRUE(lesson.model().knows("Anna"));
+    nameFaces({"Ben", "Cleo"});
+    pressTool("Name faces…");
+    ASSERT_TRUE(sees([&] { return lesson.model().students().size() == 3 && !lesson.link().isBusy(); }));
+
+    pressGuide("Hands");
+    ASSERT_TRUE(sees([&] { return lesson.isRunning(Analysis::Hands) && !lesson.link().isBusy(); }));
+    pressTool("Attention");
+    ASSERT_TRUE(sees([&] {
+        bool isAttention = false, isHand = false;
+        for (const LessonMoment &moment : lesson.model().lesson()) {
+            isAttention |= moment.attention.has_value();
+            isHand |= moment.tellsHands;
+        }
+        return isAttention && isHand;
+    }));
+
+    pressGuide("Record");
+    ASSERT_TRUE(sees([&] { return !lesson.model().recordingFile().isEmpty(); }));
+    QString told;
+    whenOpen<QMessageBox>([&](QMessageBox *box) {
+        told = box->text();
+        box->accept();
+    });
+    pressGuide("Show the recording");
+    const QFileInfo recording(told.section('\n', -1));
+    EXPECT_TRUE(recording.exists()) << told.toStdString();
+    pressTool("Record");
+    ASSERT_TRUE(sees([&] { return !lesson.isRecording(); }));
+    QFile::remove(recording.filePath());
+
+    answer(QMessageBox::No);
+    EXPECT_FALSE(window->close()) << "it asks while analyses run";
+    service.crash();
+    ASSERT_TRUE(sees([&] { return !lesson.link().isConnected(); }));
+    EXPECT_FALSE(lesson.isAnythingRunning());
+    ASSERT_TRUE(service.start());
+    ASSERT_TRUE(sees([&] { return lesson.link().state() == 0; })) << "it connects again by itself";
+    EXPECT_TRUE(window->close());
+}
+
+} // namespace
