@@ -2,14 +2,18 @@
 #include "eventually.h"
 #include "importdialog.h"
 #include "mainwindow.h"
+#include "picture.h"
 #include "serviceprocess.h"
 
 #include <gtest/gtest.h>
 
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QMessageBox>
 #include <QProcess>
+#include <QSignalSpy>
 #include <QTest>
 #include <QToolBar>
 #include <QToolButton>
@@ -106,6 +110,26 @@ protected:
             [choice](QMessageBox *box) { QTest::mouseClick(box->button(choice), Qt::LeftButton); });
     }
 
+    /// A face that the service has cut out, one of a name that is taken, and a file that is no picture.
+    void importPortraits()
+    {
+        const auto face = picture::jpegOf(window->lesson().model().faces()[3].faceText);
+        const QStringList names{"Anna", "Dora", "Nobody"};
+        QString error;
+        for (const auto &name : names)
+            picture::save(service.filePath("portraits/" + name + ".jpg"), name == "Nobody" ? "text" : face,
+                          &error);
+        ImportDialog import(&window->lesson(), ImportDialog::picturesIn(service.filePath("portraits")),
+                            window.get());
+        QSignalSpy finished(&import, &ImportDialog::finished);
+        ASSERT_TRUE(sees([&] { return !finished.isEmpty(); }));
+        EXPECT_EQ(import.enrolled(), 1);
+        EXPECT_TRUE(import.result(0).contains("already")) << import.result(0).toStdString();
+        EXPECT_EQ(import.result(1), "enrolled");
+        EXPECT_TRUE(import.result(2).contains("No face")) << import.result(2).toStdString();
+        EXPECT_TRUE(sees([&] { return window->lesson().model().students().size() == 4; }));
+    }
+
     ServiceProcess service;
     QProcess camera;
     std::unique_ptr<MainWindow> window;
@@ -132,6 +156,8 @@ TEST_F(UserTest, EnrolsTheClassWatchesHandsAndAttentionAndFindsTheRecording)
     pressTool("Name faces…");
     ASSERT_TRUE(sees([&] { return lesson.model().students().size() == 3 && !lesson.link().isBusy(); }));
 
+    importPortraits();
+
     pressGuide("Hands");
     ASSERT_TRUE(sees([&] { return lesson.isRunning(Analysis::Hands) && !lesson.link().isBusy(); }));
     pressTool("Attention");
@@ -157,6 +183,10 @@ TEST_F(UserTest, EnrolsTheClassWatchesHandsAndAttentionAndFindsTheRecording)
     pressTool("Record");
     ASSERT_TRUE(sees([&] { return !lesson.isRecording(); }));
     QFile::remove(recording.filePath());
+
+    const QJsonArray log = QJsonDocument::fromJson(window->findChild<LogPanel *>()->json()).array();
+    EXPECT_GT(log.size(), 10);
+    EXPECT_FALSE(QJsonDocument(log).toJson().contains("base64")) << "no pictures in the log";
 
     answer(QMessageBox::No);
     EXPECT_FALSE(window->close()) << "it asks while analyses run";

@@ -55,6 +55,8 @@ void MainWindow::makeActions()
                         [this] { m_lesson.open(); });
     a.load = makeAction("load", tr("Load"), tr("Opens the service if need be and loads its recognisers"),
                         tr("Ctrl+L"), [this] { m_lesson.load(); });
+    a.close = makeAction({}, tr("Close the service"), tr("Ends everything; the service forgets its students"),
+                         {}, [this] { m_lesson.close(); });
     a.faces = makeAction("faces", tr("Find faces"), tr("Looks once for all faces in the picture"),
                          tr("Ctrl+F"), [this] { m_lesson.findFaces(); });
     a.enrol = makeAction("enrol", tr("Name faces…"), tr("Asks for the names of unknown faces, one by one"),
@@ -154,7 +156,7 @@ void MainWindow::makeMenus()
 {
     const auto &a = m_actions;
     auto *const service = menuBar()->addMenu(tr("&Service"));
-    service->addActions({a.open, a.load, a.reset});
+    service->addActions({a.open, a.load, a.reset, a.close});
     service->addSeparator();
     service->addAction(tr("Quit"), this, &QWidget::close, QKeySequence::Quit);
 
@@ -195,6 +197,7 @@ void MainWindow::updateActions()
     const bool isFree = !link.isBusy();
     const bool anySelected = !m_students->selectedStudents().isEmpty();
     a.open->setEnabled(link.state() == codes::Closed && isFree);
+    a.close->setEnabled(link.state() >= codes::Open && isFree);
     a.load->setEnabled(link.isConnected() && link.state() >= codes::Closed && isFree);
     a.faces->setEnabled(isReady && isFree);
     a.enrol->setEnabled(isReady);

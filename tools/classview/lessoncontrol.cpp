@@ -154,6 +154,11 @@ void LessonControl::open()
     m_link.send(AiClient::Open, 0);
 }
 
+void LessonControl::close()
+{
+    m_link.send(AiClient::Close, 0);
+}
+
 void LessonControl::load()
 {
     if (m_link.state() == codes::Closed)

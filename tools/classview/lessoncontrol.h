@@ -41,9 +41,10 @@ public:
     bool isAnythingRunning() const;
     /// Whether this viewer started a recording, or an event has told of one.
     bool isRecording() const { return m_recordingHere || !m_model.recordingFile().isEmpty(); }
-    const QStringList followed() const { return m_followed.keys(); }
+    QStringList followed() const { return m_followed.keys(); }
 
     void open();
+    void close();
     /// Opens first when that is needed.
     void load();
     void findFaces();

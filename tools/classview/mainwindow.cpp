@@ -40,7 +40,7 @@ MainWindow::MainWindow(const QString &socketName, const QString &cameraKey) : m_
     makeStatusBar();
     resize(1360, 860);
 
-    connect(&m_lesson, &LessonControl::changed, this, &MainWindow::update);
+    connect(&m_lesson, &LessonControl::changed, this, &MainWindow::refresh);
     connect(&m_lesson.link(), &ServiceLink::exchanged, m_log, &LogPanel::append);
     connect(&m_lesson.link(), &ServiceLink::failed, this,
             [this](const QString &title, const QString &advice) {
@@ -52,7 +52,7 @@ MainWindow::MainWindow(const QString &socketName, const QString &cameraKey) : m_
         if (event.code == codes::Registered && !m_lesson.link().isBusy())
             m_lesson.refreshStudents();
     });
-    connect(&m_tick, &QTimer::timeout, this, &MainWindow::update);
+    connect(&m_tick, &QTimer::timeout, this, &MainWindow::refresh);
     m_tick.start(tickInterval);
     connect(&m_lookAgain, &QTimer::timeout, this, [this] {
         if (m_lesson.isReady() && !m_lesson.link().isBusy() && m_camera->pictureAge() < livingPicture)
@@ -62,7 +62,7 @@ MainWindow::MainWindow(const QString &socketName, const QString &cameraKey) : m_
     m_camera = std::make_unique<CameraWatch>(
         cameraKey, [this](const VideoFrame &frame) { m_display->showFrame(frame); });
     m_lesson.link().start();
-    update();
+    refresh();
 }
 
 MainWindow::~MainWindow()
@@ -162,7 +162,7 @@ void MainWindow::startWanted()
     }
 }
 
-void MainWindow::update()
+void MainWindow::refresh()
 {
     const qint64 elapsed = m_rateClock.elapsed();
     if (elapsed >= 1000) {
@@ -232,12 +232,14 @@ void MainWindow::updateStatus()
     const qint64 age = m_camera->pictureAge();
     const bool lives = age >= 0 && age <= livingPicture;
     const QSize size = m_display->frame().size();
-    m_cameraStatus->setText(coloured(
-        lives ? theme::good() : theme::bad(),
-        age < 0 ? tr("Camera: none")
-        : lives
-            ? tr("Camera: %1 × %2, %3 frames/s").arg(size.width()).arg(size.height()).arg(m_rate, 0, 'f', 0)
-            : tr("Camera: stands still since %1").arg(words::age(age))));
+    m_cameraStatus->setText(coloured(lives ? theme::good() : theme::bad(),
+                                     age < 0 ? tr("Camera: none")
+                                     : lives ? tr("Camera: %1 × %2, %3 frames/s, %4 ms old")
+                                                   .arg(size.width())
+                                                   .arg(size.height())
+                                                   .arg(m_rate, 0, 'f', 0)
+                                                   .arg(age)
+                                             : tr("Camera: stands still since %1").arg(words::age(age))));
     const QString running = whatRuns();
     m_runningStatus->setText(running.isEmpty() ? tr("Nothing runs").toHtmlEscaped()
                                                : coloured(theme::good(), tr("Runs: %1").arg(running)));

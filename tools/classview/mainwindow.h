@@ -40,8 +40,8 @@ protected:
 private:
     struct Actions
     {
-        QAction *open, *load, *faces, *enrol, *hands, *attention, *follow, *game, *attributes, *record,
-            *reset;
+        QAction *open, *load, *close, *faces, *enrol, *hands, *attention, *follow, *game, *attributes,
+            *record, *reset;
         QAction *recordInto, *showRecording, *importFolder, *refresh, *keepLooking;
         QAction *viewFit, *viewFill, *viewOneToOne, *viewMirrored, *viewTurn, *viewZoomIn, *viewZoomOut,
             *viewAll;
@@ -57,7 +57,7 @@ private:
     QAction *makeSwitch(const QString &icon, const QString &text, const QString &tip,
                         const QKeySequence &keys, std::function<void(bool)> toggled);
 
-    void update();
+    void refresh();
     void updateActions();
     void updateGuide();
     void updateStatus();

@@ -510,10 +510,6 @@ camerafeed --demo
         <translation>摄像头：无</translation>
     </message>
     <message>
-        <source>Camera: %1 × %2, %3 frames/s</source>
-        <translation>摄像头：%1 × %2，%3 帧/秒</translation>
-    </message>
-    <message>
         <source>Camera: stands still since %1</source>
         <translation>摄像头：画面停止已 %1</translation>
     </message>
@@ -632,6 +628,18 @@ camerafeed --demo
     <message>
         <source>This still runs: %1. It ends when the viewer is closed, also for other programs. Close all the same?</source>
         <translation>仍在运行：%1。关闭查看器后会结束，对其他程序也是如此。仍要关闭吗？</translation>
+    </message>
+    <message>
+        <source>Close the service</source>
+        <translation>关闭服务</translation>
+    </message>
+    <message>
+        <source>Ends everything; the service forgets its students</source>
+        <translation>结束一切；服务清除学生</translation>
+    </message>
+    <message>
+        <source>Camera: %1 × %2, %3 frames/s, %4 ms old</source>
+        <translation>摄像头：%1 × %2，%3 帧/秒，%4 毫秒前</translation>
     </message>
 </context>
 <context>
