@@ -18,6 +18,8 @@
 #include <QToolBar>
 #include <QToolButton>
 
+#include <cstdio>
+
 namespace {
 
 constexpr int forEver = 3600000; // CTest ends what takes too long
@@ -53,6 +55,8 @@ protected:
     template <class Button>
     Button *button(QWidget *where, const QString &text)
     {
+        std::printf("looking for the button %s\n", qPrintable(text)); // where it was when CTest ended it
+        std::fflush(stdout);
         Button *found = nullptr;
         EXPECT_TRUE(sees([&] {
             for (auto *const each : where->findChildren<Button *>())

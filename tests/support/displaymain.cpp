@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
+#include <QDir>
+#include <QFile>
 #include <QTemporaryDir>
 
 #include <csignal>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,6 +19,28 @@ class VirtualDisplay
 {
 public:
     VirtualDisplay()
+    {
+        // Two servers that look for a number at the same time may both take the same one.
+        const QByteArray lockFile = QFile::encodeName(QDir::temp().filePath("virtual-display.lock"));
+        const int lock = open(lockFile.constData(), O_CREAT | O_RDWR | O_CLOEXEC, 0666);
+        flock(lock, LOCK_EX);
+        start();
+        close(lock);
+    }
+    ~VirtualDisplay()
+    {
+        if (m_server <= 0)
+            return;
+        kill(m_server, SIGTERM);
+        waitpid(m_server, nullptr, 0);
+    }
+    VirtualDisplay(const VirtualDisplay &) = delete;
+    VirtualDisplay &operator=(const VirtualDisplay &) = delete;
+
+    const QByteArray &name() const { return m_name; }
+
+private:
+    void start()
     {
         int number[2];
         if (pipe2(number, O_CLOEXEC) != 0)
@@ -31,25 +56,15 @@ public:
             _exit(127);
         }
         close(number[1]);
-        char digits[16] = {};
-        const bool started = read(number[0], digits, sizeof digits - 1) > 0;
+        // To the end of the line: a server whose reader has gone before gives up.
+        char digit = 0;
+        while (read(number[0], &digit, 1) == 1 && digit != '\n')
+            m_name += digit;
         close(number[0]);
-        if (started)
-            m_name = ':' + QByteArray(digits).trimmed();
+        if (!m_name.isEmpty())
+            m_name.prepend(':');
     }
-    ~VirtualDisplay()
-    {
-        if (m_server <= 0)
-            return;
-        kill(m_server, SIGTERM);
-        waitpid(m_server, nullptr, 0);
-    }
-    VirtualDisplay(const VirtualDisplay &) = delete;
-    VirtualDisplay &operator=(const VirtualDisplay &) = delete;
 
-    const QByteArray &name() const { return m_name; }
-
-private:
     pid_t m_server = -1;
     QByteArray m_name;
 };

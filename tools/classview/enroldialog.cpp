@@ -35,7 +35,9 @@ EnrolDialog::EnrolDialog(LessonControl *lesson, const QVector<FoundFace> &faces,
     m_enrol = buttons->addButton(tr("Enrol"), QDialogButtonBox::AcceptRole);
     m_skip = buttons->addButton(tr("Skip"), QDialogButtonBox::ActionRole);
     buttons->addButton(tr("Done"), QDialogButtonBox::RejectRole);
-    m_enrol->setDefault(true);
+    // The line is disabled for the time of a request; the button that gets the focus must not take Enter along.
+    for (auto *const button : buttons->buttons())
+        qobject_cast<QPushButton *>(button)->setAutoDefault(false);
     m_skip->setVisible(faces.size() > 1);
 
     auto *const layout = new QVBoxLayout(this);
@@ -45,6 +47,7 @@ EnrolDialog::EnrolDialog(LessonControl *lesson, const QVector<FoundFace> &faces,
     layout->addWidget(m_problem);
     layout->addWidget(buttons);
 
+    connect(m_name, &QLineEdit::returnPressed, this, &EnrolDialog::enrol);
     connect(m_enrol, &QPushButton::clicked, this, &EnrolDialog::enrol);
     connect(m_skip, &QPushButton::clicked, this, &EnrolDialog::next);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
@@ -74,7 +77,7 @@ void EnrolDialog::showFace()
 void EnrolDialog::enrol()
 {
     const QString name = m_name->text().trimmed();
-    if (name.isEmpty())
+    if (name.isEmpty() || !m_name->isEnabled())
         return;
     m_name->setEnabled(false);
     m_enrol->setEnabled(false);

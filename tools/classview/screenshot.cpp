@@ -28,7 +28,7 @@ const char *kindName(MarkKind kind)
 /// as large.
 QImage inFewColours(const QImage &picture)
 {
-    constexpr int samples = 20000, colours = 256;
+    constexpr int samples = 8000, colours = 256;
     cv::Mat values(samples, 3, CV_32F);
     cv::RNG random(1);
     for (int i = 0; i < samples; ++i) {

@@ -58,6 +58,7 @@ StudentPanel::StudentPanel(LessonControl *lesson)
       m_empty(new QLabel(
           tr("Nobody is enrolled yet.\n\nPress “Find faces”, then click a face in the picture and type "
              "the name. Or import a folder of portraits whose files are named after the students."))),
+      m_pages(new QStackedLayout),
       m_enrol(
           makeButton("enrol", tr("Name faces…"), tr("Goes through the faces that nobody knows, one by one"))),
       m_import(makeButton("import", tr("Import…"), tr("Enrols a folder of portraits"))),
