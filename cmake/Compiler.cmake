@@ -23,3 +23,10 @@ endif()
 if(AI_SANITIZE MATCHES "thread")
     include(${CMAKE_CURRENT_LIST_DIR}/../tests/tsan/ThreadSanitizer.cmake)
 endif()
+
+# What programs with windows link besides: Mesa, Qt's platform plugin and the font library never free some of what
+# they allocate.
+add_library(ai_display INTERFACE)
+if(AI_SANITIZE MATCHES "address")
+    target_sources(ai_display INTERFACE ${CMAKE_CURRENT_LIST_DIR}/asan/suppressions.cpp)
+endif()

@@ -1,4 +1,5 @@
-# What is installed where, and the Debian package.
+# What is installed where, and the Debian packages: aiservice, and aiservice-viewer with the install component
+# "viewer", so that a server without a screen gets neither OpenGL nor widgets.
 #
 #   lib/aiservice/         the service, its recognisers and its model folder, which it looks for beside itself
 #   bin/                   a link to the service, and the tools
@@ -96,5 +97,20 @@ set(CPACK_DEBIAN_PACKAGE_SUGGESTS "qtbase5-dev, libopencv-dev, opencv-doc")
 find_program(AI_SHLIBDEPS dpkg-shlibdeps)
 if(AI_SHLIBDEPS)
     set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+endif()
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL Unspecified)
+set(CPACK_DEBIAN_UNSPECIFIED_PACKAGE_NAME aiservice)
+if(AI_VIEWER)
+    list(APPEND CPACK_COMPONENTS_ALL viewer)
+    set(CPACK_DEBIAN_VIEWER_PACKAGE_NAME aiservice-viewer)
+    set(CPACK_COMPONENT_VIEWER_DESCRIPTION
+        "desktop viewer for the vision service\nShows the classroom's camera with what the service tells of it, \
+and lets one enrol\nstudents and run the analyses with the mouse.")
+    # The client library, and the plugin that paints the icons.
+    set(CPACK_DEBIAN_VIEWER_PACKAGE_DEPENDS "aiservice (= ${PROJECT_VERSION}), libqt5svg5")
+    set(CPACK_DEBIAN_VIEWER_PACKAGE_RECOMMENDS "opencv-data, fonts-wqy-microhei")
+    set(CPACK_DEBIAN_VIEWER_PACKAGE_SUGGESTS "")
+    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 endif()
 include(CPack)

@@ -13,6 +13,8 @@ packages=(
     libspdlog-dev libfmt-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     ffmpeg python3 python3-numpy python3-onnx nodejs
+    # The viewer; a display without a screen and Mesa's software renderer for its tests.
+    qttools5-dev qttools5-dev-tools libqt5svg5 xvfb xauth libgl1-mesa-dri fonts-wqy-microhei
 )
 
 say() { printf '== %s\n' "$*"; }

@@ -71,6 +71,7 @@ TEST(Package, TheDebianPackageMayLieAnywhereAndOthersBuildWithIt)
     const QString file = folder.filePath(QDir(folder.path()).entryList({"aiservice_*.deb"}).value(0));
     const std::string depends = run("dpkg-deb", {"--field", file, "Depends"});
     EXPECT_THAT(depends, AllOf(HasSubstr("libqt5sql5-sqlite"), HasSubstr("libqt5gui5")));
+    EXPECT_THAT(depends, AllOf(Not(HasSubstr("libqt5widgets5")), Not(HasSubstr("libgl1"))));
     run("dpkg-deb", {"--extract", file, folder.path()});
 
     const QString root = folder.filePath("usr");
@@ -80,6 +81,17 @@ TEST(Package, TheDebianPackageMayLieAnywhereAndOthersBuildWithIt)
         for (const char *program : {"AIService", "aictl"})
             EXPECT_FALSE(runPath(folderOfPrograms + program).contains("")) << program;
     }
+#ifdef WITH_VIEWER
+    EXPECT_FALSE(QFile::exists(bin + "classview")) << "a package of its own";
+    const QString viewer =
+        folder.filePath(QDir(folder.path()).entryList({"aiservice-viewer_*.deb"}).value(0));
+    EXPECT_THAT(run("dpkg-deb", {"--field", viewer, "Depends"}),
+                AllOf(HasSubstr("aiservice (="), HasSubstr("libqt5widgets5"), HasSubstr("libqt5svg5")));
+    run("dpkg-deb", {"--extract", viewer, folder.path()});
+    EXPECT_THAT(run("env", {"QT_QPA_PLATFORM=offscreen", bin + "classview", "--help"}),
+                HasSubstr("--screenshot"));
+    EXPECT_TRUE(QFile::exists(root + "/share/applications/aiservice-viewer.desktop"));
+#endif
     ServiceProcess service;
     service.setProgram(bin + "AIService");
     service.setEnvironment("LD_LIBRARY_PATH", "");

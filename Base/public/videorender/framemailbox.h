@@ -1,0 +1,30 @@
+#pragma once
+
+#include "videoframe.h"
+
+#include <mutex>
+
+/**
+ * Holds the newest frame for whoever shows it: a frame that was not fetched before the next one came is
+ * dropped.
+ *
+ * Threads: any. Nobody waits for longer than the exchange of a pointer.
+ */
+class FrameMailbox
+{
+public:
+    /// Puts a frame in the place of the one that waits. True when the owner has to be woken: none waited.
+    bool put(VideoFrame frame);
+    /// The frame that waits; null when none does.
+    VideoFrame take();
+
+    /// Frames that were put in, and those of them that were never taken, since the beginning.
+    std::uint64_t received() const;
+    std::uint64_t dropped() const;
+
+private:
+    mutable std::mutex m_mutex;
+    VideoFrame m_frame;
+    std::uint64_t m_received = 0;
+    std::uint64_t m_dropped = 0;
+};

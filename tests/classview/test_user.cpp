@@ -1,0 +1,205 @@
+#include "enroldialog.h"
+#include "eventually.h"
+#include "importdialog.h"
+#include "mainwindow.h"
+#include "picture.h"
+#include "serviceprocess.h"
+
+#include <gtest/gtest.h>
+
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QMessageBox>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTest>
+#include <QToolBar>
+#include <QToolButton>
+
+#include <cstdio>
+
+namespace {
+
+constexpr int forEver = 3600000; // CTest ends what takes too long
+
+/// Somebody with a mouse and a keyboard before the viewer; the service and the demo class are real.
+class UserTest : public ::testing::Test
+{
+protected:
+    UserTest() { qputenv("TMPDIR", QFile::encodeName(service.home())); }
+    ~UserTest() override
+    {
+        window.reset();
+        camera.kill();
+        camera.waitForFinished(-1);
+    }
+
+    void sitDown()
+    {
+        camera.start(CAMERAFEED, {"--demo"});
+        ASSERT_TRUE(eventually([&] { return camera.readAllStandardOutput().contains("writing"); }, forEver));
+        ASSERT_TRUE(service.start());
+        window = std::make_unique<MainWindow>(service.socketPath(), "Camera");
+        window->show();
+        ASSERT_TRUE(
+            sees([&] { return window->lesson().link().state() == 0 && window->camera().frames() > 0; }));
+    }
+    template <class Condition>
+    bool sees(Condition condition)
+    {
+        return eventually(condition, forEver);
+    }
+    /// The button with this text in a part of the window, once it can be pressed.
+    template <class Button>
+    Button *button(QWidget *where, const QString &text)
+    {
+        std::printf("looking for the button %s\n", qPrintable(text)); // where it was when CTest ended it
+        std::fflush(stdout);
+        Button *found = nullptr;
+        EXPECT_TRUE(sees([&] {
+            for (auto *const each : where->findChildren<Button *>())
+                if (each->text() == text && each->isEnabled() && each->isVisible())
+                    found = each;
+            return found != nullptr;
+        }));
+        return found;
+    }
+    void pressTool(const QString &text)
+    {
+        QTest::mouseClick(button<QToolButton>(window->findChild<QToolBar *>(), text), Qt::LeftButton);
+    }
+    void pressGuide(const QString &text)
+    {
+        QTest::mouseClick(button<QPushButton>(window->findChild<GuideBar *>(), text), Qt::LeftButton);
+    }
+    void clickFace(int number)
+    {
+        const QRect place = window->lesson().model().faces()[number].place;
+        const QPointF point = window->display().geometryEngine().toView(QRectF(place).center());
+        QTest::mouseClick(&window->overlay(), Qt::LeftButton, {}, point.toPoint());
+    }
+    /// Does something as soon as a dialog of this type is open.
+    template <class Dialog>
+    void whenOpen(std::function<void(Dialog *)> act)
+    {
+        QTimer::singleShot(50, window.get(), [this, act] {
+            auto *const dialog = qobject_cast<Dialog *>(QApplication::activeModalWidget());
+            if (dialog && dialog->isVisible())
+                act(dialog);
+            else
+                whenOpen<Dialog>(act);
+        });
+    }
+    /// Types names into the dialog, one for each face, and an Enter after each.
+    void nameFaces(const QStringList &names)
+    {
+        whenOpen<EnrolDialog>([this, names](EnrolDialog *dialog) {
+            for (const auto &name : names) {
+                auto *const line = dialog->findChild<QLineEdit *>();
+                EXPECT_TRUE(sees([&] { return line->isEnabled() && line->text().isEmpty(); }));
+                const int before = dialog->enrolled();
+                QTest::keyClicks(line, name);
+                QTest::keyClick(line, Qt::Key_Return);
+                EXPECT_TRUE(sees([&] { return dialog->enrolled() > before; })) << name.toStdString();
+            }
+            if (dialog->isVisible())
+                dialog->reject();
+        });
+    }
+    void answer(QMessageBox::StandardButton choice)
+    {
+        whenOpen<QMessageBox>(
+            [choice](QMessageBox *box) { QTest::mouseClick(box->button(choice), Qt::LeftButton); });
+    }
+
+    /// A face that the service has cut out, one of a name that is taken, and a file that is no picture.
+    void importPortraits()
+    {
+        const auto face = picture::jpegOf(window->lesson().model().faces()[3].faceText);
+        const QStringList names{"Anna", "Dora", "Nobody"};
+        QString error;
+        for (const auto &name : names)
+            picture::save(service.filePath("portraits/" + name + ".jpg"), name == "Nobody" ? "text" : face,
+                          &error);
+        ImportDialog import(&window->lesson(), ImportDialog::picturesIn(service.filePath("portraits")),
+                            window.get());
+        QSignalSpy finished(&import, &ImportDialog::finished);
+        ASSERT_TRUE(sees([&] { return !finished.isEmpty(); }));
+        EXPECT_EQ(import.enrolled(), 1);
+        EXPECT_TRUE(import.result(0).contains("already")) << import.result(0).toStdString();
+        EXPECT_EQ(import.result(1), "enrolled");
+        EXPECT_TRUE(import.result(2).contains("No face")) << import.result(2).toStdString();
+        EXPECT_TRUE(sees([&] { return window->lesson().model().students().size() == 4; }));
+    }
+
+    ServiceProcess service;
+    QProcess camera;
+    std::unique_ptr<MainWindow> window;
+};
+
+TEST_F(UserTest, EnrolsTheClassWatchesHandsAndAttentionAndFindsTheRecording)
+{
+    sitDown();
+    auto &lesson = window->lesson();
+    pressGuide("Load");
+    ASSERT_TRUE(sees([&] { return lesson.isReady(); }));
+    while (lesson.model().faces().size() < 4) {
+        pressGuide("Find faces");
+        const QVector<FoundFace> before = lesson.model().faces();
+        ASSERT_TRUE(sees([&] { return lesson.model().faces().size() >= 4 || !lesson.link().isBusy(); }));
+        sees([&, waited = 0]() mutable { return lesson.model().faces().size() >= 4 || ++waited > 400; });
+    }
+
+    nameFaces({"Anna"});
+    clickFace(0);
+    EXPECT_EQ(lesson.model().faces()[0].student, "Anna");
+    EXPECT_TRUE(lesson.model().knows("Anna"));
+    nameFaces({"Ben", "Cleo"});
+    pressTool("Name faces…");
+    ASSERT_TRUE(sees([&] { return lesson.model().students().size() == 3 && !lesson.link().isBusy(); }));
+
+    importPortraits();
+
+    pressGuide("Hands");
+    ASSERT_TRUE(sees([&] { return lesson.isRunning(Analysis::Hands) && !lesson.link().isBusy(); }));
+    pressTool("Attention");
+    ASSERT_TRUE(sees([&] {
+        bool isAttention = false, isHand = false;
+        for (const LessonMoment &moment : lesson.model().lesson()) {
+            isAttention |= moment.attention.has_value();
+            isHand |= moment.tellsHands;
+        }
+        return isAttention && isHand;
+    }));
+
+    pressGuide("Record");
+    ASSERT_TRUE(sees([&] { return !lesson.model().recordingFile().isEmpty(); }));
+    QString told;
+    whenOpen<QMessageBox>([&](QMessageBox *box) {
+        told = box->text();
+        box->accept();
+    });
+    pressGuide("Show the recording");
+    const QFileInfo recording(told.section('\n', -1));
+    EXPECT_TRUE(recording.exists()) << told.toStdString();
+    pressTool("Record");
+    ASSERT_TRUE(sees([&] { return !lesson.isRecording(); }));
+    QFile::remove(recording.filePath());
+
+    const QJsonArray log = QJsonDocument::fromJson(window->findChild<LogPanel *>()->json()).array();
+    EXPECT_GT(log.size(), 10);
+    EXPECT_FALSE(QJsonDocument(log).toJson().contains("base64")) << "no pictures in the log";
+
+    answer(QMessageBox::No);
+    EXPECT_FALSE(window->close()) << "it asks while analyses run";
+    service.crash();
+    ASSERT_TRUE(sees([&] { return !lesson.link().isConnected(); }));
+    EXPECT_FALSE(lesson.isAnythingRunning());
+    ASSERT_TRUE(service.start());
+    ASSERT_TRUE(sees([&] { return lesson.link().state() == 0; })) << "it connects again by itself";
+    EXPECT_TRUE(window->close());
+}
+
+} // namespace

@@ -1,0 +1,143 @@
+#include "rendering.h"
+
+namespace {
+
+constexpr QRgb red = 0xffff0000, green = 0xff00ff00, blue = 0xff0000ff, white = 0xffffffff,
+               black = 0xff000000;
+
+/// A grey frame whose corners are red, green, white and blue, clockwise from the top left one.
+QByteArray markedFrame(const QSize &size)
+{
+    QByteArray pixels(size.width() * size.height() * 3, char(128));
+    const auto mark = [&](int left, int top, QRgb colour) {
+        for (int y = top; y < top + 8; ++y)
+            for (int x = left; x < left + 8; ++x) {
+                pixels[(y * size.width() + x) * 3] = char(qRed(colour));
+                pixels[(y * size.width() + x) * 3 + 1] = char(qGreen(colour));
+                pixels[(y * size.width() + x) * 3 + 2] = char(qBlue(colour));
+            }
+    };
+    mark(0, 0, red);
+    mark(size.width() - 8, 0, green);
+    mark(size.width() - 8, size.height() - 8, white);
+    mark(0, size.height() - 8, blue);
+    return pixels;
+}
+
+class GeometryTest : public ::testing::TestWithParam<bool>
+{
+protected:
+    void show(const QSize &view, const QSize &frame, int displayModel = DisplayFit)
+    {
+        showAs(*display, view);
+        const QByteArray pixels = markedFrame(frame);
+        display->showBytes(pixels.constData(), pixels.size(), frame.width(), frame.height(), 0, RGB,
+                           displayModel);
+    }
+    /// Pixels of the widget, clockwise from the top left one of a rectangle; 2 pixels inside.
+    QList<QRgb> corners(const QRect &place)
+    {
+        const QImage image = shownBy(*display);
+        const QRect inner = place.adjusted(2, 2, -2, -2);
+        QList<QRgb> colours;
+        for (const QPoint &corner :
+             {inner.topLeft(), inner.topRight(), inner.bottomRight(), inner.bottomLeft()})
+            colours.append(image.pixel(corner));
+        return colours;
+    }
+
+    std::unique_ptr<VideoDisplay> display{makeDisplay(GetParam())};
+};
+
+TEST_P(GeometryTest, FitFillAndOneToOnePutTheCornersWhereTheyBelong)
+{
+    show({200, 300}, {100, 50});
+    EXPECT_EQ(corners({0, 100, 200, 100}), (QList<QRgb>{red, green, white, blue}));
+    EXPECT_EQ(shownBy(*display).pixel(100, 96), black) << "a bar above";
+    EXPECT_EQ(shownBy(*display).pixel(100, 203), black) << "and below";
+
+    show({200, 300}, {100, 50}, DisplayFill);
+    EXPECT_EQ(corners({0, 0, 200, 300}), (QList<QRgb>{0xff808080, 0xff808080, 0xff808080, 0xff808080}))
+        << "the sides are cut off, nothing above and below";
+
+    display->setMode(GeometryEngine::OneToOne);
+    EXPECT_EQ(corners({50, 125, 100, 50}), (QList<QRgb>{red, green, white, blue}));
+    EXPECT_EQ(shownBy(*display).pixel(50, 125), red);
+    EXPECT_EQ(shownBy(*display).pixel(49, 125), black) << "exact to the pixel";
+
+    display->followDisplayModel();
+    EXPECT_EQ(display->geometryEngine().mode(), GeometryEngine::Fill) << "told by the frame";
+}
+
+TEST_P(GeometryTest, TurnedAndMirroredFramesAndTheWayBack)
+{
+    // Clockwise from the top left corner of what is seen.
+    const std::tuple<int, bool, QList<QRgb>> cases[] = {
+        {0, false, {red, green, white, blue}}, {1, false, {blue, red, green, white}},
+        {2, false, {white, blue, red, green}}, {3, false, {green, white, blue, red}},
+        {0, true, {green, red, blue, white}},  {1, true, {red, blue, white, green}},
+        {6, true, {blue, white, green, red}},  {-1, true, {white, green, red, blue}},
+    };
+    show({240, 240}, {120, 60});
+    for (const auto &[turns, mirrored, expected] : cases) {
+        display->setQuarterTurns(turns);
+        display->setMirrored(mirrored);
+        const QRect place = turns % 2 ? QRect(60, 0, 120, 240) : QRect(0, 60, 240, 120);
+        EXPECT_EQ(corners(place), expected) << turns << mirrored;
+
+        QPoint pixel;
+        ASSERT_TRUE(display->geometryEngine().pixelAt(place.topLeft() + QPointF(1, 1), &pixel));
+        const QPoint frameCorners[] = {{0, 0}, {119, 0}, {119, 59}, {0, 59}};
+        EXPECT_EQ(pixel, frameCorners[QList<QRgb>({red, green, white, blue}).indexOf(expected[0])]);
+        EXPECT_FALSE(display->geometryEngine().pixelAt(place.topLeft() - QPointF(1, 1), &pixel));
+    }
+}
+
+TEST_P(GeometryTest, ZoomKeepsThePointUnderTheMouseAndMovingEndsAtTheEdge)
+{
+    show({200, 100}, {100, 50});
+    shownBy(*display);
+    const QPointF mouse(150, 30);
+    const QPointF before = display->geometryEngine().toFrame(mouse);
+    display->zoomAt(mouse, 4);
+    const QPointF after = display->geometryEngine().toFrame(mouse);
+    EXPECT_NEAR(after.x(), before.x(), 0.1);
+    EXPECT_NEAR(after.y(), before.y(), 0.1);
+
+    display->moveBy({100000, 100000});
+    EXPECT_EQ(corners({0, 0, 200, 100})[0], red);
+    QPoint pixel;
+    EXPECT_TRUE(display->geometryEngine().pixelAt({0.5, 0.5}, &pixel));
+    EXPECT_EQ(pixel, QPoint(0, 0));
+
+    display->zoomAt(mouse, 0.0001);
+    EXPECT_EQ(display->geometryEngine().zoom(), 1);
+    EXPECT_EQ(corners({0, 0, 200, 100}), (QList<QRgb>{red, green, white, blue}));
+    display->zoomAt(mouse, 1e9);
+    EXPECT_EQ(display->geometryEngine().zoom(), GeometryEngine::largestZoom);
+    display->zoomAt(mouse, -1);
+    display->resetZoom();
+    EXPECT_EQ(corners({0, 0, 200, 100}), (QList<QRgb>{red, green, white, blue}));
+}
+
+TEST(Geometry, DensityCountsInOneToOneAndNothingComesOfEmptySizes)
+{
+    GeometryEngine geometry;
+    QPoint pixel;
+    EXPECT_FALSE(geometry.pixelAt({0, 0}, &pixel));
+    geometry.zoomAt({0, 0}, 2);
+    geometry.moveBy({5, 5});
+    EXPECT_TRUE(geometry.frameToView().isIdentity());
+
+    geometry.setFrameSize({100, 50});
+    geometry.setView({200, 100}, 2);
+    geometry.setMode(GeometryEngine::OneToOne);
+    EXPECT_EQ(geometry.frameToView().mapRect(QRectF(0, 0, 100, 50)), QRectF(75, 37.5, 50, 25));
+    EXPECT_TRUE(geometry.isPixelExact());
+}
+
+INSTANTIATE_TEST_SUITE_P(, GeometryTest, ::testing::Bool(), [](const ::testing::TestParamInfo<bool> &widget) {
+    return widget.param ? "OpenGL" : "Painter";
+});
+
+} // namespace

@@ -1,0 +1,168 @@
+#include "logcapture.h"
+#include "rendering.h"
+
+#include <QVBoxLayout>
+
+#include <thread>
+
+namespace {
+
+/// Shows a frame of one colour.
+void give(VideoDisplay &display, const QSize &size, QRgb colour)
+{
+    const QImage picture = [&] {
+        QImage image(size, QImage::Format_RGB32);
+        image.fill(colour);
+        return image;
+    }();
+    display.showBytes(reinterpret_cast<const char *>(picture.constBits()), picture.sizeInBytes(),
+                      size.width(), size.height(), picture.bytesPerLine(), RGBA);
+}
+
+QRgb middleOf(VideoDisplay &display)
+{
+    const QImage image = shownBy(display);
+    return image.pixel(image.width() / 2, image.height() / 2);
+}
+
+class StreamTest : public ::testing::TestWithParam<bool>
+{
+protected:
+    std::unique_ptr<VideoDisplay> display{makeDisplay(GetParam())};
+};
+
+TEST_P(StreamTest, SizesAndFormatsMayChangeFromFrameToFrame)
+{
+    showAs(*display, {160, 90});
+    for (const QSize &size : {QSize(1920, 1080), QSize(1, 1), QSize(333, 777), QSize(16, 16)}) {
+        give(*display, size, 0xff10f020);
+        EXPECT_EQ(middleOf(*display), 0xff10f020) << size.width();
+        EXPECT_EQ(display->frame().size(), size);
+        const QByteArray grey(size.width() * size.height() * 3, char(70));
+        display->showBytes(grey.constData(), grey.size(), size.width(), size.height(), 0, BGR);
+        EXPECT_EQ(middleOf(*display), 0xff464646);
+    }
+    display->clear();
+    EXPECT_EQ(middleOf(*display), 0xff000000);
+}
+
+TEST_P(StreamTest, ImpossibleBlocksAreRefusedWithALineAndNotRead)
+{
+    showAs(*display, {64, 64});
+    give(*display, {64, 64}, 0xff0000c0);
+    ASSERT_EQ(middleOf(*display), 0xff0000c0);
+
+    // Nothing lies behind these bytes: the address sanitizer sees each look too far.
+    std::vector<char> bytes(12);
+    const auto block = [&](int size, int width, int height, int format) {
+        ImageBlock made;
+        made.size = size;
+        made.width = width;
+        made.height = height;
+        made.format = format;
+        made.data = bytes.data();
+        return made;
+    };
+    ImageBlock withoutData = block(12, 2, 2, RGB);
+    withoutData.data = nullptr;
+    const ImageBlock impossible[] = {withoutData,
+                                     block(11, 2, 2, RGB),
+                                     block(12, 2, 2, RGBA),
+                                     block(12, 0, 2, RGB),
+                                     block(12, -2, -2, RGB),
+                                     block(-12, 2, 2, RGB),
+                                     block(12, 2, 2, 0),
+                                     block(12, 2, 2, 9),
+                                     block(12, 3, 3, NV12),
+                                     block(12, 3, 3, YUV420P),
+                                     block(12, 3, 2, UYVY),
+                                     block(12, 46341, 46341, RGB),
+                                     block(12, 2147483647, 2147483647, YUYV)};
+    LogCapture log;
+    for (const ImageBlock &refused : impossible) {
+        display->showBlock(refused);
+        display->showBlock(refused);
+        const QStringList lines = log.takeLines();
+        EXPECT_EQ(lines.size(), 1) << "for each reason once: " << lines.join('\n').toStdString();
+        EXPECT_TRUE(lines.value(0).startsWith("warning: frame refused: ")) << lines.value(0).toStdString();
+    }
+    display->showBytes(bytes.data(), 12, 2, 2, 5, RGB);
+    display->showBytes(bytes.data(), 12, 2, 2, -6, RGB);
+    EXPECT_EQ(log.takeLines().size(), 2);
+    EXPECT_EQ(middleOf(*display), 0xff0000c0) << "the last good frame stays";
+    display->showBlock(block(12, 2, 2, RGB));
+    EXPECT_EQ(middleOf(*display), 0xff000000);
+}
+
+TEST_P(StreamTest, AGiverIsNeverHeldUpAndTheNewestFrameIsShown)
+{
+    showAs(*display, {64, 64});
+    // Nobody looks at events here, so nothing is shown while the other thread gives.
+    std::thread giver([this] {
+        for (int i = 0; i <= 200; ++i)
+            give(*display, {320, 200}, qRgb(i, 0, 0));
+    });
+    giver.join();
+    EXPECT_EQ(middleOf(*display), qRgb(200, 0, 0));
+    EXPECT_EQ(display->receivedFrames(), 201u);
+    EXPECT_LE(display->shownFrames(), 2u);
+}
+
+TEST_P(StreamTest, AHiddenWidgetShowsTheNewestWhenItIsSeenAgain)
+{
+    showAs(*display, {64, 64});
+    give(*display, {64, 64}, 0xff00ff00);
+    ASSERT_EQ(middleOf(*display), 0xff00ff00);
+    display->widget()->hide();
+    for (int i = 0; i < 50; ++i) {
+        give(*display, {64, 64}, 0xff000000);
+        QCoreApplication::processEvents();
+    }
+    give(*display, {64, 64}, 0xffff0000);
+    display->widget()->show();
+    ASSERT_TRUE(eventually([&] { return display->frame().isNull() || display->shownFrames() >= 2; }));
+    EXPECT_EQ(middleOf(*display), 0xffff0000);
+    EXPECT_EQ(display->shownFrames(), 2u);
+}
+
+TEST_P(StreamTest, TwoWidgetsAtOnceAndALostContext)
+{
+    QWidget first, second;
+    auto *const layout = new QVBoxLayout(&first);
+    const std::unique_ptr<VideoDisplay> other(makeDisplay(GetParam()));
+    layout->addWidget(display->widget());
+    layout->addWidget(other->widget());
+    new QVBoxLayout(&second);
+    first.resize(200, 300);
+    first.show();
+    second.resize(300, 200);
+    second.show();
+
+    give(*display, {64, 64}, 0xff00ff00);
+    give(*other, {64, 64}, 0xffff0000);
+    EXPECT_EQ(middleOf(*display), 0xff00ff00);
+    EXPECT_EQ(middleOf(*other), 0xffff0000);
+
+    // Another window means another context.
+    second.layout()->addWidget(display->widget());
+    QCoreApplication::processEvents();
+    EXPECT_EQ(middleOf(*display), 0xff00ff00) << "the frame is uploaded again";
+    give(*display, {64, 64}, 0xff0000ff);
+    EXPECT_EQ(middleOf(*display), 0xff0000ff);
+    EXPECT_EQ(middleOf(*other), 0xffff0000);
+    display->widget()->setParent(nullptr);
+    other->widget()->setParent(nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(, StreamTest, ::testing::Bool(), [](const ::testing::TestParamInfo<bool> &widget) {
+    return widget.param ? "OpenGL" : "Painter";
+});
+
+TEST(VideoDisplay, TheWidgetIsChosenByTryingAContext)
+{
+    ASSERT_TRUE(VideoDisplay::hasOpenGL());
+    const std::unique_ptr<VideoDisplay> display(VideoDisplay::create(nullptr));
+    EXPECT_NE(dynamic_cast<VideoRender *>(display.get()), nullptr);
+}
+
+} // namespace

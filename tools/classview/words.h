@@ -1,0 +1,25 @@
+#pragma once
+
+#include "aiclient.h"
+#include "classmodel.h"
+
+#include <QString>
+
+/// The protocol in the words of people, in their language.
+namespace words {
+
+/// What a request does: "Start watching hands".
+QString command(AiClient::Kind kind, uint code);
+/// What an event is about: "Hands raised".
+QString event(uint code);
+/// What an error code means for this request, and what to do about it. Empty on success.
+QString failure(AiClient::Kind kind, uint code, const AiReply &reply);
+/// "not running", "closed", "open", "ready"; -1 stands for no connection.
+QString serviceState(int state);
+/// What a pose class says of the attention: "attentive", "partly", "elsewhere".
+QString attention(int poseClass);
+QString markKind(MarkKind kind);
+/// "now", "3 s", "2 min".
+QString age(qint64 milliseconds);
+
+} // namespace words
