@@ -12,7 +12,13 @@ packages=(
     libopencv-dev libopencv-contrib-dev opencv-data
     libspdlog-dev libfmt-dev
     libgtest-dev libgmock-dev libbenchmark-dev
+    libmosquitto-dev
     ffmpeg python3 nodejs
+)
+# What the tests of a room need besides (./test --room, ./run --room): a broker, cameras of the network.
+room_packages=(
+    mosquitto mosquitto-clients openssl
+    python3-gi gir1.2-gst-rtsp-server-1.0 gstreamer1.0-plugins-base gstreamer1.0-plugins-good
 )
 
 say() { printf '== %s\n' "$*"; }

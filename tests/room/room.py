@@ -3,6 +3,7 @@
 Waits have no limit of their own: CTest ends a test that hangs.
 """
 import ctypes
+import json
 import os
 import pathlib
 import shutil
@@ -156,3 +157,70 @@ class Segment:
                 return True
             time.sleep(0.01)
         return False
+
+
+class Broker:
+    """A mosquitto with a configuration of its own."""
+
+    def __init__(self, room, settings="", port=None):
+        self.room = room
+        self.port = port or free_port()
+        self.file = room.folder / "mosquitto.conf"
+        self.file.write_text(settings or f"listener {self.port} 127.0.0.1\nallow_anonymous true\n")
+        self.process = None
+        self.start()
+
+    def start(self):
+        # As root it would give up its rights, and with them the room's folder.
+        text = self.file.read_text()
+        if "user root" not in text:
+            self.file.write_text(text + "user root\n")
+        mosquitto = shutil.which("mosquitto") or "/usr/sbin/mosquitto"
+        self.process = self.room.start("mosquitto", mosquitto, "-c", self.file)
+
+        def listens():
+            with socket.socket() as probe:
+                return probe.connect_ex(("127.0.0.1", self.port)) == 0
+        await_true(listens, self.process.must_live)
+
+
+class Subscriber:
+    """What a subscriber with a session of its own gets: mosquitto_sub, one JSON line for each message."""
+
+    def __init__(self, room, port, topic="#", name="subscriber", options=()):
+        self.process = room.start(name, "mosquitto_sub", "-V", "5", "-h", "127.0.0.1", "-p", port, "-t", topic, "-q", "1",
+                                  "-i", name, "-c", "-x", "3600", "-F", "%J", *options)
+
+    def messages(self, topic=None):
+        """(topic below the room, payload, retained), oldest first; a payload that is JSON is decoded."""
+        found = []
+        for line in self.process.lines():
+            if not line.startswith("{"):
+                continue
+            try:
+                message = json.loads(line)
+            except ValueError:
+                continue  # the line that is being written
+            name = message["topic"].split("/", 3)[-1]
+            payload = message["payload"]
+            if isinstance(payload, str) and payload[:1] in "{[":
+                payload = json.loads(payload)
+            if topic is None or name == topic:
+                found.append((name, payload, bool(message.get("retain"))))
+        return found
+
+    def newest(self, topic):
+        found = self.messages(topic)
+        return found[-1][1] if found else None
+
+    def await_newest(self, topic, condition):
+        return await_true(lambda: (lambda payload: payload is not None and condition(payload))(self.newest(topic)),
+                          self.process.must_live)
+
+
+def write_room(room, port, extra="", name="room.conf", broker="host = 127.0.0.1"):
+    """The configuration of a room whose camera is the demo class."""
+    path = room.folder / name
+    path.write_text(f"[room]\nschool = north\nroom = 101\n[broker]\n{broker}\nport = {port}\n{extra}")
+    path.chmod(0o600)
+    return path
