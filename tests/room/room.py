@@ -187,9 +187,9 @@ class Broker:
 class Subscriber:
     """What a subscriber with a session of its own gets: mosquitto_sub, one JSON line for each message."""
 
-    def __init__(self, room, port, topic="#", name="subscriber", options=()):
-        self.process = room.start(name, "mosquitto_sub", "-V", "5", "-h", "127.0.0.1", "-p", port, "-t", topic, "-q", "1",
-                                  "-i", name, "-c", "-x", "3600", "-F", "%J", *options)
+    def __init__(self, room, port, topic="#", name="subscriber", options=(), host="127.0.0.1"):
+        self.process = room.start(name, "mosquitto_sub", "-V", "5", "-h", host, "-p", port, "-t", topic, "-q", "1",
+                                  "-i", name, "-c", "-x", "3600", "-F", "%j", *options)
 
     def messages(self, topic=None):
         """(topic below the room, payload, retained), oldest first; a payload that is JSON is decoded."""

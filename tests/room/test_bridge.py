@@ -1,16 +1,18 @@
 """The bridge between a real service and a real broker, each of which is killed and comes back."""
 import json
 import os
+import shutil
 import signal
 import socket
 import subprocess
 import time
 import unittest
 
-from room import BIN, BUILD, Broker, Room, Subscriber, await_true, free_port, write_room
+from room import BIN, BUILD, HERE, Broker, Room, Subscriber, await_true, free_port, write_room
 
 DEMO = BUILD / "opencv-doc/usr/share/doc/opencv-doc/opencv4/html"
 HANDS = "event/hands"
+ROOT = HERE.parents[1]
 
 
 class Bridge(unittest.TestCase):
@@ -153,6 +155,61 @@ class Bridge(unittest.TestCase):
         self.assertGreaterEqual(dropped["count"], 3)
         self.await_hands(1)
         self.assertGreater(self.hands()[0]["sequence"], 3)
+
+    def test_certificates_of_their_own_and_a_room_that_cannot_write_for_another(self):
+        folder = self.room.folder
+
+        def openssl(*arguments):
+            subprocess.run(["openssl", *map(str, arguments)], check=True, cwd=folder, capture_output=True)
+
+        def certificate(name, common_name, extra=()):
+            openssl("req", "-newkey", "rsa:2048", "-nodes", "-keyout", f"{name}.key", "-out", f"{name}.csr", "-subj",
+                    f"/CN={common_name}", *extra)
+            openssl("x509", "-req", "-in", f"{name}.csr", "-CA", "ca.crt", "-CAkey", "ca.key", "-CAcreateserial", "-out",
+                    f"{name}.crt", "-days", "2", "-copy_extensions", "copy")
+            (folder / f"{name}.key").chmod(0o600)
+
+        openssl("req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "ca.key", "-out", "ca.crt", "-days", "2",
+                "-subj", "/CN=ca")
+        certificate("broker", "localhost", ("-addext", "subjectAltName=DNS:localhost"))
+        certificate("room", "north/101")
+        certificate("neighbour", "north/102")
+        port = free_port()
+        shutil.copy(ROOT / "packaging/mosquitto.acl", folder / "rooms.acl")
+        broker = Broker(self.room, f"listener {port} 127.0.0.1\ncafile {folder}/ca.crt\ncertfile {folder}/broker.crt\n"
+                        f"keyfile {folder}/broker.key\nrequire_certificate true\nuse_identity_as_username true\n"
+                        f"allow_anonymous false\nacl_file {folder}/rooms.acl\n", port=port)
+
+        def tls(name):
+            return ["--cafile", folder / "ca.crt", "--cert", folder / f"{name}.crt", "--key", folder / f"{name}.key"]
+
+        certificate("viewer", "viewer")
+        self.subscriber = Subscriber(self.room, port, options=tls("viewer"), host="localhost")
+        self.start_bridge(port, self.extra, broker=f"host = localhost\nca-file = {folder}/ca.crt\n"
+                          f"certificate-file = {folder}/room.crt\nkey-file = {folder}/room.key")
+        self.await_hands(1)
+        subprocess.run(["mosquitto_pub", "-V", "5", "-h", "localhost", "-p", str(port), "-q", "1", "-t",
+                        "classroom/north/101/event/hands", "-m", '{"sequence": 0}', *map(str, tls("neighbour"))], check=False,
+                       capture_output=True)
+        self.await_hands(1)
+        self.assertNotIn(0, [payload["sequence"] for payload in self.hands()])
+
+        # A broker with another authority behind it gets nothing; a key that others can read is refused.
+        self.bridge.end()
+        openssl("req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "other.key", "-out", "other.crt", "-days", "2",
+                "-subj", "/CN=other")
+        wrong = write_room(self.room, port, broker=f"host = localhost\nca-file = {folder}/other.crt")
+        bridge = self.room.start("wrong", BIN / "aibridge", wrong)
+        bridge.await_output("waiting for the broker")
+        self.assertNotIn("the broker is there", bridge.output())
+        bridge.end()
+        (folder / "room.key").chmod(0o644)
+        exposed = write_room(self.room, port, broker=f"host = localhost\nca-file = {folder}/ca.crt\n"
+                             f"certificate-file = {folder}/room.crt\nkey-file = {folder}/room.key")
+        bridge = self.room.start("exposed", BIN / "aibridge", exposed)
+        self.assertEqual(bridge.process.wait(), 2)
+        self.assertIn("others can read", bridge.output())
+        self.assertTrue(broker.process.alive())
 
     def test_a_broker_that_stalls_or_lies_changes_nothing(self):
         with socket.create_server(("127.0.0.1", 0)) as liar:

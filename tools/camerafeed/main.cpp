@@ -220,7 +220,7 @@ Settings settingsFrom(const QCoreApplication &application)
                "FILE"),
         option("config",
                "Take what the command line leaves open from the section [camera] of a room's file: "
-               "address, fps, size, fit, transport.",
+               "address (\"demo\" for the demo class), fps, size, fit, transport.",
                "FILE"),
         option("log", "Append what OpenCV and FFmpeg say to a file (default: nothing of it is kept).",
                "FILE"),
@@ -264,6 +264,9 @@ Settings settingsFrom(const QCoreApplication &application)
         settings.source = address::fromFile(parser.value("address-file"), settings.problem);
     if (settings.source.isEmpty() && !settings.demo) {
         settings.source = room.text("camera/address");
+        settings.demo = settings.source == "demo";
+        if (settings.demo)
+            settings.source.clear();
         if (address::hasSecret(settings.source) && settings.problem.isEmpty())
             settings.problem = RoomConfig::exposure(parser.value("config"));
     }
