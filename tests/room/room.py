@@ -202,11 +202,12 @@ class Subscriber:
             except ValueError:
                 continue  # the line that is being written
             name = message["topic"].split("/", 3)[-1]
+            if topic is not None and name != topic:
+                continue
             payload = message["payload"]
             if isinstance(payload, str) and payload[:1] in "{[":
                 payload = json.loads(payload)
-            if topic is None or name == topic:
-                found.append((name, payload, bool(message.get("retain"))))
+            found.append((name, payload, bool(message.get("retain"))))
         return found
 
     def newest(self, topic):

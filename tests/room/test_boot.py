@@ -34,7 +34,7 @@ class Boot(unittest.TestCase):
         self.assertIn("--recovery", self.command_line(machine), "after a crash")
         self.enrol(machine)
 
-        # The bridge ends a service that is stuck, and systemd starts it again.
+        # The bridge ends a service that is stuck, here so much that only SIGKILL does, and systemd starts it again.
         stuck = machine.property("service", "MainPID")
         machine.run("systemctl", "kill", "--kill-whom=main", "--signal=STOP", "aiservice@101.service")
         await_true(lambda: machine.property("service", "MainPID") not in (stuck, "0"))

@@ -130,6 +130,10 @@ class Bridge(unittest.TestCase):
         self.assertEqual(ask("status", "nonsense")["error"], -12)
         self.assertEqual(ask("status", "[" * 100000)["error"], -12)
         self.assertEqual(ask("delete", '{"stuID": "Ada"}')["words"], "no such student, or no place is known of him")
+        huge = self.room.folder / "huge"
+        huge.write_bytes(b"x" * (32 << 20))
+        subprocess.run(["mosquitto_pub", "-p", str(self.broker.port), "-V", "5", "-t", "classroom/north/101/command/status",
+                        "-f", huge, "-D", "publish", "response-topic", "classroom/north/101/reply/1"], check=True)
         self.assertEqual(ask("fetch-faces")["error"], 0)
         faces = await_true(lambda: self.subscriber.newest("event/faces"), self.bridge.must_live)["event_info"]
         self.assertTrue(faces["galleries"])
@@ -164,7 +168,7 @@ class Bridge(unittest.TestCase):
 
         def certificate(name, common_name, extra=()):
             openssl("req", "-newkey", "rsa:2048", "-nodes", "-keyout", f"{name}.key", "-out", f"{name}.csr", "-subj",
-                    f"/CN={common_name}", *extra)
+                    "/CN=" + common_name.replace("/", r"\/"), *extra)
             openssl("x509", "-req", "-in", f"{name}.csr", "-CA", "ca.crt", "-CAkey", "ca.key", "-CAcreateserial", "-out",
                     f"{name}.crt", "-days", "2", "-copy_extensions", "copy")
             (folder / f"{name}.key").chmod(0o600)
@@ -216,6 +220,7 @@ class Bridge(unittest.TestCase):
             bridge = self.start_bridge(liar.getsockname()[1])
             for answer in (b"\x20\x03\x00\x86\x00", b"HTTP/1.1 200 OK\r\n\r\n" * 100, b"\xff" * 4096, b""):
                 connection, _ = liar.accept()
+                self.addCleanup(connection.close)
                 connection.sendall(answer)
                 if answer:
                     connection.close()

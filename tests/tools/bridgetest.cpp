@@ -1,6 +1,7 @@
 #include "hours.h"
 #include "outbox.h"
 #include "privacy.h"
+#include "summary.h"
 
 #include <gtest/gtest.h>
 
@@ -121,6 +122,25 @@ TEST(BridgePrivacy, OnlyWhatIsKnownToBeHarmlessPassesUnlessAllowed)
     EXPECT_EQ(outFace["stuID"], QJsonValue("Ada"));
     EXPECT_EQ(outFace["faceImg"], QJsonValue(""));
     EXPECT_EQ(out["bones"].toArray().size(), 1);
+}
+
+TEST(BridgeSummary, CountsAMinuteByTheEventsThatItHad)
+{
+    const auto students = [](int count) {
+        return QVariantList(QVector<QVariant>(count, QVariantMap()).toList());
+    };
+    Summary summary;
+    summary.add({1012, {{"concerntration", 3.0}, {"studentStates", students(2)}}, {}, {}});
+    summary.add({1012, {{"concerntration", 1.0}, {"studentStates", students(4)}}, {}, {}});
+    summary.add({1012, {{"concerntration", 0.0}, {"studentStates", students(0)}}, {}, {}});
+    for (const int raised : {0, 3, 0, 1})
+        summary.add({1013, {{"handupStudents", students(raised)}}, {}, {}});
+    EXPECT_EQ(summary.take(),
+              QJsonObject({{"attention", QJsonObject{{"events", 2}, {"mean", 0.875}}},
+                           {"hands", QJsonObject{{"events", 4}, {"mean", 1.0}, {"most", 3.0}}},
+                           {"presence", QJsonObject{{"events", 3}, {"mean", 2.0}, {"most", 4.0}}}}));
+    EXPECT_TRUE(summary.take()["hands"].toObject()["mean"].isNull())
+        << "nothing seen is not nobody raised a hand";
 }
 
 TEST(BridgeSettings, RefusesWhatIsUnknownUnsafeOrReadableByOthers)

@@ -40,7 +40,7 @@ void ServiceLink::connectNow()
         return;
     }
     m_pause = firstPause;
-    m_busy = m_asking = false;
+    m_busy = m_asking = m_aborted = false;
     m_answered.start();
     m_heartbeat.start();
     emit up();
@@ -67,13 +67,7 @@ void ServiceLink::lose(const QString &reason)
 void ServiceLink::askForState()
 {
     if (m_answered.elapsed() > m_patience) {
-        report(QStringLiteral("the service has not answered for %1 s; it is ended").arg(m_patience / 1000.0));
-        m_answered.start();
-#ifdef Q_OS_UNIX
-        const qint64 process = m_client.serviceProcess();
-        if (process > 0)
-            ::kill(pid_t(process), SIGABRT);
-#endif
+        endService();
         return;
     }
     if (m_asking || !isUp())
@@ -92,6 +86,22 @@ void ServiceLink::askForState()
             emit stateTold();
         },
         noTimeout);
+}
+
+void ServiceLink::endService()
+{
+    m_answered.start();
+#ifdef Q_OS_UNIX
+    const qint64 process = m_client.serviceProcess();
+    if (process <= 0)
+        return;
+    report(
+        m_aborted
+            ? QStringLiteral("the service does not even end; it is killed")
+            : QStringLiteral("the service has not answered for %1 s; it is ended").arg(m_patience / 1000.0));
+    ::kill(pid_t(process), m_aborted ? SIGKILL : SIGABRT);
+    m_aborted = true;
+#endif
 }
 
 void ServiceLink::request(AiClient::Kind kind, uint code, const QVariant &data, const QString &requestID,

@@ -56,6 +56,7 @@ private:
 
     void connectNow();
     void askForState();
+    void endService();
     void sendNext();
     void lose(const QString &reason);
 
@@ -66,6 +67,7 @@ private:
     QQueue<Waiting> m_waiting;
     bool m_busy = false;
     bool m_asking = false;
+    bool m_aborted = false;   ///< this service was told to end already
     QElapsedTimer m_answered; ///< since the last answer, or the connection
     int m_state = -1;
     QString m_version;
