@@ -62,7 +62,8 @@ class BootedRoom:
         self.init = await_true(self.find_init, self.must_live)
         await_true(lambda: self.run("systemctl", "is-system-running", check=False).stdout.strip() in
                    ("running", "degraded"), self.must_live)
-        self.run("sh", "-c", "dpkg -i /packages/aiservice_*.deb /packages/aiservice-bridge_*.deb")
+        self.run("sh", "-c", "apt-get install -y --no-install-recommends --no-download "
+                 "/packages/aiservice_*.deb /packages/aiservice-bridge_*.deb")
         return self
 
     def __exit__(self, *_):
