@@ -59,16 +59,27 @@ class BootedRoom:
         self.outer = subprocess.Popen(["unshare", "--mount", "--propagation", "private", "sh", "-c", OVERLAY, "sh",
                                        str(self.folder), str(BUILD / "packages"), str(PHOTOGRAPHS), INIT],
                                       stdin=subprocess.DEVNULL, stderr=self.errors)
+        self.init = None
+        try:
+            self.boot()
+        except BaseException:
+            self.__exit__()
+            raise
+        return self
+
+    def boot(self):
         self.init = await_true(self.find_init, self.must_live)
         await_true(lambda: self.run("systemctl", "is-system-running", check=False).stdout.strip() in
                    ("running", "degraded"), self.must_live)
-        self.run("sh", "-c", "apt-get install -y --no-install-recommends --no-download "
+        self.run("sh", "-c", "apt-get install -y --no-install-recommends "
                  "/packages/aiservice_*.deb /packages/aiservice-bridge_*.deb")
-        return self
 
     def __exit__(self, *_):
         # Process 1 of the namespace takes all others along.
-        os.kill(self.init, signal.SIGKILL)
+        if self.init:
+            os.kill(self.init, signal.SIGKILL)
+        else:
+            self.outer.kill()
         self.outer.wait()
         self.errors.close()
         shutil.rmtree(self.folder, ignore_errors=True)
