@@ -49,7 +49,7 @@ class Boot(unittest.TestCase):
         await_room(subscriber)
         self.assertNotIn("--recovery", self.command_line(machine), "after an orderly end")
 
-        machine.run("systemctl", "stop", *(f"{name}@101.service" for name in names))
+        machine.run("aiservice-room", "--remove", "101")
         self.assertEqual(machine.property("service", "Result"), "success")
         end = {name: int(machine.property(name, "InactiveEnterTimestampMonotonic")) for name in machine.units}
         self.assertEqual(sorted(end, key=end.get), ["bridge", "service", "camera"])
