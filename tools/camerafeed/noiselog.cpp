@@ -19,6 +19,13 @@ std::FILE *console = stderr;
 
 #ifdef Q_OS_UNIX
 constexpr int longestLine = 8192;
+constexpr long largestLog = 10 << 20; // bytes; one as large remains beside it
+
+std::FILE *openLog(const QByteArray &path)
+{
+    const int handle = open(path.constData(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    return handle < 0 ? nullptr : fdopen(handle, "a");
+}
 
 void writeLine(std::FILE *target, QByteArray line, const QByteArrayList &secrets)
 {
@@ -30,7 +37,7 @@ void writeLine(std::FILE *target, QByteArray line, const QByteArrayList &secrets
 }
 
 /// A line that is longer than the limit is dropped: its parts might cut a secret in two.
-void takeOver(int source, std::FILE *target, const QByteArrayList &secrets)
+void takeOver(int source, std::FILE *target, const QByteArray &path, const QByteArrayList &secrets)
 {
     QByteArray line;
     bool tooLong = false;
@@ -45,10 +52,15 @@ void takeOver(int source, std::FILE *target, const QByteArrayList &secrets)
                     line.append(bytes[i]);
                 continue;
             }
-            if (!tooLong)
+            if (!tooLong && target)
                 writeLine(target, line, secrets);
             line.clear();
             tooLong = false;
+            if (target && std::ftell(target) > largestLog) {
+                std::fclose(target);
+                std::rename(path.constData(), (path + ".1").constData());
+                target = openLog(path);
+            }
         }
     }
 }
@@ -60,10 +72,9 @@ bool begin(const QString &file, const QStringList &secrets, QString &error)
 {
 #ifdef Q_OS_UNIX
     std::FILE *target = nullptr;
+    const QByteArray path = file.toLocal8Bit();
     if (!file.isEmpty()) {
-        const int handle =
-            open(file.toLocal8Bit().constData(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-        target = handle < 0 ? nullptr : fdopen(handle, "a");
+        target = openLog(path);
         if (!target) {
             error = QStringLiteral("cannot write %1").arg(file);
             return false;
@@ -83,7 +94,7 @@ bool begin(const QString &file, const QStringList &secrets, QString &error)
     QByteArrayList forms;
     for (const QString &secret : secrets)
         forms.append(secret.toUtf8());
-    std::thread(takeOver, ends[0], target, forms).detach();
+    std::thread(takeOver, ends[0], target, path, forms).detach();
 #else
     Q_UNUSED(file)
     Q_UNUSED(secrets)

@@ -13,7 +13,7 @@
 namespace noiselog {
 
 /// To be called once, before there are threads. False, with a reason, when the file can't be written.
-/// @param file empty: the lines are dropped
+/// @param file empty: the lines are dropped. At 10 MB it is renamed to "<file>.1" and begun anew.
 bool begin(const QString &file, const QStringList &secrets, QString &error);
 
 /// One line of the program to standard error, with its name before it.
