@@ -12,7 +12,15 @@
 #include <QSystemSemaphore>
 #include <QTimer>
 
+#ifdef Q_OS_LINUX
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#endif
+
+#include <algorithm>
 #include <csignal>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
@@ -303,6 +311,29 @@ Settings settingsFrom(const QCoreApplication &application)
     return settings;
 }
 
+/// Tells systemd, when it has started this program, that the segment is there: a service that recovers needs
+/// it.
+void tellReady()
+{
+#ifdef Q_OS_LINUX
+    const QByteArray place = qgetenv("NOTIFY_SOCKET"), message("READY=1");
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (place.isEmpty() || place.size() >= int(sizeof address.sun_path))
+        return;
+    std::copy(place.begin(), place.end(), address.sun_path);
+    if (place[0] == '@') // of the abstract namespace
+        address.sun_path[0] = 0;
+    const auto length = socklen_t(offsetof(sockaddr_un, sun_path)) + socklen_t(place.size());
+    const int handle = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (handle < 0)
+        return;
+    sendto(handle, message.constData(), size_t(message.size()), 0,
+           reinterpret_cast<const sockaddr *>(&address), length);
+    close(handle);
+#endif
+}
+
 /// Opens the source and feeds it. Returns the exit code; tells how it ended.
 int feed(const Settings &settings, CameraLock &lock)
 {
@@ -326,6 +357,7 @@ int feed(const Settings &settings, CameraLock &lock)
         return fail(SourceFailed, QStringLiteral("cannot make the segment %1").arg(settings.key));
     std::printf("camerafeed: writing to \"%s\"\n", qPrintable(settings.key));
     std::fflush(stdout);
+    tellReady();
     return feed.run(settings.framesPerSecond.value_or(ownRate));
 }
 
