@@ -5,6 +5,10 @@
 #include <QDir>
 #include <QtEndian>
 
+#ifdef Q_OS_LINUX
+#include <sys/socket.h>
+#endif
+
 namespace {
 
 constexpr int expiryInterval = 20;
@@ -69,6 +73,24 @@ bool AiClient::connectToService(const QString &name, int timeout)
     m_error.clear();
     m_connected = true;
     return true;
+}
+
+bool AiClient::connectToRoom(int timeout)
+{
+    return connectToService(QString::fromLatin1(bridgeName), timeout) ||
+           connectToService(QStringLiteral("AI"), timeout);
+}
+
+qint64 AiClient::serviceProcess() const
+{
+#ifdef Q_OS_LINUX
+    ucred owner = {};
+    socklen_t size = sizeof owner;
+    if (m_connected &&
+        getsockopt(int(m_socket.socketDescriptor()), SOL_SOCKET, SO_PEERCRED, &owner, &size) == 0)
+        return owner.pid;
+#endif
+    return 0;
 }
 
 void AiClient::disconnectFromService()

@@ -86,6 +86,8 @@ public:
     /// The time that a request is waited for when nothing else is told, in milliseconds. Loading the
     /// models is the slowest command.
     static constexpr int defaultTimeout = 60000;
+    /// Name of the bridge's socket, in the folder of the service's own.
+    static constexpr const char *bridgeName = "AIBridge";
 
     explicit AiClient(QObject *parent = nullptr);
     ~AiClient() override;
@@ -94,6 +96,11 @@ public:
     /// listens there.
     /// @param name "AI", which lies in the temporary folder (TMPDIR) off Windows, or a full path
     bool connectToService(const QString &name = QStringLiteral("AI"), int timeout = 3000);
+    /// Connects to the bridge of the room (aibridge) when one runs, else to the service itself. Through a
+    /// bridge, leaving ends nobody's analyses.
+    bool connectToRoom(int timeout = 3000);
+    /// The process at the other end of the connection; 0 when there is none, or the platform doesn't tell.
+    qint64 serviceProcess() const;
     /// Ends the connection. Outstanding requests get their callback with the outcome Disconnected.
     void disconnectFromService();
     bool isConnected() const;

@@ -12,9 +12,15 @@ packages=(
     libopencv-dev libopencv-contrib-dev opencv-data
     libspdlog-dev libfmt-dev
     libgtest-dev libgmock-dev libbenchmark-dev
+    libmosquitto-dev
     ffmpeg python3 python3-numpy python3-onnx nodejs
     # The viewer; a display without a screen and Mesa's software renderer for its tests.
     qttools5-dev qttools5-dev-tools libqt5svg5 xvfb xauth libgl1-mesa-dri fonts-wqy-microhei
+)
+# What the tests of a room need besides (./test --room, ./run --room): a broker, cameras of the network.
+room_packages=(
+    mosquitto mosquitto-clients openssl
+    python3-gi gir1.2-gst-rtsp-server-1.0 gstreamer1.0-plugins-base gstreamer1.0-plugins-good
 )
 
 say() { printf '== %s\n' "$*"; }

@@ -73,6 +73,8 @@ TEST(Package, TheDebianPackageMayLieAnywhereAndOthersBuildWithIt)
     EXPECT_THAT(depends, AllOf(HasSubstr("libqt5sql5-sqlite"), HasSubstr("libqt5gui5")));
     EXPECT_THAT(depends, AllOf(Not(HasSubstr("libqt5widgets5")), Not(HasSubstr("libgl1"))));
     run("dpkg-deb", {"--extract", file, folder.path()});
+    const QString headers = QDir(folder.path()).entryList({"libaiclient-dev_*.deb"}).value(0);
+    run("dpkg-deb", {"--extract", folder.filePath(headers), folder.path()});
 
     const QString root = folder.filePath("usr");
     const QString bin = root + "/" BIN_FOLDER "/";

@@ -31,14 +31,16 @@ QString overview()
 {
     QString text;
     QTextStream out(&text);
-    out << "Usage: aictl [--socket NAME] [--timeout SECONDS] COMMAND [ARGUMENTS]\n\n"
+    out << "Usage: aictl [--direct|--socket NAME] [--timeout SECONDS] COMMAND [ARGUMENTS]\n\n"
            "The command line client of the vision service. Replies and events are JSON, one line each.\n"
            "The exit code is 0 only when the service answered with \"rsp_error\" 0; 2 is wrong usage.\n"
            "Every client that disconnects, aictl included, ends the running analyses of the service; so a\n"
-           "command that starts one stays until Ctrl-C, and a session keeps one connection "
-           "for many commands.\n\n"
+           "command that starts one stays until Ctrl-C, and a session keeps one connection for many "
+           "commands.\n"
+           "Where a bridge runs (aibridge) the way goes through it, and leaving ends nothing.\n\n"
            "Options:\n"
-           "  --socket NAME      name or full path of the service's socket (default: AI)\n"
+           "  --direct           the service's own socket, also where a bridge runs\n"
+           "  --socket NAME      name or full path of a socket (default: the bridge's, else AI)\n"
            "  --timeout SECONDS  how long an answer is waited for (default: 60)\n\n"
            "Commands (aictl COMMAND --help tells more):\n";
     for (const auto &command : allCommands())

@@ -67,7 +67,7 @@ bool Console::connectToService()
 {
     if (m_client.isConnected())
         return true;
-    if (m_client.connectToService(m_socketName))
+    if (m_socketName.isEmpty() ? m_client.connectToRoom() : m_client.connectToService(m_socketName))
         return true;
     complain(m_client.errorString());
     return false;

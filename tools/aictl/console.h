@@ -30,6 +30,7 @@ public:
         QList<uint> codes;    ///< when not empty, only these
     };
 
+    /// @param socketName empty: the room's bridge when one runs, else the service
     Console(const QString &socketName, int timeout);
     ~Console() override;
 

@@ -20,7 +20,7 @@ int main(int argc, char **argv)
     qInstallMessageHandler(logCriticalOnly);
     QCoreApplication application(argc, argv);
 
-    QString socketName = QStringLiteral("AI");
+    QString socketName; // empty: the room's bridge, or without one the service
     int timeout = AiClient::defaultTimeout;
     auto words = application.arguments().mid(1);
     while (!words.isEmpty() && words.first().startsWith('-')) {
@@ -28,6 +28,10 @@ int main(int argc, char **argv)
         if (option == "--help" || option == "-h") {
             Console::print(helpText());
             return Console::outputLost() ? Failure : Success;
+        }
+        if (option == "--direct") {
+            socketName = QStringLiteral("AI");
+            continue;
         }
         const bool isKnown = option == "--socket" || option == "--timeout";
         bool isGood = isKnown && !words.isEmpty();

@@ -1,0 +1,9 @@
+#include "report.h"
+
+#include <cstdio>
+
+void report(const QString &text)
+{
+    std::fprintf(stderr, "aibridge: %s\n", qPrintable(text));
+    std::fflush(stderr);
+}
