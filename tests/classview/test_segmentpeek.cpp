@@ -15,6 +15,7 @@
 #include <limits>
 #include <sys/sem.h>
 #include <sys/shm.h>
+#include <sys/wait.h>
 
 namespace {
 
@@ -81,6 +82,7 @@ TEST_F(SegmentPeekTest, NobodyNoticesItAlsoWhileTheCameraIsStoppedInsideACopy)
     ASSERT_TRUE(eventually(
         [&] {
             kill(process, SIGSTOP);
+            waitpid(process, nullptr, WUNTRACED); // until all its threads stand
             if (semaphore(GETVAL) == 0)
                 return true;
             kill(process, SIGCONT);
