@@ -138,9 +138,7 @@ look without ending anything, and tells a broker what happens.")
     set(CPACK_DEBIAN_BRIDGE_PACKAGE_CONTROL_EXTRA ${AI_MAINTAINER_SCRIPTS}/bridge/postinst
         ${AI_MAINTAINER_SCRIPTS}/bridge/prerm)
 endif()
-set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL Unspecified)
-set(CPACK_DEBIAN_UNSPECIFIED_PACKAGE_NAME aiservice)
+
 if(AI_VIEWER)
     list(APPEND CPACK_COMPONENTS_ALL viewer)
     set(CPACK_DEBIAN_VIEWER_PACKAGE_NAME aiservice-viewer)
@@ -148,9 +146,8 @@ if(AI_VIEWER)
         "desktop viewer for the vision service\nShows the classroom's camera with what the service tells of it, \
 and lets one enrol\nstudents and run the analyses with the mouse.")
     # The client library, and the plugin that paints the icons.
-    set(CPACK_DEBIAN_VIEWER_PACKAGE_DEPENDS "aiservice (= ${PROJECT_VERSION}), libqt5svg5")
+    set(CPACK_DEBIAN_VIEWER_PACKAGE_DEPENDS "${AI_SAME_VERSION}, libqt5svg5")
     set(CPACK_DEBIAN_VIEWER_PACKAGE_RECOMMENDS "opencv-data, fonts-wqy-microhei")
     set(CPACK_DEBIAN_VIEWER_PACKAGE_SUGGESTS "")
-    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 endif()
 include(CPack)

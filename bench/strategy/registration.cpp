@@ -61,8 +61,8 @@ void registerBare(QSqlQuery &insert, const QString &face, int count)
     }
 }
 
-/// One command that enrols so many students, in wall-clock time: most of it is the disk's. And the recovery of
-/// as many.
+/// One command that enrols so many students, in wall-clock time: most of it is the disk's. And the recovery
+/// of as many.
 void registrations(benchmark::State &state)
 {
     ModelManagerTestAccess::Recognisers recognisers;

@@ -119,7 +119,8 @@ TEST(Package, TheDebianPackageMayLieAnywhereAndOthersBuildWithIt)
     service.setEnvironment("AI_FAULTS", service.filePath("faults"));
     service.setEnvironment("LD_LIBRARY_PATH", FAULTY_RECOGNISERS); // they find three people in every picture
     ASSERT_TRUE(service.start()) << service.standardError().constData();
-    EXPECT_EQ(run(examples + "/hands", {"1", service.socketPath()}), "hands up: nobody\n"); // none is enrolled
+    EXPECT_EQ(run(examples + "/hands", {"1", service.socketPath()}),
+              "hands up: nobody\n"); // none is enrolled
     service.crash();
 
     const QString consumer = folder.filePath("consumer");

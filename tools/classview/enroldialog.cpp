@@ -35,7 +35,8 @@ EnrolDialog::EnrolDialog(LessonControl *lesson, const QVector<FoundFace> &faces,
     m_enrol = buttons->addButton(tr("Enrol"), QDialogButtonBox::AcceptRole);
     m_skip = buttons->addButton(tr("Skip"), QDialogButtonBox::ActionRole);
     buttons->addButton(tr("Done"), QDialogButtonBox::RejectRole);
-    // The line is disabled for the time of a request; the button that gets the focus must not take Enter along.
+    // The line is disabled for the time of a request; the button that gets the focus must not take Enter
+    // along.
     for (auto *const button : buttons->buttons())
         qobject_cast<QPushButton *>(button)->setAutoDefault(false);
     m_skip->setVisible(faces.size() > 1);

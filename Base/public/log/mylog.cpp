@@ -89,8 +89,8 @@ private:
     std::chrono::steady_clock::time_point nextTry;
 };
 
-/// Lines of the pattern "[time] [thread] [level] text". Console and file get each line one after the other on the
-/// same thread and with the same time, so what stands before the text is made once.
+/// Lines of the pattern "[time] [thread] [level] text". Console and file get each line one after the other on
+/// the same thread and with the same time, so what stands before the text is made once.
 class LineFormatter : public spdlog::formatter
 {
 public:
