@@ -151,15 +151,6 @@ cv::Rect boundsOf(const Portrait &portrait)
     return bounds;
 }
 
-/// Skin colour: the mean over nose and cheeks.
-cv::Scalar skinOf(const Portrait &portrait, const cv::Mat &photograph)
-{
-    const cv::Rect &face = portrait.face;
-    const cv::Rect cheeks(face.x + face.width / 4, face.y + face.height * 45 / 100, face.width / 2,
-                          face.height / 5);
-    return cv::mean(photograph(cheeks)).mul(portrait.gain);
-}
-
 } // namespace
 
 Sprite cutOut(const Portrait &portrait, const cv::Mat &photograph)
@@ -193,53 +184,5 @@ Sprite cutOut(const Portrait &portrait, const cv::Mat &photograph)
     sprite.face = scaling(portrait.face);
     sprite.outline = scaling(bounds);
     sprite.anchor = (sprite.face.tl() + sprite.face.br()) / 2;
-    return sprite;
-}
-
-Sprite raisedArm(const Portrait &portrait, const cv::Mat &photograph, const cv::Mat &handPhotograph,
-                 bool mirrored)
-{
-    const int handLength = 550; // in its photograph, wrist to fingertip
-    const double factor = portrait.faceWidth * 1.05 / handLength;
-    const int sleeve = cvRound(portrait.faceWidth * 1.1); // visible forearm below the wrist
-    const int margin = 3;
-
-    // Turned so that the fingers point up: x along the old y, y down from the fingertips.
-    cv::Mat upright;
-    cv::rotate(handPhotograph, upright, cv::ROTATE_90_COUNTERCLOCKWISE);
-    std::vector<cv::Point> outline;
-    for (const cv::Point &point : handOutline())
-        outline.emplace_back(point.y, handPhotograph.cols - 1 - point.x);
-    const cv::Rect bounds = cv::boundingRect(outline);
-    const Scaling scaling{cv::Point2d(bounds.tl()) - cv::Point2d(margin, margin) / factor, factor};
-    const int handHeight = cvCeil(bounds.height * factor) + margin;
-    const cv::Size size(cvCeil(bounds.width * factor) + 2 * margin, handHeight + sleeve);
-
-    cv::Mat inside = cv::Mat::zeros(upright.size(), CV_8UC1);
-    cv::fillPoly(inside, std::vector<std::vector<cv::Point>>{outline}, cv::Scalar(255));
-    const cv::Scalar handColour = cv::mean(upright, inside);
-    const cv::Scalar skin = skinOf(portrait, photograph);
-    const cv::Scalar toSkin(skin[0] / handColour[0], skin[1] / handColour[1], skin[2] / handColour[2]);
-
-    cv::Mat picture = cv::Mat::zeros(size, CV_8UC3);
-    cv::Mat opacity = cv::Mat::zeros(size, CV_8UC1);
-    // The sleeve begins below the heel of the hand and widens towards the elbow.
-    const double wristLeft = scaling(cv::Point2d(132, 0)).x, wristRight = scaling(cv::Point2d(378, 0)).x;
-    const double narrow = (wristRight - wristLeft) * 0.12;
-    const std::vector<cv::Point> arm{cv::Point2d(wristLeft + narrow, handHeight - margin * 4),
-                                     cv::Point2d(wristRight - narrow, handHeight - margin * 4),
-                                     cv::Point2d(wristRight + narrow, size.height + 20),
-                                     cv::Point2d(wristLeft - narrow, size.height + 20)};
-    lay(picture, opacity, placedPhotograph(evened(upright, toSkin), size, scaling),
-        softMask(size, outline, scaling));
-    lay(picture, opacity, fabric(size, portrait.clothes, 0.1, 5), softMask(size, arm, Scaling{{0, 0}, 1}));
-
-    Sprite sprite;
-    sprite.picture = Sprite::premultiplied(picture, opacity);
-    sprite.anchor = cv::Point2d((wristLeft + wristRight) / 2, size.height);
-    if (mirrored) {
-        cv::flip(sprite.picture, sprite.picture, 1);
-        sprite.anchor.x = size.width - sprite.anchor.x;
-    }
     return sprite;
 }

@@ -39,35 +39,47 @@ const int walkCycle = standFrames + walkFrames;
 const int crossingFrames = 2400; // of walking, from one end of the wall to the other
 
 /// Where somebody sits, and how: the middle of the face, the row, and a phase that sets the movements apart.
+/// Dora and Emma share a desk, and Carl sits before them: whose arm is up must be told from close by.
 struct Seat
 {
     const char *name;
     cv::Point2d face;
     double phase;
     int row;
-    int armSide; ///< -1: a raised arm is left of the head in the picture, 1: right of it, 0: never raised
 };
 const Seat seats[] = {
-    {"Gustav", {960, 168}, 0.0, walkersRow, 0}, {"Flora", {470, 374}, 1.1, 1, -1},
-    {"Henry", {1450, 352}, 2.3, 1, 0},          {"Dora", {720, 592}, 3.7, 2, 0},
-    {"Emma", {1215, 590}, 4.4, 2, 1},           {"Adrian", {330, 844}, 5.2, 3, -1},
-    {"Carl", {965, 838}, 0.6, 3, -1},           {"Bruno", {1590, 830}, 1.9, 3, 0},
+    {"Gustav", {960, 168}, 0.0, walkersRow},
+    {"Flora", {470, 374}, 1.1, 1},
+    {"Henry", {1450, 352}, 2.3, 1},
+    {"Dora", {900, 566}, 3.7, 2},
+    {"Emma", {1215, 564}, 4.4, 2},
+    {"Adrian", {330, 844}, 5.2, 3},
+    {"Carl", {965, 838}, 0.6, 3},
+    {"Bruno", {1590, 830}, 1.9, 3},
 };
 
-/// The frames in which somebody raises a hand; the whole plan repeats itself each minute.
-struct Raise
+/// What the arms do, by frames; the whole plan repeats itself each minute.
+struct Act
 {
     const char *name;
     int begin;
     int end;
+    Gesture gesture;
+    int side; ///< -1: the arm left of the head in the picture, 1: right of it
 };
 const int planLength = 1800;
-const Raise raises[] = {{"Adrian", 120, 480},
-                        {"Emma", 300, 720},
-                        {"Flora", 600, 960},
-                        {"Carl", 900, 1260},
-                        {"Adrian", 1200, 1440}};
-const int raiseFrames = 15; // from the desk all the way up
+const Act acts[] = {
+    {"Adrian", 120, 480, Gesture::High, -1},      {"Henry", 200, 620, Gesture::AtChin, 1},
+    {"Bruno", 260, 700, Gesture::BehindHead, 1},  {"Emma", 300, 720, Gesture::Bent, 1},
+    {"Carl", 330, 700, Gesture::AtChin, -1},      {"Dora", 540, 900, Gesture::Bent, 1},
+    {"Flora", 600, 960, Gesture::Bent, 1},       {"Adrian", 660, 1020, Gesture::InHair, 1},
+    {"Carl", 900, 1260, Gesture::High, 1},       {"Emma", 960, 1260, Gesture::AtChin, -1},
+    {"Henry", 1020, 1400, Gesture::InHair, -1},   {"Dora", 1080, 1440, Gesture::InHair, 1},
+    {"Adrian", 1200, 1560, Gesture::Aside, 1},    {"Bruno", 1260, 1620, Gesture::High, 1},
+    {"Emma", 1380, 1740, Gesture::High, 1},       {"Flora", 1320, 1680, Gesture::AtChin, 1},
+    {"Carl", 1500, 1760, Gesture::BehindHead, 1},
+};
+const int actFrames = 15; // from the desk all the way up
 
 double wave(int number, double period, double phase)
 {
@@ -181,8 +193,10 @@ DemoClass::DemoClass(const QString &photoFolder)
         Actor actor;
         actor.name = seat.name;
         actor.sprite = cutOut(portrait, picture);
-        if (seat.armSide != 0)
-            actor.arm = raisedArm(portrait, picture, hand, seat.armSide < 0);
+        for (const Act &act : acts)
+            actor.arms.push_back(qstrcmp(act.name, seat.name) == 0
+                                     ? arms(portrait, picture, hand, act.gesture, act.side)
+                                     : Sprite());
         actor.row = seat.row;
         actor.smiling = portrait.smiling;
         actor.glasses = portrait.glasses;
@@ -206,11 +220,13 @@ DemoClass::Pose DemoClass::pose(int actor, int number) const
     pose.scale = 1 + 0.02 * wave(number, 310, 3 * seat.phase);
 
     const int moment = number % planLength;
-    for (const Raise &raise : raises) {
-        if (qstrcmp(raise.name, seat.name) != 0 || moment < raise.begin || moment >= raise.end)
+    for (int i = 0; i < int(std::size(acts)); ++i) {
+        const Act &act = acts[i];
+        if (qstrcmp(act.name, seat.name) != 0 || moment < act.begin || moment >= act.end)
             continue;
-        const int fromEdge = std::min(moment - raise.begin, raise.end - 1 - moment);
-        pose.armUp = std::min(1.0, double(fromEdge) / raiseFrames);
+        const int fromEdge = std::min(moment - act.begin, act.end - 1 - moment);
+        pose.act = i;
+        pose.armUp = std::min(1.0, double(fromEdge) / actFrames);
     }
     return pose;
 }
@@ -225,13 +241,20 @@ cv::Mat DemoClass::frame(int number) const
             if (actor.row != row)
                 continue;
             const Pose now = pose(i, number);
+            const auto drawArms = [&] {
+                const Sprite &arm = actor.arms[std::size_t(now.act)];
+                // Lowered arms are below the desk.
+                const double top = now.face.y - arm.anchor.y * now.scale;
+                const double sunk = (1 - now.armUp) * (aboveFurniture.height - top);
+                blend(frame, arm, now.face + cv::Point2d(0, sunk), now.scale, aboveFurniture);
+            };
+            const bool moving = now.armUp > 0;
+            const bool behind = moving && isBehind(acts[now.act].gesture);
+            if (behind)
+                drawArms();
             blend(frame, actor.sprite, now.face, now.scale, aboveFurniture);
-            if (now.armUp <= 0)
-                continue;
-            // The elbow stands on the desk; a lowered arm is below it.
-            const double side = seats[i].armSide * actor.sprite.face.width * 1.4;
-            const double sunk = (1 - now.armUp) * actor.arm.picture.rows;
-            blend(frame, actor.arm, {now.face.x + side, furniture[row].top + sunk}, 1, aboveFurniture);
+            if (moving && !behind)
+                drawArms();
         }
     }
     return frame;
@@ -252,7 +275,9 @@ QVector<DemoClass::Person> DemoClass::truth(int number) const
         person.face = placed(actor.sprite.face);
         person.body =
             placed(actor.sprite.outline) & cv::Rect(0, 0, frameSize.width, furniture[actor.row].top);
-        person.handUp = now.armUp >= 0.5;
+        if (now.armUp >= 0.5)
+            person.gesture = acts[now.act].gesture;
+        person.handUp = isRaised(person.gesture);
         person.smiling = actor.smiling;
         person.glasses = actor.glasses;
         people.append(person);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "gesture.h"
 #include "sprite.h"
 
 #include <QString>
@@ -14,9 +15,10 @@
  * A class of eight people, composed from photographs, for demonstrations and measurements without a camera.
  *
  * Seven people sit in three rows of desks and one walks to and fro along the back wall, eight seconds
- * of standing and eight of walking in turn; all of them move gently. Some raise a hand for stretches of the
- * film, some smile, some wear glasses. Every frame comes with the truth about it, so that recognisers can be
- * measured.
+ * of standing and eight of walking in turn; all of them move gently. For stretches of the film some
+ * raise a hand, in one way or another, or hold a hand to the chin, in the hair or behind the head, which is
+ * no raised hand. Some smile, some wear glasses. Every frame comes with the truth about it, so that
+ * recognisers can be measured.
  *
  * The photographs are those of the Debian package opencv-doc, folder
  * .../share/doc/opencv-doc/opencv4/html; nothing is written to them.
@@ -35,7 +37,9 @@ public:
         cv::Rect face;
         /// Head and body as far as they show above the desk, without a raised arm.
         cv::Rect body;
-        bool handUp = false;
+        /// What the arms do, as soon as they are half way there.
+        Gesture gesture = Gesture::None;
+        bool handUp = false; ///< the gesture is one of those that raise a hand
         bool smiling = false;
         bool glasses = false;
     };
@@ -66,7 +70,7 @@ private:
     {
         QString name;
         Sprite sprite;
-        Sprite arm; ///< empty when the person never raises a hand
+        std::vector<Sprite> arms; ///< for each act of the plan; empty for those of others
         int row = 0;
         bool smiling = false;
         bool glasses = false;
@@ -75,6 +79,7 @@ private:
     {
         cv::Point2d face; ///< middle of the face in the frame
         double scale = 1;
+        int act = -1;     ///< what the arms do, by its place in the plan; -1: nothing
         double armUp = 0; ///< 0: not to be seen, 1: all the way up
     };
 

@@ -23,7 +23,7 @@ struct Portrait
     std::vector<cv::Point> hair;
     cv::Scalar hairColour;
     std::vector<cv::Point> torso;
-    cv::Scalar clothes;       ///< also the colour of a raised arm's sleeve
+    cv::Scalar clothes;       ///< also the colour of the sleeves
     cv::Scalar gain{1, 1, 1}; ///< factor of each colour; evens out dark and colourless photographs
     /// The eyes, left one in the picture first, of a person who gets painted glasses; else empty.
     std::vector<cv::Point> paintedGlasses;
