@@ -1,12 +1,18 @@
 /**
  * Measures the recognisers of bodies, hands, poses, smiles and glasses on the demo class.
  *
- *     classes <folder with the photographs> <model folder> [handled frames] [first frame]
+ *     measure_classes <folder with the photographs> <model folder> [handled frames] [first frame]
+ *     measure_classes --photographs <folder> <model folder>
  *
  * Handles every 30th frame as the service does: faces and bodies are found, a body belongs to the face that
  * it wholly covers, and hand, pose, smile and glasses are judged from these rectangles. Prints for each
  * person how often a thing was reported among the frames in which it was there and in which it was not, and
  * the mean processor time of each recogniser. People whose hand is on its way up or down count for neither.
+ * Bodies and faces are one look, which counts for the faces.
+ *
+ * The second form runs on photographs of anybody (all pictures of the folder, below it too): it prints what
+ * is told of each face, numbers them from the left, and ends with the sums, which whoever knows the
+ * photographs holds against them.
  */
 #include "democlass.h"
 
@@ -18,7 +24,9 @@
 #include <cstdlib>
 #include <ctime>
 #include <memory>
+#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
+#include <string>
 
 namespace {
 
@@ -27,6 +35,8 @@ constexpr int padding = 5;
 constexpr float smileThreshold = 0.75F;
 constexpr float handThreshold = 0.8F;
 constexpr int poseClasses = 5;
+const char *const gestureNames[] = {"none",        "high",        "bent",           "aside",
+                                    "at the chin", "in the hair", "behind the head"};
 
 struct Share
 {
@@ -59,6 +69,8 @@ struct PersonTally
     std::array<int, poseClasses> poses{};
 };
 
+using GestureShares = std::array<Share, std::size(gestureNames)>;
+
 struct Stopwatch
 {
     const char *name;
@@ -88,13 +100,14 @@ struct Recognisers
     explicit Recognisers(const std::string &folder)
     {
         const std::string config = folder + "/model-config.yml";
-        faces.reset(mirovane::FaceDetectionMTCNN::create(
-            folder + "/face_propose.xml", folder + "/face_confirm.xml", folder + "/face_eyes.xml", config));
-        bodies.reset(mirovane::BodyDetectionSSD::create(folder + "/body_detection.yml", config));
-        hands.reset(mirovane::HandupClassify::create(folder + "/handup.yml", config));
-        poses.reset(mirovane::BodyPoseClassify::create(folder + "/body_pose.yml", config));
-        emotions.reset(mirovane::FaceEmotionClassify::create(folder + "/face_emotion.yml", config));
-        attributes.reset(mirovane::FaceAttrDetection::create(folder + "/face_attr.yml", config));
+        const auto net = [&](const char *name) { return folder + "/" + name + ".onnx"; };
+        faces.reset(mirovane::FaceDetectionMTCNN::create(net("blazeface"), net("blazeface"),
+                                                         net("landmark68"), config));
+        bodies.reset(mirovane::BodyDetectionSSD::create(net("blazeface"), config));
+        hands.reset(mirovane::HandupClassify::create(net("movenet"), config));
+        poses.reset(mirovane::BodyPoseClassify::create(net("movenet"), config));
+        emotions.reset(mirovane::FaceEmotionClassify::create(net("emotion"), config));
+        attributes.reset(mirovane::FaceAttrDetection::create(net("landmark68"), config));
     }
 
     bool complete() const { return faces && bodies && hands && poses && emotions && attributes; }
@@ -163,8 +176,8 @@ public:
             person.body.count(body != bodies.end());
             if (body == bodies.end())
                 continue;
-            const bool still = before[i].handUp == truth[i].handUp && after[i].handUp == truth[i].handUp;
-            judgeBody(frame, *body, truth[i].handUp, still, person);
+            const bool still = before[i].gesture == truth[i].gesture && after[i].gesture == truth[i].gesture;
+            judgeBody(frame, *body, truth[i], still, person);
         }
     }
 
@@ -178,7 +191,11 @@ public:
             add(all, m_people[std::size_t(i)]);
         }
         printRow("all", all);
-        std::printf("%d frames, %.1f bodies a frame; processor milliseconds a call:", m_frames,
+        std::printf("a raised hand was reported of these arms:");
+        for (std::size_t i = 0; i < m_gestures.size(); ++i)
+            std::printf("%s %s %d/%d", i > 0 ? "," : "", gestureNames[i], m_gestures[i].reported,
+                        m_gestures[i].frames);
+        std::printf("\n%d frames, %.1f bodies a frame; processor milliseconds a call:", m_frames,
                     double(m_bodies) / std::max(1, m_frames));
         for (const Stopwatch *watch :
              {&m_faceTime, &m_bodyTime, &m_handTime, &m_poseTime, &m_emotionTime, &m_attributeTime})
@@ -200,14 +217,18 @@ private:
         person.glasses.count(truth.glasses, (results.at(0).labels.at(0) & 1) != 0);
     }
 
-    void judgeBody(const cv::Mat &frame, const cv::Rect &body, bool up, bool still, PersonTally &person)
+    void judgeBody(const cv::Mat &frame, const cv::Rect &body, const DemoClass::Person &truth, bool still,
+                   PersonTally &person)
     {
         std::vector<int> labels;
         std::vector<float> scores;
         m_handTime.measure(
             [&] { m_recognisers.hands->classify(frame, crops(body, frame.size()), labels, scores, false); });
-        if (still)
-            person.hand.count(up, handUp(labels, scores));
+        if (still) {
+            const bool up = handUp(labels, scores);
+            person.hand.count(truth.handUp, up);
+            m_gestures.at(std::size_t(truth.gesture)).count(up);
+        }
 
         labels.clear();
         scores.clear();
@@ -253,6 +274,7 @@ private:
     const DemoClass &m_demo;
     Recognisers &m_recognisers;
     std::vector<PersonTally> m_people;
+    GestureShares m_gestures;
     int m_frames = 0;
     int m_bodies = 0;
     Stopwatch m_faceTime{"faces"};
@@ -263,23 +285,85 @@ private:
     Stopwatch m_attributeTime{"glasses"};
 };
 
+/// What is told of the people of a folder's photographs.
+void tellPhotographs(const std::string &folder, Recognisers &recognisers)
+{
+    std::vector<cv::String> files;
+    cv::glob(folder, files, true);
+    int people = 0, bodies = 0, hands = 0, smiles = 0, glasses = 0;
+    std::array<int, poseClasses> poses{};
+    for (const std::string &file : files) {
+        const cv::Mat picture = cv::imread(file);
+        if (picture.empty())
+            continue;
+        std::vector<cv::Rect> faces, found;
+        std::vector<float> scores;
+        recognisers.faces->detect(picture, faces, scores, false);
+        recognisers.bodies->detect(picture, found, scores, false);
+        std::sort(faces.begin(), faces.end(), [](const cv::Rect &a, const cv::Rect &b) { return a.x < b.x; });
+        int number = 0;
+        for (const cv::Rect &rect : faces) {
+            const cv::Rect face = padded(rect, picture.size());
+            const auto body = std::find_if(found.begin(), found.end(),
+                                           [&](const cv::Rect &other) { return (other & face) == face; });
+            std::vector<int> labels, classes;
+            std::vector<float> sure;
+            if (body != found.end()) {
+                recognisers.hands->classify(picture, crops(*body, picture.size()), labels, sure, false);
+                recognisers.poses->classify(picture, {*body}, classes, sure, false);
+            }
+            int label = 0;
+            float score = 0;
+            recognisers.emotions->classify(picture(face), &label, &score, false);
+            std::vector<mirovane::FaceAttrResult> attributes;
+            recognisers.attributes->detect(picture, {face}, attributes, false);
+
+            const bool up = std::any_of(labels.begin(), labels.end(), [](int hand) { return hand == 0; });
+            const bool smile = label == 1 && score >= smileThreshold;
+            const bool wears = (attributes.at(0).labels.at(0) & 1) != 0;
+            const int pose = classes.empty() ? 1 : classes.front();
+            std::printf("%s face %d, %d pixels:%s%s%s%s pose %d\n", file.c_str(), ++number, rect.width,
+                        body == found.end() ? " no body" : "", up ? " hand up" : "", smile ? " smiles" : "",
+                        wears ? " glasses" : "", pose);
+            ++people;
+            bodies += body != found.end() ? 1 : 0;
+            hands += up ? 1 : 0;
+            smiles += smile ? 1 : 0;
+            glasses += wears ? 1 : 0;
+            ++poses.at(std::size_t(pose));
+        }
+    }
+    std::printf("%d faces, %d with a body: %d raise a hand, %d smile, %d wear glasses; poses", people, bodies,
+                hands, smiles, glasses);
+    for (const int count : poses)
+        std::printf(" %d", count);
+    std::printf("\n");
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
-    if (argc < 3) {
-        std::fprintf(stderr, "usage: %s <photographs> <model folder> [handled frames] [first frame]\n",
-                     argv[0]);
+    const bool ownPhotographs = argc == 4 && std::string(argv[1]) == "--photographs";
+    if (argc < 3 || (argv[1][0] == '-' && !ownPhotographs)) {
+        std::fprintf(stderr,
+                     "usage: %s <photographs> <model folder> [handled frames] [first frame]\n"
+                     "       %s --photographs <folder> <model folder>\n",
+                     argv[0], argv[0]);
         return 2;
+    }
+    Recognisers recognisers(argv[ownPhotographs ? 3 : 2]);
+    if (!recognisers.complete()) {
+        std::fprintf(stderr, "a recogniser could not be loaded from %s\n", argv[ownPhotographs ? 3 : 2]);
+        return 1;
+    }
+    if (ownPhotographs) {
+        tellPhotographs(argv[2], recognisers);
+        return 0;
     }
     const DemoClass demo(QString::fromLocal8Bit(argv[1]));
     if (!demo.isValid()) {
         std::fprintf(stderr, "%s\n", demo.error().toLocal8Bit().constData());
-        return 1;
-    }
-    Recognisers recognisers(argv[2]);
-    if (!recognisers.complete()) {
-        std::fprintf(stderr, "a recogniser could not be loaded from %s\n", argv[2]);
         return 1;
     }
 

@@ -1,12 +1,10 @@
 #include "mirovane/bodyposeclassify.h"
 
-#include "cascade.h"
-#include "facefinder.h"
+#include "bodies.h"
+#include "personpose.h"
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
-#include <opencv2/imgproc.hpp>
 
 namespace {
 
@@ -16,24 +14,30 @@ using namespace mirovane::open;
 /// away counts against.
 enum Pose
 {
-    facing = 0,     ///< a frontal face, but not both eyes
-    turnedAway = 1, ///< no frontal face
-    upright = 2,    ///< a frontal face with both eyes on a level line
-    leaning = 3,    ///< a tilted head, or a face well below its place in the body
-    headDown = 4    ///< a face whose eyes lie low in it, or low before the chest
+    facing = 0,     ///< a face half turned to the side
+    turnedAway = 1, ///< a profile, or no face
+    upright = 2,    ///< a face to the front, the head straight on level shoulders
+    leaning = 3,    ///< the head, the shoulders, or the head against the shoulders to one side
+    headDown = 4    ///< the face points down
 };
 
-// Tilt of the eye line from which a head counts as leaning, in degrees.
-constexpr double leaningTilt = 13.0;
-// Eyes lie at two fifths of a face's height; a bowed head shows more hair and moves them down.
-constexpr double lowEyeLine = 0.49;
-// How far a face lies below its place in the body, in sides of the face.
-constexpr double leaningDrop = 0.35;
-constexpr double bowedDrop = 0.6;
-
-// A tilted head is looked for at this side, and counts with so many hits.
-constexpr double tiltedFaceSide = 48.0;
-constexpr int sureHits = 6;
+// Chosen on the photographs of opencv-doc and on the demo class, upright and turned by 15, 25 and 180
+// degrees.
+//
+// How far the nose lies from the middle of the face, in widths of the face: 0 to the front, half in profile.
+constexpr float halfTurned = 0.2F;
+constexpr float profile = 0.3F;
+// Eyes closer together, in widths of the face's box, belong to a profile or to no face that is upright.
+constexpr float closeEyes = 0.33F;
+// The tilt of a leaning head and of leaning shoulders, in degrees, and the head beside them, in face widths.
+constexpr float headTilt = 13;
+constexpr float shoulderTilt = 22;
+constexpr float headBeside = 0.75F;
+// A face that points down is short below the eyes and long from there to the tip of the nose: the nose's part
+// of that height, in terms of the height in eye distances. 0.15 to 0.28 to the front.
+constexpr float nosePart = 0.31F;
+// Shoulders are told from here on.
+constexpr float seenShoulder = 0.3F;
 
 struct Judgement
 {
@@ -41,28 +45,86 @@ struct Judgement
     float score;
 };
 
-/// Between 0.5 at the limit and 1 far from it.
-float certainty(double distance, double scale)
+/// Between 0.5 at the limit and 1 far beyond it.
+float certainty(float value, float limit)
 {
-    return float(1.0 - 0.5 * std::exp(-std::abs(distance) / scale));
+    return 1 - 0.5F * std::exp(-4 * std::abs(value - limit) / limit);
+}
+
+float degreesOf(const cv::Point2f &step)
+{
+    return float(std::atan2(step.y, step.x) * 180 / CV_PI);
+}
+
+/// How a head is held, by the points of its face.
+struct HeadPose
+{
+    float turn = 0; ///< as the limits above have it
+    float tilt = 0;
+    float down = 0;
+    float eyes = 0;
+};
+
+HeadPose headPoseOf(const SeenFace &face)
+{
+    const auto points = face.landmarks();
+    const cv::Point2f &jawLeft = face.points[0], &jawRight = face.points[16], &chin = face.points[8],
+                      &nose = points[2];
+    const cv::Point2f step = points[1] - points[0];
+    const auto distance = std::max(1e-3F, float(cv::norm(step)));
+    const cv::Point2f across = step / distance, along(-across.y, across.x);
+    const cv::Point2f middle = (points[0] + points[1]) / 2;
+    const float width = std::max(1e-3F, (jawRight - jawLeft).dot(across));
+    const float height = std::max(1e-3F, (chin - middle).dot(along));
+    HeadPose head;
+    head.turn = std::abs((nose - jawLeft).dot(across) / width - 0.5F);
+    head.tilt = std::abs(degreesOf(step));
+    head.down = (nose - middle).dot(along) / height / (height / distance);
+    head.eyes = distance / face.box.width;
+    return head;
+}
+
+/// How far a body leans, as a part of what counts as leaning; 0 when the shoulders aren't seen.
+float leanOf(const SeenFace &face, const BodyPoints &points)
+{
+    const BodyPoint &left = points[LeftShoulder], &right = points[RightShoulder];
+    if (std::min(left.score, right.score) < seenShoulder)
+        return 0;
+    const cv::Point2f middle = (left.place + right.place) / 2;
+    // The person's left shoulder lies to the right in the picture.
+    const float tilt = std::abs(degreesOf(left.place - right.place));
+    const float beside = std::abs(middle.x - face.box.x - face.box.width / 2) / face.box.width;
+    return std::max(std::min(tilt, 180 - tilt) / shoulderTilt, beside / headBeside);
+}
+
+Judgement judge(const SeenFace &face, const BodyPoints &points)
+{
+    const HeadPose head = headPoseOf(face);
+    if (head.turn >= profile)
+        return {turnedAway, certainty(head.turn, profile)};
+    if (head.eyes < closeEyes)
+        return {turnedAway, certainty(head.eyes, closeEyes)};
+    if (head.down >= nosePart)
+        return {headDown, certainty(head.down, nosePart)};
+    const float lean = std::max(head.tilt / headTilt, leanOf(face, points));
+    if (lean >= 1)
+        return {leaning, certainty(lean, 1)};
+    if (head.turn >= halfTurned)
+        return {facing, certainty(head.turn, halfTurned)};
+    return {upright, certainty(std::max(head.turn / halfTurned, lean), 1)};
 }
 
 /**
- * Tells poses by the frontal face of a body and the place of its eyes.
+ * Tells poses by the points of the face and by the shoulders.
  *
- * Threads: reentrant; the only state is cascades that each call borrows.
+ * Threads: reentrant.
  */
-class OpenBodyPose : public mirovane::BodyPoseClassify
+class LearnedBodyPose : public mirovane::BodyPoseClassify
 {
 public:
-    bool load(const std::string &model)
+    LearnedBodyPose(std::shared_ptr<FaceLook> faces, std::shared_ptr<PersonPose> poses)
+        : m_faces(std::move(faces)), m_poses(std::move(poses))
     {
-        cv::FileStorage file;
-        return openModel(file, model, "BodyPoseClassify") &&
-               m_faces.load(besideModel(model, file["face"].string())) &&
-               m_profiles.load(besideModel(model, file["profile"].string())) &&
-               m_eyes.load(besideModel(model, file["eyes"].string())) &&
-               m_bareEyes.load(besideModel(model, file["bareEyes"].string()));
     }
 
     void reserved1() override {}
@@ -71,95 +133,36 @@ public:
     int classify(const cv::Mat &image, const std::vector<cv::Rect> &bodies, std::vector<int> &labels,
                  std::vector<float> &scores, bool) override
     {
-        const cv::Mat grey = toGrey(image);
+        const auto faces = m_faces->facesOf(image);
+        std::vector<int> owners;
+        std::vector<Head> heads;
         for (const cv::Rect &body : bodies) {
-            const Judgement judgement = judge(grey, body);
+            owners.push_back(ownerOf(body, faces, image.size()));
+            if (owners.back() >= 0)
+                heads.push_back(headOf(faces[std::size_t(owners.back())]));
+        }
+        const auto points = m_poses->pointsOf(toColour(image), heads);
+        auto next = points.begin();
+        for (const int owner : owners) {
+            const Judgement judgement =
+                owner < 0 ? Judgement{turnedAway, 0.5F} : judge(faces[std::size_t(owner)], *next++);
             labels.push_back(judgement.pose);
             scores.push_back(judgement.score);
         }
-        return grey.empty() ? -1 : 0;
+        return 0;
     }
 
 private:
-    Judgement judge(const cv::Mat &grey, const cv::Rect &body) const
-    {
-        const cv::Rect inside = clipped(body, grey.size());
-        if (inside.empty())
-            return {turnedAway, 0.0F};
-        const auto faces = findFaces(m_faces, grey, body, inside);
-        if (faces.empty() && showsTiltedFace(grey, body))
-            return {leaning, 0.7F};
-        if (faces.empty())
-            return {turnedAway, showsProfile(m_profiles, grey(inside)) ? 0.9F : 0.6F};
-        return judgeFace(grey, body, faces.front());
-    }
-
-    Judgement judgeFace(const cv::Mat &grey, const cv::Rect &body, const cv::Rect &face) const
-    {
-        const cv::Rect expected = faceOfBody(body);
-        // A body cut by the top of the picture has its face nearer to its top than expected.
-        const double drop = double(face.y - expected.y) / expected.width;
-        if (drop > bowedDrop)
-            return {headDown, certainty(drop - bowedDrop, 0.2)};
-
-        if (drop > leaningDrop)
-            return {leaning, certainty(drop - leaningDrop, 0.2)};
-        const auto eyes = eyesOf(grey(grown(face, 1.1, grey.size())));
-        if (!eyes)
-            return {facing, 0.6F};
-
-        const double eyeLine = (eyes->left.y + eyes->right.y) / 2 / eyeFinderSide;
-        if (eyeLine > lowEyeLine)
-            return {headDown, certainty(eyeLine - lowEyeLine, 0.05)};
-        const cv::Point2d step = eyes->right - eyes->left;
-        const double tilt = std::abs(std::atan2(step.y, step.x)) * 180 / CV_PI;
-        if (tilt > leaningTilt)
-            return {leaning, certainty(tilt - leaningTilt, 5)};
-        return {upright, std::min(certainty(tilt - leaningTilt, 5), certainty(eyeLine - lowEyeLine, 0.05))};
-    }
-
-    /// The frontal cascade misses faces that are tilted by some 20 degrees and more; so the picture is
-    /// turned.
-    bool showsTiltedFace(const cv::Mat &grey, const cv::Rect &body) const
-    {
-        const cv::Rect expected = faceOfBody(body);
-        const cv::Rect area = grown(expected, 2.2, grey.size());
-        if (area.empty())
-            return false;
-        const double scale = std::min(1.0, tiltedFaceSide / expected.width);
-        const cv::Mat head = reduced(grey(area), scale);
-        const int side = cvRound(expected.width * scale);
-        for (const double degrees : {24.0, -24.0}) {
-            const cv::Point2f middle(float(head.cols) / 2, float(head.rows) / 2);
-            cv::Mat turned;
-            cv::warpAffine(head, turned, cv::getRotationMatrix2D(middle, degrees, 1), head.size(),
-                           cv::INTER_LINEAR, cv::BORDER_REPLICATE);
-            for (const Find &face : m_faces.find(turned, 1.1, std::max(20, side * 2 / 3), side * 3 / 2))
-                if (face.weight >= sureHits)
-                    return true;
-        }
-        return false;
-    }
-
-    std::optional<Eyes> eyesOf(const cv::Mat &face) const
-    {
-        cv::Mat working;
-        cv::resize(face, working, {eyeFinderSide, eyeFinderSide}, 0, 0, cv::INTER_LINEAR);
-        cv::equalizeHist(working, working);
-        const auto eyes = findEyes(m_eyes, working);
-        return eyes ? eyes : findEyes(m_bareEyes, working);
-    }
-
-    SharedCascade m_faces;
-    SharedCascade m_profiles;
-    SharedCascade m_eyes;
-    SharedCascade m_bareEyes;
+    std::shared_ptr<FaceLook> m_faces;
+    std::shared_ptr<PersonPose> m_poses;
 };
 
 } // namespace
 
-mirovane::BodyPoseClassify *mirovane::BodyPoseClassify::create(const std::string &model, const std::string &)
+mirovane::BodyPoseClassify *mirovane::BodyPoseClassify::create(const std::string &model,
+                                                               const std::string &config)
 {
-    auto poses = std::make_unique<OpenBodyPose>();
-    return poses->load(model) ? poses.release() : nullptr;
+    auto faces = FaceLook::find(config);
+    auto poses = PersonPose::open(model);
+    return faces && poses ? new LearnedBodyPose(std::move(faces), std::move(poses)) : nullptr;
 }

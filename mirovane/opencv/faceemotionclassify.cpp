@@ -1,90 +1,44 @@
 #include "mirovane/faceemotionclassify.h"
 
-#include "cascade.h"
-#include "facefinder.h"
+#include "common.h"
+#include "learnednet.h"
 
 #include <algorithm>
-#include <cmath>
-#include <cstdlib>
-#include <memory>
+#include <opencv2/core/utility.hpp>
 #include <opencv2/imgproc.hpp>
 
 namespace {
 
 using namespace mirovane::open;
 
-// Every face is judged at no more detail than this side, so that near and far faces compare.
-constexpr int detailSide = 96;
-constexpr int workingSide = 160;
 // Faces below this side have no mouth to judge.
 constexpr int smallestSide = 24;
-// The part of the working face in which a mouth is looked for, and the sizes of a mouth.
-const cv::Rect mouthPart(16, 88, 128, 72);
-const cv::Size smallestMouth(44, 22);
-const cv::Size biggestMouth(110, 60);
-// The score at the threshold that the service comes with.
-constexpr double scoreAtThreshold = 0.75;
 
-/// The hits of the smile cascade at which a face of the side counts as smiling. A small face is blurred by
-/// its enlargement and gives fewer of them.
-double hitsOfSmile(int side)
+constexpr int emotionSide = 64;
+constexpr int expressionSide = 112;
+// Places of "happy" among the classes.
+constexpr int happyEmotion = 3;
+constexpr int happyExpression = 1;
+
+/// The expression net was trained on close cuts; the service's have some padding.
+constexpr double closeCut = 1 / 1.15;
+
+/// The part of a face crop about its middle, in a square that is black besides it.
+cv::Mat closeSquare(const cv::Mat &crop)
 {
-    const double detail = (std::clamp(side, 48, detailSide) - 48) / double(detailSide - 48);
-    return 56.0 + 26.0 * detail;
+    const cv::Rect inner = grown({{}, crop.size()}, closeCut, crop.size());
+    const cv::Point2f middle(cv::Point2f(inner.tl() + inner.br()) / 2);
+    return squareCut(crop(inner), middle - cv::Point2f(inner.tl()),
+                     float(std::max(inner.width, inner.height)), expressionSide);
 }
 
-/// Between 0 and 1, scoreAtThreshold for a ratio of 1; steep, as smiling faces give about twice the hits.
-double scoreOfRatio(double ratio)
-{
-    const double offset = std::log(scoreAtThreshold / (1 - scoreAtThreshold));
-    return 1 / (1 + std::exp(-(offset + 6.0 * (ratio - 1))));
-}
-
-int median(std::vector<int> values)
-{
-    const auto middle = values.begin() + std::ptrdiff_t(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
-}
-
-/// The hits whose centres lie close to the middle of them all. Those of a smile gather in the middle of the
-/// mouth; chins, beards and shadows scatter theirs.
-int hitsInOnePlace(const std::vector<cv::Rect> &hits)
-{
-    constexpr int nearX = 7;
-    constexpr int nearY = 6;
-    if (hits.empty())
-        return 0;
-    std::vector<int> xs;
-    std::vector<int> ys;
-    for (const cv::Rect &hit : hits) {
-        xs.push_back(hit.x + hit.width / 2);
-        ys.push_back(hit.y + hit.height / 2);
-    }
-    const int x = median(xs);
-    const int y = median(ys);
-    int count = 0;
-    for (std::size_t i = 0; i < hits.size(); ++i)
-        count += std::abs(xs[i] - x) <= nearX && std::abs(ys[i] - y) <= nearY ? 1 : 0;
-    return count;
-}
-
-/**
- * Tells smiles by the hits of the smile cascade on the lower half of the face.
- *
- * A single hit of the cascade means little: it answers on every mouth. The number of hits at neighbouring
- * places and sizes does: a smile draws about twice those of a mouth at rest. It is averaged over some
- * slightly moved crops, because the number jumps with the place of the crop.
- */
-class OpenFaceEmotion : public mirovane::FaceEmotionClassify
+/// Tells smiles: what two nets agree on that were trained on different pictures.
+class LearnedEmotion : public mirovane::FaceEmotionClassify
 {
 public:
-    bool load(const std::string &model)
+    LearnedEmotion(std::shared_ptr<LearnedNet> emotion, std::shared_ptr<LearnedNet> expression)
+        : m_emotion(std::move(emotion)), m_expression(std::move(expression))
     {
-        cv::FileStorage file;
-        return openModel(file, model, "FaceEmotionClassify") &&
-               m_faces.load(besideModel(model, file["face"].string())) &&
-               loadCascade(m_smile, besideModel(model, file["smile"].string()));
     }
 
     void reserved1() override {}
@@ -97,62 +51,48 @@ public:
             return -1;
         *label = 0;
         *score = 0;
-        const cv::Mat grey = toGrey(face);
-        if (grey.empty() || std::min(grey.cols, grey.rows) < smallestSide)
+        const cv::Mat crop = toColour(face);
+        if (crop.empty() || std::min(crop.cols, crop.rows) < smallestSide)
             return -1;
 
-        const cv::Mat mouthFace = settled(grey);
-        const int side = std::min({mouthFace.cols, mouthFace.rows, detailSide});
-        const double smiling = scoreOfRatio(meanHits(workingFace(mouthFace, side)) / hitsOfSmile(side));
-        *label = smiling >= 0.5 ? 1 : 0;
-        *score = float(*label == 1 ? smiling : 1 - smiling);
+        float happy[2] = {};
+        cv::parallel_for_(cv::Range(0, 2), [&](const cv::Range &range) {
+            for (int i = range.start; i < range.end; ++i)
+                happy[i] = i == 0 ? emotionOf(crop) : expressionOf(crop);
+        });
+        const float smiling = std::min(happy[0], happy[1]);
+        *label = smiling >= 0.5F ? 1 : 0;
+        *score = *label == 1 ? smiling : 1 - smiling;
         return 0;
     }
 
 private:
-    /// The face within the crop, whose edges are drawn out since the cascade needs room around a face.
-    cv::Mat settled(const cv::Mat &crop) const
+    float emotionOf(const cv::Mat &crop) const
     {
-        const int edge = std::min(crop.cols, crop.rows) / 5;
-        cv::Mat roomy;
-        cv::copyMakeBorder(crop, roomy, edge, edge, edge, edge, cv::BORDER_REPLICATE | cv::BORDER_ISOLATED);
-        return roomy(settledFace(m_faces, roomy, {edge, edge, crop.cols, crop.rows}));
+        cv::Mat grey;
+        cv::resize(toGrey(crop), grey, {emotionSide, emotionSide}, 0, 0,
+                   crop.cols > emotionSide ? cv::INTER_AREA : cv::INTER_LINEAR);
+        return m_emotion->run(inputOf({grey}, evenScale), {"classes"}).front().ptr<float>()[happyEmotion];
     }
 
-    static cv::Mat workingFace(const cv::Mat &grey, int side)
+    float expressionOf(const cv::Mat &crop) const
     {
-        cv::Mat reduced;
-        cv::resize(grey, reduced, {side, side}, 0, 0, cv::INTER_AREA);
-        cv::Mat face;
-        cv::resize(reduced, face, {workingSide, workingSide}, 0, 0, cv::INTER_LINEAR);
-        cv::equalizeHist(face, face);
-        return face;
+        const auto blobs = m_expression->run(inputOf({closeSquare(crop)}, faceScale), {"classes"});
+        return blobs.front().ptr<float>()[happyExpression];
     }
 
-    double meanHits(const cv::Mat &face)
-    {
-        // x, y and side of the crops.
-        static const int crops[][3] = {{0, 0, 160}, {6, 3, 148}, {3, 8, 148}, {9, 8, 142}, {6, 6, 154}};
-        double sum = 0;
-        for (const auto &crop : crops) {
-            cv::Mat part;
-            cv::resize(face(clipped({crop[0], crop[1], crop[2], crop[2]}, face.size())), part, face.size());
-            std::vector<cv::Rect> hits;
-            m_smile.detectMultiScale(part(mouthPart), hits, 1.05, 0, 0, smallestMouth, biggestMouth);
-            sum += hitsInOnePlace(hits);
-        }
-        return sum / double(std::size(crops));
-    }
-
-    SharedCascade m_faces;
-    cv::CascadeClassifier m_smile;
+    std::shared_ptr<LearnedNet> m_emotion;
+    std::shared_ptr<LearnedNet> m_expression;
 };
 
 } // namespace
 
 mirovane::FaceEmotionClassify *mirovane::FaceEmotionClassify::create(const std::string &model,
-                                                                     const std::string &)
+                                                                     const std::string &config)
 {
-    auto emotion = std::make_unique<OpenFaceEmotion>();
-    return emotion->load(model) ? emotion.release() : nullptr;
+    auto emotion = LearnedNet::open(model);
+    auto expression = LearnedNet::find(config, "expression");
+    if (!emotion || !emotion->gives({"classes"}) || !expression || !expression->gives({"classes"}))
+        return nullptr;
+    return new LearnedEmotion(std::move(emotion), std::move(expression));
 }

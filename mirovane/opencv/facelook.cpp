@@ -1,6 +1,6 @@
 #include "facelook.h"
 
-#include "cascade.h"
+#include "common.h"
 
 #include <algorithm>
 #include <cmath>
@@ -38,11 +38,6 @@ constexpr float firstLookShare = 0.3F;
 constexpr float justEnough = 0.67F;
 
 constexpr int landmarkSide = 112;
-
-float sigmoid(float value)
-{
-    return 1 / (1 + std::exp(-value));
-}
 
 float overlap(const cv::Rect2f &a, const cv::Rect2f &b)
 {
@@ -176,14 +171,8 @@ std::shared_ptr<FaceLook> FaceLook::open(const std::string &propose, const std::
 
 std::shared_ptr<FaceLook> FaceLook::find(const std::string &config)
 {
-    cv::FileStorage file;
-    if (!openModel(file, config, "common"))
-        return nullptr;
-    const auto path = [&](const char *key) {
-        const auto name = file["nets"][key];
-        return name.isString() ? besideModel(config, name.string()) : std::string();
-    };
-    return open(path("blazeface"), path("blazeface"), path("landmark68"));
+    const std::string propose = netPath(config, "blazeface");
+    return open(propose, propose, netPath(config, "landmark68"));
 }
 
 std::vector<SeenFace> FaceLook::facesOf(const cv::Mat &image)

@@ -65,8 +65,9 @@ private:
     std::shared_ptr<LearnedNet> m_propose;
     std::shared_ptr<LearnedNet> m_confirm;
     std::shared_ptr<LearnedNet> m_landmarks;
-    std::mutex m_everywhere; ///< held while a whole picture is searched, which takes all cores and much memory
-    std::mutex m_mutex;      ///< leaf lock of m_looks
+    std::mutex
+        m_everywhere;   ///< held while a whole picture is searched, which takes all cores and much memory
+    std::mutex m_mutex; ///< leaf lock of m_looks
     std::list<Look> m_looks; ///< the latest first
 };
 

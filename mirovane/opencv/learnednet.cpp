@@ -1,6 +1,6 @@
 #include "learnednet.h"
 
-#include "cascade.h"
+#include "common.h"
 
 #include <algorithm>
 #include <cmath>
@@ -52,11 +52,7 @@ std::shared_ptr<LearnedNet> LearnedNet::open(const std::string &path)
 
 std::shared_ptr<LearnedNet> LearnedNet::find(const std::string &config, const std::string &key)
 {
-    cv::FileStorage file;
-    if (!openModel(file, config, "common"))
-        return nullptr;
-    const auto name = file["nets"][key];
-    return name.isString() ? open(besideModel(config, name.string())) : nullptr;
+    return open(netPath(config, key));
 }
 
 bool LearnedNet::gives(const std::vector<std::string> &outputs) const
@@ -109,6 +105,15 @@ void LearnedNet::giveBack(Planned planned)
         numbers -= numbersOf(m_idle.front().shape);
         m_idle.erase(m_idle.begin());
     }
+}
+
+std::string netPath(const std::string &config, const std::string &key)
+{
+    cv::FileStorage file;
+    if (!openModel(file, config, "common"))
+        return {};
+    const auto name = file["nets"][key];
+    return name.isString() ? besideModel(config, name.string()) : std::string();
 }
 
 cv::Mat inputOf(const std::vector<cv::Mat> &pictures, const PixelScale &scale)

@@ -1,5 +1,6 @@
 // Holds the converted nets against what the packages' own code made of the same pattern
 // (mirovane/opencv/model/nets/record.mjs).
+#include "bodies.h"
 #include "learnednet.h"
 
 #include <gmock/gmock.h>
@@ -96,5 +97,46 @@ INSTANTIATE_TEST_SUITE_P(Nets, ConvertedNets,
                                 Original{"recognition", faceScale}, Original{"expression", faceScale},
                                 Original{"emotion", evenScale}, Original{"movenet", evenScale}),
                          [](const auto &tested) { return std::string(tested.param.net); });
+
+SeenFace faceAt(float x, float y, float width)
+{
+    SeenFace face;
+    face.box = {x, y, width, width};
+    return face;
+}
+
+cv::Rect padded(const SeenFace &face, const cv::Size &size)
+{
+    cv::Rect box(face.box);
+    return (box - cv::Point(5, 5) + cv::Size(10, 10)) & cv::Rect({}, size);
+}
+
+/// The service gives a body to the first face that lies wholly in it.
+TEST(Bodies, CoverTheirOwnFaceAndNoOther)
+{
+    const cv::Size size(640, 360);
+    for (const float apart : {1.1F, 1.5F, 3.0F}) {
+        for (const float width : {24.0F, 80.0F}) {
+            SCOPED_TRACE(Message() << width << " pixels, " << apart);
+            const std::vector<SeenFace> faces{faceAt(100, 60, width), faceAt(100 + apart * width, 70, width),
+                                              faceAt(100, 60 + 2 * width, width), faceAt(0, 0, width),
+                                              faceAt(640 - width, 200, width)};
+            const auto bodies = bodiesOf(faces, size);
+            ASSERT_THAT(bodies, SizeIs(faces.size()));
+            for (std::size_t body = 0; body < bodies.size(); ++body) {
+                EXPECT_EQ(bodies[body] & cv::Rect({}, size), bodies[body]);
+                EXPECT_EQ(bodies[body] & padded(faces[body], size), padded(faces[body], size)) << body;
+                if (body < 2) {
+                    const auto other = padded(faces[1 - body], size);
+                    EXPECT_NE(bodies[body] & other, other) << body;
+                }
+                const cv::Rect moved(bodies[body].x - 3, bodies[body].y - 18, bodies[body].width + 6,
+                                     bodies[body].height + 13);
+                EXPECT_EQ(ownerOf(moved, faces, size), int(body));
+            }
+            EXPECT_EQ(ownerOf({400, 300, 60, 60}, faces, size), -1);
+        }
+    }
+}
 
 } // namespace
