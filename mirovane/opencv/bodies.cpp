@@ -1,6 +1,6 @@
 #include "bodies.h"
 
-#include "cascade.h"
+#include "common.h"
 
 #include <algorithm>
 

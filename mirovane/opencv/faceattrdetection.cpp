@@ -1,6 +1,6 @@
 #include "mirovane/faceattrdetection.h"
 
-#include "cascade.h"
+#include "common.h"
 #include "facelook.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "cascade.h"
+#include "common.h"
 #include "facelook.h"
 
 #include <memory>

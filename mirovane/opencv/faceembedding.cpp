@@ -1,6 +1,6 @@
 #include "faceembedding.h"
 
-#include "cascade.h"
+#include "common.h"
 
 #include <algorithm>
 #include <cmath>

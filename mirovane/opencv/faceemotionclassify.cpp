@@ -1,6 +1,6 @@
 #include "mirovane/faceemotionclassify.h"
 
-#include "cascade.h"
+#include "common.h"
 #include "learnednet.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "facelook.h"
 
-#include "cascade.h"
+#include "common.h"
 
 #include <algorithm>
 #include <cmath>
@@ -38,11 +38,6 @@ constexpr float firstLookShare = 0.3F;
 constexpr float justEnough = 0.67F;
 
 constexpr int landmarkSide = 112;
-
-float sigmoid(float value)
-{
-    return 1 / (1 + std::exp(-value));
-}
 
 float overlap(const cv::Rect2f &a, const cv::Rect2f &b)
 {

@@ -1,6 +1,6 @@
 #include "learnednet.h"
 
-#include "cascade.h"
+#include "common.h"
 
 #include <algorithm>
 #include <cmath>

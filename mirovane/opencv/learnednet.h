@@ -3,6 +3,7 @@
 #include "sharedapi.h"
 
 #include <atomic>
+#include <cmath>
 #include <memory>
 #include <mutex>
 #include <opencv2/core.hpp>
@@ -68,6 +69,12 @@ private:
 
 /// The file of the net that the common configuration names under a key, full path; empty when it names none.
 MIROVANE_SHARED std::string netPath(const std::string &config, const std::string &key);
+
+/// What a net gives for a probability, as one between 0 and 1.
+inline float sigmoid(float value)
+{
+    return 1 / (1 + std::exp(-value));
+}
 
 /// How the pixels of a picture become the numbers that a net was trained on: (value - mean) * factor.
 struct PixelScale

@@ -1,6 +1,6 @@
 #include "personpose.h"
 
-#include "cascade.h"
+#include "common.h"
 
 #include <algorithm>
 #include <cmath>
@@ -35,11 +35,6 @@ constexpr float middleAbove = 0.07F;
 
 /// How soon a place loses weight as it departs from the expected one, in cells.
 constexpr float nearness = 1.8F;
-
-float sigmoid(float value)
-{
-    return 1 / (1 + std::exp(-value));
-}
 
 /// The planes of a blob of the shape 1 x planes x cells x cells.
 class Planes

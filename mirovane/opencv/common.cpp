@@ -1,4 +1,4 @@
-#include "cascade.h"
+#include "common.h"
 
 #include <algorithm>
 #include <cstdint>
