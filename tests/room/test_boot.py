@@ -50,9 +50,10 @@ class Boot(unittest.TestCase):
         self.assertNotIn("--recovery", self.command_line(machine), "after an orderly end")
 
         machine.run("aiservice-room", "--remove", "101")
-        self.assertEqual(machine.property("service", "Result"), "success")
-        end = {name: int(machine.property(name, "InactiveEnterTimestampMonotonic")) for name in machine.units}
-        self.assertEqual(sorted(end, key=end.get), ["bridge", "service", "camera"])
+        journal = machine.run("journalctl", "--no-pager", "-o", "cat").stdout.splitlines()
+        stopped = [line.split()[1] for line in journal if line.startswith("Stopped ") and "@101.service" in line]
+        self.assertEqual(stopped[-3:], [f"{name}@101.service" for name in ("aibridge", "aiservice", "camerafeed")])
+        self.assertIn("aiservice@101.service: Deactivated successfully.", journal)
         machine.run("dpkg", "--remove", "aiservice-bridge", "aiservice")
         machine.run("test", "-s", STORE)
         machine.run("sh", "-c", "DEBIAN_FRONTEND=noninteractive dpkg --purge aiservice")
