@@ -1,5 +1,7 @@
 #include "mylog.h"
 
+#include "picturetext.h"
+
 #include <QFile>
 #include <QHash>
 
@@ -89,8 +91,8 @@ private:
     std::chrono::steady_clock::time_point nextTry;
 };
 
-/// Lines of the pattern "[time] [thread] [level] text". Console and file get each line one after the other on the
-/// same thread and with the same time, so what stands before the text is made once.
+/// Lines of the pattern "[time] [thread] [level] text". Console and file get each line one after the other on
+/// the same thread and with the same time, so what stands before the text is made once.
 class LineFormatter : public spdlog::formatter
 {
 public:
@@ -259,7 +261,7 @@ void MyLog::messageHandler(QtMsgType type, const QMessageLogContext &context, co
     spdlog::logger *const file = fileLoggerOf(context);
     if (!file)
         return;
-    const QByteArray bytes = message.toLocal8Bit();
+    const QByteArray bytes = log_text::withoutPictures(message).toLocal8Bit();
     std::string_view text(bytes.constData(), std::size_t(bytes.size()));
     if (type == QtInfoMsg)
         text = text.substr(0, settings().infoLimit);
