@@ -10,6 +10,9 @@
 
 #include <csignal>
 #include <cstdio>
+#ifndef Q_OS_WIN
+#include <sys/stat.h>
+#endif
 
 namespace {
 
@@ -123,6 +126,9 @@ void removeUnusedSemaphore(const QString &key)
 
 int main(int argc, char **argv)
 {
+#ifndef Q_OS_WIN
+    umask(S_IRWXG | S_IRWXO); // its files are for its user alone
+#endif
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("camerafeed"));
 

@@ -50,6 +50,7 @@ void AIConfig::load()
     handupModelPath = path("handup_model", "cls_handup_v3.0.1.bin");
     faceEmotionModelPath = path("face_emotion_model", "cls_face_emotion_v2.0.0.bin");
     colorDefinePath = path("colorDefine", "color.json");
+    keepLogDays = settings.value(QStringLiteral("keepLogDays"), 0).toInt();
     settings.endGroup();
 
     settings.beginGroup(QStringLiteral("AIConfig"));
