@@ -188,12 +188,14 @@ struct Emotion : mirovane::FaceEmotionClassify
     int classify(const cv::Mat &face, int *resultLabel, float *resultScore, bool) override
     {
         seen = face.size();
+        ++calls;
         *resultLabel = label;
         *resultScore = score;
         return 0;
     }
 
     cv::Size seen;
+    int calls = 0;
     int label = 0;
     float score = 0;
 };
