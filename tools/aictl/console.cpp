@@ -65,12 +65,15 @@ Console::~Console() = default;
 
 bool Console::connectToService()
 {
-    if (m_client.isConnected())
-        return true;
-    if (m_client.connectToService(m_socketName))
+    if (tryToConnect())
         return true;
     complain(m_client.errorString());
     return false;
+}
+
+bool Console::tryToConnect()
+{
+    return m_client.isConnected() || m_client.connectToService(m_socketName);
 }
 
 QString Console::newRequestID()
