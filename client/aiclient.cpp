@@ -107,6 +107,17 @@ bool AiClient::isConnected() const
     return m_connected;
 }
 
+qint64 AiClient::serviceProcessId() const
+{
+#ifdef Q_OS_LINUX
+    ucred other = {};
+    socklen_t size = sizeof other;
+    if (getsockopt(int(m_socket.socketDescriptor()), SOL_SOCKET, SO_PEERCRED, &other, &size) == 0)
+        return other.pid;
+#endif
+    return 0;
+}
+
 void AiClient::request(Kind kind, uint code, const QVariant &data, const QString &requestID,
                        Callback callback, int timeout)
 {

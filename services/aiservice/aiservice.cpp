@@ -3,6 +3,7 @@
 #include "aiconfig.h"
 #include "aiservicecontroller.h"
 #include "commandreply.h"
+#include "picturetext.h"
 #include "qstorage.h"
 
 #include <QDebug>
@@ -48,8 +49,11 @@ void append(QString &text, const QVariant &value)
         text += QLatin1Char(']');
         break;
     }
+    case QMetaType::QByteArray: // which may be a picture's file
+        text += QStringLiteral("<%1 bytes>").arg(value.toByteArray().size());
+        break;
     default:
-        text += value.toString().leftRef(longestText);
+        text += log_text::withoutPictures(value.toString()).leftRef(longestText);
         break;
     }
 }

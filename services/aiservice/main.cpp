@@ -2,8 +2,10 @@
 #include "aiservice.h"
 #include "crash_dump.h"
 #include "kqstartservice.h"
+#include "leftfiles.h"
 #include "messageSender.h"
 #include "mylog.h"
+#include "ownfiles.h"
 #include "videorecorder.h"
 
 #include <QCoreApplication>
@@ -17,12 +19,13 @@
 #ifdef __GLIBC__
 #include <malloc.h>
 #endif
+#ifndef Q_OS_WIN
+#include <sys/stat.h>
+#endif
 
 namespace {
 
 constexpr char serviceName[] = "AI";
-constexpr char logFolder[] = "Orelia/logs";
-constexpr char dumpFolder[] = "Orelia/logs/dump/aidump";
 constexpr int everyLevel = 0;
 constexpr qint64 longestInfo = 10000; // bytes
 
@@ -50,17 +53,24 @@ void ignoreBrokenPipes()
 
 int main(int argc, char *argv[])
 {
+#ifndef Q_OS_WIN
+    umask(S_IRWXG | S_IRWXO); // pictures of children lie in what is made from here on
+#endif
     keepHeap();
     ignoreBrokenPipes();
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("utf-8"));
     QCoreApplication application(argc, argv);
 
-    MyLog::init(QLatin1String(serviceName), QDir(QDir::temp().filePath(QLatin1String(logFolder))),
-                QStringList(), everyLevel, longestInfo);
+    MyLog::init(QLatin1String(left_files::logName),
+                QDir(QDir::temp().filePath(QLatin1String(left_files::logFolder))), QStringList(), everyLevel,
+                longestInfo);
     MyLog::setConsole(true);
     qInfo("AIService Start,version: %s", qUtf8Printable(AIService::version()));
-    CrashDump::init(QLatin1String(dumpFolder), nullptr);
+    CrashDump::init(QLatin1String(left_files::dumpFolder), nullptr);
     AIConfig::instance().load();
+    OwnFiles files(QDir::temp(), QDir::current());
+    files.close();
+    files.keepFor(AIConfig::instance().keepLogDays);
 
     auto *service = new AIService;
     KQStartService(QLatin1String(serviceName), service, argc, argv);

@@ -21,6 +21,8 @@ namespace storage_sql {
 
 constexpr char databaseFile[] = "ai.data";
 
+constexpr char secureDelete[] = "PRAGMA secure_delete=ON";
+
 constexpr char createStudent[] =
     "create table ai_student (stuID TEXT,faceImg TEXT,faceX int,faceY int, \t\t\t\t\tfaceW int,faceH int,"
     "bodyX int,bodyY int,bodyW int,bodyH int, \t\t\t\t\tgalleryScore double,bestGallery TEXT)";
@@ -86,6 +88,7 @@ public:
             qWarning().noquote().nospace() << "database open failed,error: " << m_database.lastError().text();
             return;
         }
+        eraseWhatIsDeleted();
         if (create)
             createTables({});
     }
@@ -310,6 +313,15 @@ private:
             QSqlDatabase::removeDatabase(connection);
         m_database = QSqlDatabase::addDatabase("QSQLITE", connection);
         m_database.setDatabaseName(storage_sql::databaseFile);
+    }
+
+    /// What a statement deletes or replaces is overwritten in the file; SQLite would only mark it as free.
+    void eraseWhatIsDeleted()
+    {
+        QSqlQuery pragma(m_database);
+        if (!pragma.exec(storage_sql::secureDelete))
+            qWarning().noquote().nospace() << "sqlite exec " << storage_sql::secureDelete
+                                           << " failed,error: " << pragma.lastError().text();
     }
 
     void removeFile()

@@ -66,6 +66,7 @@ TEST(Aictl, ExitCodeTellsOfRefusalsAndWrongUsage)
                               "watch --for -3",   "watch --count 0",
                               "watch --count x",  "handup start --for abc",
                               "track a --for 0",  "sleep nan",
+                              "erase --logs",     "erase a --all",
                               "wait 1013 1 -1",   "--timeout 1e30 status"})
         EXPECT_EQ(exitCodeOf(QString(wrong).split(' ', Qt::SkipEmptyParts)), 2) << wrong;
     EXPECT_EQ(service.requests().size(), 1);

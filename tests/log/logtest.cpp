@@ -2,7 +2,7 @@
 
 #include <QRegularExpression>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <csignal>
 #include <spdlog/spdlog.h>
@@ -84,6 +84,27 @@ TEST_F(LogTest, OnlyInfoIsCutAndBytesAreCounted)
     for (const QString &line : lines())
         counts.append(line.count('x') + line.count(QChar(0xE4)));
     EXPECT_EQ(counts, (QList<int>{10001, 10000, 10001, 10001, 10000, 5000, 0}));
+}
+
+/// The rest of the line stays whole, however long it is, and the same picture is known again.
+TEST_F(LogTest, PicturesAreTheirKindLengthAndHash)
+{
+    start();
+    const QString face = "data:image/jpg;base64,/9j/" + QString(20000, 'A') + "+/Z==";
+    log(QtDebugMsg, "faceImg: " + face);
+    log(QtWarningMsg,
+        QString("{\"a\": \"%1\", \"b\": [\"data:image/png,%2\"], \"c\": 1}").arg(face, "AB CD\r\nEF"));
+    log(QtInfoMsg, face + ": " + QString(9000, 'x'));
+    const QStringList written = lines();
+    ASSERT_EQ(written.size(), 4) << "also line ends inside of a picture are taken out";
+    const QRegularExpression picture("<picture jpg, 20031 characters, ([0-9a-f]{8})>");
+    const QString hash = picture.match(written[0]).captured(1);
+    EXPECT_EQ(written[0], "[debug] faceImg: <picture jpg, 20031 characters, " + hash + ">\t\t\t==>>(:7,)\r");
+    EXPECT_EQ(picture.match(written[1]).captured(1), hash);
+    EXPECT_THAT(written[1].toStdString(), testing::HasSubstr("\"b\": [\"<picture png, 24 characters, "));
+    EXPECT_THAT(written[1].toStdString(), testing::HasSubstr(">\"], \"c\": 1}    ==>>"));
+    EXPECT_EQ(written[2].count('x'), 9000) << "the cut counts what is written";
+    EXPECT_FALSE(written.join("").contains("AAAA"));
 }
 
 TEST_F(LogTest, ThresholdHoldsForFileAndConsole)

@@ -44,8 +44,10 @@ TEST_F(Settings, DefaultsStandAndOneKeyFeedsBothConfigurationPaths)
     EXPECT_EQ(config.fetchGalleryThre, 0.35);
     EXPECT_EQ(config.detectGalleryThre, 0.43);
     EXPECT_EQ(config.smileThre, 0.75F);
+    EXPECT_EQ(config.keepLogDays, 0);
 
     load("[AIService]\nmodelpath=/somewhere/else\nmodel_config=common.ini\nSSD_model=/abs/body.bin\n"
+         "keepLogDays=7\n"
          "[AIConfig]\nfetchGalleryThre=0.5\nsmileThre=0.8\ndetectGalleryThre=nonsense\n");
     EXPECT_EQ(config.modelConfigPath, "/somewhere/else/common.ini");
     EXPECT_EQ(config.cmuConfigPath, "/somewhere/else/common.ini");
@@ -53,6 +55,7 @@ TEST_F(Settings, DefaultsStandAndOneKeyFeedsBothConfigurationPaths)
     EXPECT_EQ(config.handupModelPath, "/somewhere/else/cls_handup_v3.0.1.bin");
     EXPECT_EQ(config.fetchGalleryThre, 0.5);
     EXPECT_EQ(config.smileThre, 0.8F);
+    EXPECT_EQ(config.keepLogDays, 7);
     EXPECT_EQ(config.detectGalleryThre, 0.0);
 }
 
@@ -107,6 +110,7 @@ TEST_F(Settings, AMissingModelStopsItsStageOnlyAndALaterCallGoesOn)
     config.mtcnnModel3Path = present;
     EXPECT_TRUE(manager.init());
     EXPECT_TRUE(manager.createMTCNNModel(picture, true)->detect());
+    EXPECT_FALSE(manager.createFaceEmotionModel(picture)->detect()) << "which nobody asked for";
     ModelManagerTestAccess::clear();
 }
 

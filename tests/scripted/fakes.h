@@ -231,6 +231,7 @@ struct Emotion : mirovane::FaceEmotionClassify, Called
     int classify(const cv::Mat &face, int *resultLabel, float *resultScore, bool) override
     {
         called();
+        ++calls;
         if (answer)
             return answer(*resultLabel, *resultScore);
         seen = face.size();
@@ -240,6 +241,7 @@ struct Emotion : mirovane::FaceEmotionClassify, Called
     }
 
     cv::Size seen;
+    int calls = 0;
     int label = 0;
     float score = 0;
     std::function<int(int &label, float &score)> answer;

@@ -205,6 +205,37 @@ TEST_F(StorageTest, MissingTablesAreMadeAndOthersLeft)
     EXPECT_FALSE(QFile::exists("ai.data"));
 }
 
+/// On the handle of the service, and in the file.
+TEST_F(StorageTest, WhatIsDeletedOrReplacedIsOverwritten)
+{
+    const auto isLeft = [](const QString &text) {
+        QFile file("ai.data");
+        EXPECT_TRUE(file.open(QFile::ReadOnly));
+        return file.readAll().contains(text.toUtf8());
+    };
+    const QString first(64, 'F'), second(64, 'S'), third(64, 'T');
+    for (const bool create : {true, false}) {
+        store->open(create);
+        QSqlQuery setting("PRAGMA secure_delete");
+        ASSERT_TRUE(setting.next());
+        EXPECT_EQ(setting.value(0), 1);
+        setting.finish();
+        for (int i = 0; i < 20; ++i) {
+            const QString picture = QString(3000, 'x') + first + QString(9000, 'x');
+            store->addFaceMat(QString::number(i), picture, {});
+            store->setHistoryGalleries(QString::number(i), second + picture);
+        }
+        EXPECT_TRUE(isLeft(first) && isLeft(second));
+        store->addFaceMat("kept", third, {});
+        for (int i = 0; i < 20; ++i)
+            store->deleteStudent(QString::number(i));
+        store->clearHistoryGalleries();
+        EXPECT_FALSE(isLeft(first) || isLeft(second));
+        EXPECT_TRUE(isLeft(third));
+        EXPECT_EQ(QDir().entryList(QDir::Files), QStringList("ai.data"));
+    }
+}
+
 TEST_F(StorageTest, AnyThreadMayOpenWriteAndRemove)
 {
     const auto onThread = [](auto work) { std::thread(work).join(); };

@@ -140,6 +140,24 @@ TEST_F(ClassAnalysis, SmilesGoToEverybodyAndStrayFacesAreClipped)
     EXPECT_EQ(eventsWithFaceAt(inside), 1U);
 }
 
+/// In no analysis that there is, whatever it finds.
+TEST_F(ClassAnalysis, SmilesLeftOffAreNotLookedFor)
+{
+    const auto callsInAll = [&] {
+        recognisers.emotion->calls = 0;
+        for (const char *name : {"GalleryStrategy", "GalleryStrategyNew", "HandupPickStrategy",
+                                 "CMUHandupStrategy", "FaceEmotionStrategy", "ConcerntrationStrategy",
+                                 "TrackingStrategy", "FunctionGameStrategy", "AttributeStrategy"})
+            run(name);
+        return recognisers.emotion->calls;
+    };
+    seat(3);
+    AIConfig::instance().setEnableEmotion(false);
+    EXPECT_EQ(callsInAll(), 0);
+    AIConfig::instance().setEnableEmotion(true);
+    EXPECT_EQ(callsInAll(), 3);
+}
+
 TEST_F(ClassAnalysis, AttributesListEveryoneAndGlassesStayKnown)
 {
     seat(1);

@@ -30,6 +30,7 @@ struct Command
 
 std::vector<Command> serviceCommands();
 std::vector<Command> galleryCommands();
+std::vector<Command> erasureCommands();
 std::vector<Command> analysisCommands();
 std::vector<Command> sessionCommands();
 

@@ -71,7 +71,7 @@ const std::vector<Command> &allCommands()
     static const auto commands = [] {
         std::vector<Command> all;
         for (const auto &group :
-             {serviceCommands(), galleryCommands(), analysisCommands(), sessionCommands()})
+             {serviceCommands(), galleryCommands(), erasureCommands(), analysisCommands(), sessionCommands()})
             std::copy(group.begin(), group.end(), std::back_inserter(all));
         return all;
     }();

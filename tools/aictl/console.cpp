@@ -65,12 +65,17 @@ Console::~Console() = default;
 
 bool Console::connectToService()
 {
-    if (m_client.isConnected())
-        return true;
-    if (m_socketName.isEmpty() ? m_client.connectToRoom() : m_client.connectToService(m_socketName))
+    if (tryToConnect())
         return true;
     complain(m_client.errorString());
     return false;
+}
+
+bool Console::tryToConnect()
+{
+    if (m_client.isConnected())
+        return true;
+    return m_socketName.isEmpty() ? m_client.connectToRoom() : m_client.connectToService(m_socketName);
 }
 
 QString Console::newRequestID()

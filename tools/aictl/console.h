@@ -36,12 +36,19 @@ public:
 
     /// Connects unless that is done. False, with a complaint, when there is no service.
     bool connectToService();
+    /// The same, without a complaint.
+    bool tryToConnect();
     bool isConnected() const { return m_client.isConnected(); }
+    qint64 serviceProcessId() const { return m_client.serviceProcessId(); }
+    QString socketName() const { return m_socketName; }
 
     /// Sends a request, waits for the answer, prints it, and complains when it is not a success.
     /// @param requestID empty for one of the console's own
     AiReply send(AiClient::Kind kind, uint code, const QVariant &data = {}, const QString &requestID = {});
     AiReply execute(ai::Command command, const QVariant &data = {}, const QString &requestID = {});
+
+    /// Sends a request and waits for the answer, printing nothing.
+    AiReply exchange(AiClient::Kind kind, uint code, const QVariant &data, const QString &requestID);
 
     /// Sends a request whose result comes as an event of the same request, and waits for both. The reply is
     /// printed only when it is a failure, the event not at all.
@@ -101,7 +108,6 @@ signals:
 private:
     void onEvent(const AiEvent &event);
     void show(const AiEvent &event);
-    AiReply exchange(AiClient::Kind kind, uint code, const QVariant &data, const QString &requestID);
     static void printReply(const AiReply &reply);
 
     AiClient m_client;

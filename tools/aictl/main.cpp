@@ -3,6 +3,9 @@
 #include <QCoreApplication>
 
 #include <cstdio>
+#ifndef Q_OS_WIN
+#include <sys/stat.h>
+#endif
 
 namespace {
 
@@ -17,6 +20,9 @@ void logCriticalOnly(QtMsgType type, const QMessageLogContext &, const QString &
 
 int main(int argc, char **argv)
 {
+#ifndef Q_OS_WIN
+    umask(S_IRWXG | S_IRWXO); // pictures of children are saved
+#endif
     qInstallMessageHandler(logCriticalOnly);
     QCoreApplication application(argc, argv);
 

@@ -25,6 +25,9 @@
 #include <cstdlib>
 #include <optional>
 #include <utility>
+#ifndef Q_OS_WIN
+#include <sys/stat.h>
+#endif
 
 namespace {
 
@@ -365,6 +368,9 @@ int feed(const Settings &settings, CameraLock &lock)
 
 int main(int argc, char **argv)
 {
+#ifndef Q_OS_WIN
+    umask(S_IRWXG | S_IRWXO); // its files are for its user alone
+#endif
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("camerafeed"));
     const Settings settings = settingsFrom(application);

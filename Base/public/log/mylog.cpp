@@ -1,5 +1,7 @@
 #include "mylog.h"
 
+#include "picturetext.h"
+
 #include <QFile>
 #include <QHash>
 
@@ -259,7 +261,7 @@ void MyLog::messageHandler(QtMsgType type, const QMessageLogContext &context, co
     spdlog::logger *const file = fileLoggerOf(context);
     if (!file)
         return;
-    const QByteArray bytes = message.toLocal8Bit();
+    const QByteArray bytes = log_text::withoutPictures(message).toLocal8Bit();
     std::string_view text(bytes.constData(), std::size_t(bytes.size()));
     if (type == QtInfoMsg)
         text = text.substr(0, settings().infoLimit);

@@ -13,6 +13,8 @@
  * files stay. A line reads "[time] [thread] [level] text    ==>>(function:line)" and ends in "\r\n".
  * Lines reach the disk every 3 seconds, or with flush(): a crash loses what came since.
  *
+ * A picture in a line is written as its kind, length and a hash (picturetext.h).
+ *
  * Threads: init() and addCategory() are called before other threads log. Everything else may be called
  * from any thread.
  *

@@ -46,6 +46,7 @@ void AIConfig::load()
         }
     }
     colorDefinePath = path("colorDefine", "color.json");
+    keepLogDays = settings.value(QStringLiteral("keepLogDays"), 0).toInt();
     settings.endGroup();
 
     settings.beginGroup(QStringLiteral("AIConfig"));

@@ -81,6 +81,8 @@ public:
     const int registerFaceMinSize = 20;
     const int faceMinSize = 40;
 
+    int keepLogDays = 0; ///< logs and dumps are removed after so many days; 0 keeps them
+
     // The client's settings.
     std::atomic<bool> enableEmotion{true};
 

@@ -1,0 +1,313 @@
+// What the service leaves of the children that it has seen: on the disk, for other users, after an erasure.
+
+#include "classroom.h"
+#include "picture.h"
+#include "program.h"
+
+#include <gmock/gmock.h>
+
+#include <opencv2/imgcodecs.hpp>
+
+#include <QDateTime>
+#include <QDirIterator>
+#include <QSet>
+
+#include <grp.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using ::testing::HasSubstr;
+
+/// A face that no other number has.
+cv::Mat faceOf(int number)
+{
+    cv::Mat coarse(16, 16, CV_8UC3), face;
+    cv::RNG(static_cast<unsigned>(number)).fill(coarse, cv::RNG::UNIFORM, 0, 255);
+    cv::resize(coarse, face, cv::Size(128, 128), 0, 0, cv::INTER_CUBIC);
+    return face;
+}
+
+QByteArray contentOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QFile::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+/// Files and folders below a folder.
+QStringList entriesOf(const QString &folder)
+{
+    QStringList paths;
+    QDirIterator entries(folder, QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot,
+                         QDirIterator::Subdirectories);
+    while (entries.hasNext())
+        paths.append(entries.next());
+    paths.sort();
+    return paths;
+}
+
+/// The files that hold a piece of the picture or of its text; what comes before a JPEG's scan is in all.
+QStringList filesWith(const QByteArray &jpeg, const QString &folder)
+{
+    QList<QByteArray> pieces;
+    constexpr int header = 700, size = 48;
+    for (int at = header; at + size < jpeg.size(); at += size) {
+        pieces.append(jpeg.mid(at, size));
+        for (int phase = 0; phase < 3; ++phase)
+            pieces.append(jpeg.mid(at + phase, size - 3).toBase64());
+    }
+    QStringList found;
+    for (const QString &path : entriesOf(folder)) {
+        const QByteArray content = contentOf(path);
+        for (const QByteArray &piece : qAsConst(pieces)) {
+            if (content.contains(piece)) {
+                found.append(path);
+                break;
+            }
+        }
+    }
+    return found;
+}
+
+QStringList filesWith(const char *name, const QString &folder)
+{
+    QStringList found;
+    for (const QString &path : entriesOf(folder)) {
+        if (contentOf(path).contains(name))
+            found.append(path);
+    }
+    return found;
+}
+
+/// How many of these a user without any rights of his own can read; -1 when that cannot be tried.
+int readableByOthers(const QStringList &paths)
+{
+    if (geteuid() != 0)
+        return -1;
+    const pid_t child = fork();
+    if (child == 0) {
+        constexpr uid_t nobody = 65534;
+        int count = setgroups(0, nullptr) != 0 || setgid(nobody) != 0 || setuid(nobody) != 0 ? 100 : 0;
+        for (const QString &path : paths)
+            count += access(QFile::encodeName(path).constData(), R_OK) == 0 ? 1 : 0;
+        _exit(count);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WEXITSTATUS(status);
+}
+
+class PrivacyTest : public ::testing::Test
+{
+protected:
+    PrivacyTest() : maskBefore(umask(0)) {}
+    ~PrivacyTest() override
+    {
+        client.reset();
+        umask(maskBefore);
+    }
+
+    QString path(const QString &name) const { return service.filePath(name); }
+    void write(const QString &name, const QByteArray &content, int ageInDays = 0) const
+    {
+        QDir().mkpath(QFileInfo(path(name)).path());
+        QFile file(path(name));
+        ASSERT_TRUE(file.open(QFile::WriteOnly));
+        file.write(content);
+        file.flush();
+        file.setFileTime(QDateTime::currentDateTime().addDays(-ageInDays), QFileDevice::FileModificationTime);
+    }
+    int mode(const QString &file) const
+    {
+        struct stat entry = {};
+        lstat(QFile::encodeName(file).constData(), &entry);
+        return entry.st_mode & 0777;
+    }
+    Program aictl(const QStringList &arguments, const QByteArray &input = {}) const
+    {
+        return {AICTL_BINARY, arguments, input, service.home()};
+    }
+
+    void startLesson()
+    {
+        cv::imwrite(path("room.png").toStdString(), cv::Mat(90, 160, CV_8UC3, cv::Scalar(90, 100, 110)));
+        camera = std::make_unique<Program>(CAMERAFEED, QStringList{path("room.png")}, QByteArray(),
+                                           service.home());
+        ASSERT_TRUE(camera->hasLines(1)) << camera->errors();
+        connectTo({});
+        ASSERT_EQ(client->open()["rsp_error"], 0);
+        ASSERT_EQ(client->execute(1001, allModels())["rsp_error"], 0);
+        ASSERT_EQ(executeWhenConnected(*client, 1021)["rsp_error"], 0);
+    }
+    void connectTo(const QStringList &options)
+    {
+        ASSERT_TRUE(service.start(options)) << service.standardError().constData();
+        client = std::make_unique<TestClient>(service.socketPath());
+        ASSERT_TRUE(client->isConnected());
+    }
+    QVariantMap face(const QString &student, int number) const
+    {
+        QVariantMap entry = galleryOf(student);
+        entry["faceImg"] = ai_image::convertMat2Base64(faceOf(number));
+        return entry;
+    }
+    QByteArray jpegOf(int number) const
+    {
+        return picture::jpegOf(ai_image::convertMat2Base64(faceOf(number)));
+    }
+    void enrol(const QVariantList &faces)
+    {
+        ASSERT_EQ(client->execute(1022, QVariantMap{{"galleries", faces}})["rsp_error"], 0);
+        ASSERT_EQ(client->event(1018)["event_info"].toMap()["successList"].toList().size(), faces.size());
+    }
+
+    /// Asked by a client of its own, since events of the tool's requests reach all others.
+    QStringList known() const
+    {
+        TestClient other(service.socketPath());
+        return studentsOf(other);
+    }
+
+    const mode_t maskBefore; ///< the laxest one holds in a test
+    ServiceProcess service;
+    std::unique_ptr<Program> camera;
+    std::unique_ptr<TestClient> client;
+};
+
+/// With the configuration that is shipped.
+TEST_F(PrivacyTest, WhatEarlierRunsLeftIsClosedAndAged)
+{
+    const QString logs = "Orelia/logs/", dumps = "Orelia/logs/dump/aidump/";
+    const QStringList kept{logs + "AI_2020-01-02_03-04-05.log",
+                           logs + "AI_notes.log",
+                           logs + "other_2020-01-01_00-00-00.log",
+                           logs + "link.log",
+                           dumps + "01234567-89ab-cdef-0123-456789abcdef.dmp",
+                           dumps + "core.dmp"};
+    const QStringList old{logs + "AI_2020-01-01_00-00-00.log",
+                          dumps + "76543210-89ab-cdef-0123-456789abcdef.dmp"};
+    for (const QString &name : kept)
+        write(name, "x", name == kept[0] || name == kept[4] ? 29 : 31);
+    for (const QString &name : old)
+        write(name, "x", 31);
+    write("ai.data", "x");
+    QFile::link(path("ai.data"), path(logs + "AI_2020-01-01_00-00-01.log"));
+    ASSERT_TRUE(service.start());
+    EXPECT_EQ(mode(path(kept[0])), 0600);
+    EXPECT_EQ(mode(path(kept[4])), 0600);
+    EXPECT_EQ(mode(path("ai.data")), 0600);
+    EXPECT_EQ(mode(path(kept[2])), 0666) << "which is somebody else's";
+    EXPECT_EQ(mode(path("Orelia/logs")), 0777) << "which the service has not made";
+    for (const QString &name : kept)
+        EXPECT_TRUE(QFile::exists(path(name))) << qPrintable(name);
+    for (const QString &name : old)
+        EXPECT_FALSE(QFile::exists(path(name))) << qPrintable(name);
+    EXPECT_TRUE(QFile::exists(path("ai.data")));
+}
+
+TEST_F(PrivacyTest, ALessonIsForItsUserAloneAndNoLogShowsAFace)
+{
+    chmod(QFile::encodeName(service.home()).constData(), 0755);
+    QDir().mkdir(path("videos"));
+    startLesson();
+    enrol({face("anna", 1), face("ben", 2)});
+    QVariantMap replaced = face("", 3);
+    replaced["oldStuID"] = "ben";
+    replaced["faceImageBase64"] = replaced["faceImg"];
+    EXPECT_EQ(client->execute(1023, replaced)["rsp_error"], 0);
+    EXPECT_EQ(client->execute(1020, QVariantMap{{"galleries", QVariantList{face("carla", 4)}}})["rsp_error"],
+              0);
+    EXPECT_EQ(studentsOf(*client), (QStringList{"anna", "ben"}));
+    for (const char *folder : {"videos", "made"}) {
+        ASSERT_EQ(client->execute(1039, QVariantMap{{"recordPath", path(folder)}})["rsp_error"], 0);
+        const QVariantMap video = client->event(1020)["event_info"].toMap();
+        EXPECT_TRUE(video["videoLocalPath"].toString().startsWith(path(folder)));
+        ASSERT_EQ(client->execute(1040)["rsp_error"], 0);
+    }
+    EXPECT_EQ(aictl({"students", "--save", path("saved/of/anna")}).exitCode(), 0);
+    service.signal(SIGSEGV);
+    ASSERT_TRUE(service.waitForExit());
+    connectTo({"--recovery"});
+
+    // What the test made itself.
+    const QSet<QString> others{path("videos"), path("room.png"), path("stdout.txt"), path("stderr.txt")};
+    QStringList closed;
+    for (const QString &entry : entriesOf(service.home())) {
+        if (others.contains(entry))
+            continue;
+        closed.append(entry);
+        EXPECT_EQ(mode(entry) & 0077, 0) << qPrintable(entry);
+    }
+    EXPECT_EQ(mode(path("videos")), 0777);
+    const QString listed = closed.join('\n');
+    for (const char *made : {"AI_", ".dmp", "ai.data", "made/", "videos/", "of/anna/ben.jpg"})
+        EXPECT_TRUE(listed.contains(made)) << made;
+    EXPECT_LE(readableByOthers(closed), 0);
+
+    const QByteArray written = service.standardOutput() + service.log();
+    EXPECT_TRUE(written.contains("<picture jp"));
+    EXPECT_EQ(written.count("base64"), 0);
+    for (int number : {1, 2, 3, 4})
+        EXPECT_EQ(filesWith(jpegOf(number), path("Orelia")), QStringList());
+}
+
+TEST_F(PrivacyTest, AnErasureLeavesNoTrace)
+{
+    const QString oldLog = path("Orelia/logs/AI_2020-01-01_00-00-00.log");
+    startLesson();
+    enrol({face("anna", 1), face("annabel", 2), face("ben", 3)});
+    EXPECT_EQ(client->execute(1020, QVariantMap{{"galleries", QVariantList{face("anna", 4),
+                                                                           face("dora", 5)}}})["rsp_error"],
+              0);
+    // As a log of an earlier version, and as somebody would look for a piece.
+    write("Orelia/logs/AI_2020-01-01_00-00-00.log", "[debug] faceImg: " + jpegOf(1).mid(800, 90).toBase64());
+    write("Orelia/logs/dump/aidump/01234567-89ab-cdef-0123-456789abcdef.dmp", "of anna");
+    write("videos/room_20260101080000.mp4", "film");
+    write("videos/holiday.mp4", "film");
+
+    auto unsure = aictl({"erase", "anna"}, "no\n");
+    EXPECT_EQ(unsure.exitCode(), 1);
+    EXPECT_EQ(known(), (QStringList{"anna", "annabel", "ben"}));
+    auto half = aictl({"erase", "anna", "--yes"});
+    EXPECT_EQ(half.exitCode(), 1);
+    EXPECT_THAT(half.errors(), HasSubstr("a piece of a picture is still in " + oldLog.toStdString()));
+    EXPECT_THAT(half.errors(), HasSubstr("anna is still named in "));
+
+    auto whole = aictl({"erase", "anna", "ben", "--logs", "--dumps", "--recordings", "--recorded-in",
+                        path("videos"), "--yes"});
+    EXPECT_EQ(whole.exitCode(), 0) << whole.errors();
+    const std::string told = whole.lines().join('\n').toStdString();
+    EXPECT_THAT(told, HasSubstr("removed: ben, from the running service"));
+    EXPECT_THAT(told, HasSubstr("removed: " + oldLog.toStdString()));
+    EXPECT_THAT(told, HasSubstr("backups"));
+    EXPECT_EQ(QDir(path("videos")).entryList(QDir::Files), QStringList("holiday.mp4"));
+    EXPECT_EQ(known(), QStringList("annabel"));
+    for (int number : {1, 3, 4})
+        EXPECT_EQ(filesWith(jpegOf(number), service.home()), QStringList()) << number;
+    EXPECT_EQ(filesWith(jpegOf(2), service.home()), QStringList(path("ai.data")));
+    EXPECT_EQ(filesWith(jpegOf(5), service.home()), QStringList(path("ai.data")))
+        << "another's external face";
+    EXPECT_EQ(filesWith("ben", path("ai.data")), QStringList());
+    for (const QString &file : filesWith("ben", service.home())) {
+        EXPECT_TRUE(file.contains("/AI_20") || file == path("stdout.txt")) << qPrintable(file);
+        EXPECT_THAT(told, HasSubstr("still named in: " + file.toStdString()));
+    }
+
+    // Without a service: what it left, and nobody comes back.
+    service.crash();
+    QFile::remove(path("stdout.txt"));
+    auto nowhere = aictl({"erase", "annabel", "--yes", "--store", path("videos")});
+    EXPECT_EQ(nowhere.exitCode(), 1);
+    auto offline = aictl({"erase", "--all", "--logs", "--yes", "--store", service.home()});
+    EXPECT_EQ(offline.exitCode(), 0) << offline.errors();
+    for (int number : {2, 5})
+        EXPECT_EQ(filesWith(jpegOf(number), service.home()), QStringList()) << number;
+    for (const char *name : {"anna", "ben", "dora"})
+        EXPECT_EQ(filesWith(name, service.home()), QStringList()) << name;
+    connectTo({"--recovery"});
+    EXPECT_EQ(known(), QStringList());
+}
+
+} // namespace
