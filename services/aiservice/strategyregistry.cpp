@@ -21,7 +21,7 @@ StrategyRegistry::Strategy StrategyRegistry::provide(const QString &name, const 
         qInfo().noquote().nospace() << "addNewStrategy already exist: " << name;
         return former;
     }
-    const Strategy strategy(BaseStrategy::createNewStrategy(name, requestID), [](BaseStrategy *object) {
+    Strategy strategy(BaseStrategy::createNewStrategy(name, requestID), [](BaseStrategy *object) {
         if (object)
             BaseStrategy::release(object);
     });

@@ -43,41 +43,41 @@ struct RecogniserRow
     unsigned mask;          ///< in AIConfig::modelLoadFlag
     const char *requestKey; ///< by which a client wants it
     LoadStage stage;
+    bool takesTurns;      ///< one call at a time; else a single analysis uses it
     const char *fileTag;  ///< for the log: of a missing file
     const char *name;     ///< for the log: of the loading
     const char *callTag;  ///< for the log: of a call that failed
     const char *timeText; ///< for the log: before the milliseconds of a call
-    bool takesTurns;      ///< one call at a time; else a single analysis uses it
     ModelFile files[mostFiles];
 };
 
 /// One row for each, in the order in which they are loaded.
 // clang-format off
 inline constexpr RecogniserRow recogniserTable[] = {
-    {Recogniser::Bodies, 0x40, "ssd", LoadStage::First, "SSD", "ssd", "ssd", "ssd time: ", true,
+    {Recogniser::Bodies, 0x40, "ssd", LoadStage::First, true, "SSD", "ssd", "ssd", "ssd time: ",
      {{"SSD_model", "det_body_ssd_v1.0.5.bin", &AIConfig::ssdModelPath}}},
-    {Recogniser::Faces, 0x1, "faceMtcnn", LoadStage::First, "mtcnn", "mtcnn", "mtcnn", " time: ", true,
+    {Recogniser::Faces, 0x1, "faceMtcnn", LoadStage::First, true, "mtcnn", "mtcnn", "mtcnn", " time: ",
      {{"mtcnn_model1", "det_face_1_v2.0.0.bin", &AIConfig::mtcnnModel1Path},
       {"mtcnn_model2", "det_face_2_v2.0.0.bin", &AIConfig::mtcnnModel2Path},
       {"mtcnn_model3", "det_face_3_v2.0.0.bin", &AIConfig::mtcnnModel3Path}}},
-    {Recogniser::BodyPose, 0x1000, "bodypose", LoadStage::First, "bodypose", "bodypose", "bodypose",
-     "ssd pose time: ", false,
+    {Recogniser::BodyPose, 0x1000, "bodypose", LoadStage::First, false, "bodypose", "bodypose", "bodypose",
+     "ssd pose time: ",
      {{"body_pose_model", "cls_body_pose_v1.0.0.bin", &AIConfig::bodyPoseModelPath}}},
-    {Recogniser::Handup, 0x200000, "handup", LoadStage::First, "handup", "handup", "handup", "handup time: ",
-     true,
+    {Recogniser::Handup, 0x200000, "handup", LoadStage::First, true, "handup", "handup", "handup",
+     "handup time: ",
      {{"handup_model", "cls_handup_v3.0.1.bin", &AIConfig::handupModelPath}}},
-    {Recogniser::Emotion, 0x40000, "emotion", LoadStage::First, "emotion", "faceEmotion", "faceemotion",
-     "faceemotion_time: ", true,
+    {Recogniser::Emotion, 0x40000, "emotion", LoadStage::First, true, "emotion", "faceEmotion", "faceemotion",
+     "faceemotion_time: ",
      {{"face_emotion_model", "cls_face_emotion_v2.0.0.bin", &AIConfig::faceEmotionModelPath}}},
-    {Recogniser::FaceID, 0x8, "faceid", LoadStage::Second, "faceid", "faceid", "faceid", " time: ", true,
+    {Recogniser::FaceID, 0x8, "faceid", LoadStage::Second, true, "faceid", "faceid", "faceid", " time: ",
      {{"faceID_model", "det_face_id_v1.0.10.pb", &AIConfig::faceIdModelPath}}},
-    {Recogniser::FaceAttr, 0x1000000, "faceAttr", LoadStage::Second, "faceAttr", "faceAttr", "faceattr",
-     "faceattr_time: ", true,
+    {Recogniser::FaceAttr, 0x1000000, "faceAttr", LoadStage::Second, true, "faceAttr", "faceAttr", "faceattr",
+     "faceattr_time: ",
      {{"faceAttr_model", "cls_face_attr_v1.0.0.pb", &AIConfig::faceAttrModelPath}}},
-    {Recogniser::Pose, 0x200, "cmu", LoadStage::Never, "", "", "cmu", "cmutime: ", false,
+    {Recogniser::Pose, 0x200, "cmu", LoadStage::Never, false, "", "", "cmu", "cmutime: ",
      {{"CMU_model", "det_pose_cmu_v1.0.0.trt", &AIConfig::cmuModelPath},
       {"CMUSingle_model", "det_pose_cmu_176_136.trt", &AIConfig::cmuSingleModelPath}}},
-    {Recogniser::PoseClass, 0x8000, "cmuPose", LoadStage::Never, "", "", "cmupose", "ssd pose time: ", false,
+    {Recogniser::PoseClass, 0x8000, "cmuPose", LoadStage::Never, false, "", "", "cmupose", "ssd pose time: ",
      {{"CMU_pose_model", "cls_pose_cmu.bin", &AIConfig::cmuPoseModelPath}}},
 };
 // clang-format on
