@@ -266,6 +266,11 @@ TEST_F(StorageTest, AnyThreadMayOpenWriteAndRemove)
                         store->getConfig(flag, identify);
                         EXPECT_EQ(identify, "room1");
                     }});
+        // Statements that meet no row, and so no disk, meet each other most.
+        atOnce(1000,
+               {[&](int) { store->updateStudentInfo(student("nobody")); },
+                [&](int) { store->updateStudentName("nobody", "e"); },
+                [&](int) { store->deleteStudent("nobody"); }, [&](int) { store->clearHistoryGalleries(); }});
         onThread([&] { store->open(false); });
         EXPECT_EQ(store->getStudentInfo().size(), 40);
         onThread([&] { store->remove(); });

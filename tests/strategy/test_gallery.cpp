@@ -165,12 +165,12 @@ TEST_F(Gallery, OneStudentIsLookedForAroundHisPlace)
 
 TEST_F(Gallery, ThePlacesOfFacesKeepThoseWithTheLargestOffset)
 {
-    // All landmarks lie so far to the right of where they belong.
+    // All landmarks lie so far to the right of where they belong, those of a second face one pixel farther.
     const auto showAt = [&](const std::vector<cv::Point> &corners, int shift) {
         recognisers.faces->script = [=](const cv::Mat &, std::vector<cv::Rect> &faces,
                                         std::vector<std::vector<cv::Point>> &landmarks) {
             for (const cv::Point &corner : corners) {
-                const cv::Point origin = corner - cv::Point(5 - shift, 5);
+                const cv::Point origin = corner - cv::Point(5 - shift - int(faces.size()), 5);
                 faces.emplace_back(corner, cv::Size(90, 90));
                 landmarks.push_back({origin + cv::Point(43, 55), origin + cv::Point(93, 54),
                                      origin + cv::Point(69, 81), origin + cv::Point(48, 98),
@@ -182,6 +182,7 @@ TEST_F(Gallery, ThePlacesOfFacesKeepThoseWithTheLargestOffset)
     const auto &items = GalleryStrategy::items();
     const auto look = [&](int brightness) {
         frame.setTo(cv::Scalar::all(brightness));
+        frame(cv::Rect(900, 0, 300, 1080)).setTo(cv::Scalar::all(2 * brightness));
         places->handleFrame(frame);
         EXPECT_FALSE(items.empty());
         return items.empty() ? GalleryItem() : items.front();
@@ -192,7 +193,11 @@ TEST_F(Gallery, ThePlacesOfFacesKeepThoseWithTheLargestOffset)
     GalleryItem item = look(50);
     EXPECT_EQ(items.size(), 2U);
     EXPECT_EQ(items.back().index, 1);
+    EXPECT_EQ(items.back().faceRect, cv::Rect(995, 295, 100, 100));
+    EXPECT_EQ(brightness(items.back().faceImg), 100);
+    EXPECT_EQ(brightness(items.back().showImg), 100);
     EXPECT_EQ(items.back().centre, cv::Point(1045, 345));
+    EXPECT_EQ(items.back().offset, 5 * 4 * 4);
     EXPECT_EQ(item.offset, 5 * 3 * 3);
     EXPECT_EQ(item.faceRect, cv::Rect(295, 295, 100, 100));
     showAt({{320, 300}}, 3);
