@@ -79,16 +79,14 @@ TEST_F(SegmentPeekTest, NobodyNoticesItAlsoWhileTheCameraIsStoppedInsideACopy)
 
     // Until the stopped process is found holding the lock.
     const auto process = pid_t(camera.processId());
-    ASSERT_TRUE(eventually(
-        [&] {
-            kill(process, SIGSTOP);
-            waitpid(process, nullptr, WUNTRACED); // until all its threads stand
-            if (semaphore(GETVAL) == 0)
-                return true;
-            kill(process, SIGCONT);
-            return false;
-        },
-        60000));
+    ASSERT_TRUE(eventually([&] {
+        kill(process, SIGSTOP);
+        waitpid(process, nullptr, WUNTRACED); // until all its threads stand
+        if (semaphore(GETVAL) == 0)
+            return true;
+        kill(process, SIGCONT);
+        return false;
+    }));
     VideoFrame frame;
     SegmentPeek other("Camera");
     EXPECT_EQ(other.look(&frame, &error), SegmentPeek::NewFrame);

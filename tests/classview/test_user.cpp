@@ -22,8 +22,6 @@
 
 namespace {
 
-constexpr int forEver = 3600000; // CTest ends what takes too long
-
 /// Somebody with a mouse and a keyboard before the viewer; the service and the demo class are real.
 class UserTest : public ::testing::Test
 {
@@ -39,7 +37,7 @@ protected:
     void sitDown()
     {
         camera.start(CAMERAFEED, {"--demo"});
-        ASSERT_TRUE(eventually([&] { return camera.readAllStandardOutput().contains("writing"); }, forEver));
+        ASSERT_TRUE(eventually([&] { return camera.readAllStandardOutput().contains("writing"); }));
         ASSERT_TRUE(service.start());
         window = std::make_unique<MainWindow>(service.socketPath(), "Camera");
         window->show();
@@ -49,7 +47,7 @@ protected:
     template <class Condition>
     bool sees(Condition condition)
     {
-        return eventually(condition, forEver);
+        return eventually(condition);
     }
     /// The button with this text in a part of the window, once it can be pressed.
     template <class Button>
