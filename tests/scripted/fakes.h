@@ -2,6 +2,7 @@
 
 #include <mirovane/recognisers.h>
 
+#include <algorithm>
 #include <functional>
 #include <map>
 
@@ -106,7 +107,8 @@ struct FaceID : mirovane::FaceIDDetection, Called
     {
         *id = best(face);
         *feature = featureOf(face);
-        scores->assign(nextID, 0.0);
+        const int ids = entries.empty() ? 0 : entries.rbegin()->first + 1;
+        scores->assign(std::max(ids, nextID), 0.0);
         for (const auto &[entry, value] : entries)
             (*scores)[entry] = std::abs(value - brightness(face)) <= 3 ? matchScore : 0.1;
         return identifyResult;
