@@ -211,7 +211,7 @@ TEST_F(StorageTest, AnyThreadMayOpenWriteAndRemove)
     for (int round = 0; round < 2; ++round) {
         onThread([&] { store->open(true); });
         store->setConfig(7, "room1");
-        atOnce(20, {[&](int) {
+        atOnce(5, {[&](int) {
                         store->addFaceMat("a", "img", cv::Rect());
                         store->updateStudentInfo(student("a"));
                         store->setHistoryGalleries("x", "1");
@@ -241,7 +241,7 @@ TEST_F(StorageTest, AnyThreadMayOpenWriteAndRemove)
                 [&](int) { store->updateStudentName("nobody", "e"); },
                 [&](int) { store->deleteStudent("nobody"); }, [&](int) { store->clearHistoryGalleries(); }});
         onThread([&] { store->open(false); });
-        EXPECT_EQ(store->getStudentInfo().size(), 40);
+        EXPECT_EQ(store->getStudentInfo().size(), 10);
         onThread([&] { store->remove(); });
     }
 }
