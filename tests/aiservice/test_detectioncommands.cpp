@@ -84,11 +84,14 @@ TEST_F(ControllerTest, ARecordingOutlivesItsClientButNotTheService)
     EXPECT_EQ(start(folder), error(0));
     EXPECT_EQ(start("/elsewhere"), error(-15, "video record already start"));
     sendFrames(31);
-    EXPECT_TRUE(QFile::exists(event(1020, 1).info["videoLocalPath"].toString()));
+    const QString file = event(1020, 1).info["videoLocalPath"].toString();
     controller->resetStrategies(); // a lost client
     EXPECT_EQ(start({}), error(-15, "video record already start"));
     controller->close();
     EXPECT_EQ(controller->stopVideoRecord("1"), error(-15, "video record not start"));
+    cv::Mat picture;
+    EXPECT_TRUE(cv::VideoCapture(file.toStdString()).read(picture));
+    EXPECT_EQ(picture.size(), cv::Size(1920, 1080));
 }
 
 } // namespace

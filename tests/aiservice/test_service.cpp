@@ -1,4 +1,5 @@
 #include "aiservice.h"
+#include "atonce.h"
 #include "fixture.h"
 #include "logcapture.h"
 
@@ -118,6 +119,36 @@ TEST(ServiceObject, TheFirstInitialisationIsWhatARecoveryLoads)
         QObject::disconnect(thrower);
     }
     closeAll({&service, &next, &last, &thrown});
+}
+
+TEST(ServiceObject, OneCommandAtATime)
+{
+    QDir::setCurrent(QDir::tempPath());
+    ModelManagerTestAccess::Recognisers recognisers;
+    AIConfig::instance().setModelLoadFlag(0);
+    EventCatcher &catcher = EventCatcher::fresh();
+    AIService &service = makeService();
+    service.open("r");
+    service.execute(1001, {}, "r");
+    std::atomic<size_t> meanwhile{0};
+    recognisers.ids->onCall = [&] {
+        const size_t before = catcher.events(1021).size();
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        meanwhile += catcher.events(1021).size() - before;
+    };
+    const cv::Mat face(128, 128, CV_8UC3, cv::Scalar::all(90));
+    const QVariantMap guest{{"stuID", "guest"}, {"faceImg", ai_image::convertMat2Base64(face)}};
+    atOnce(100, {[&](int round) {
+                     if (round < 5)
+                         service.execute(1020, QVariantMap{{"galleries", QVariantList{guest}}}, "r");
+                 },
+                 [&](int) {
+                     service.execute(1026, {}, "r");
+                     std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                 }});
+    EXPECT_EQ(meanwhile, 0U);
+    EXPECT_EQ(catcher.events(1021).size(), 100U);
+    closeAll({&service});
 }
 
 } // namespace

@@ -90,6 +90,23 @@ TEST_F(DataManagerTest, AForeignFeatureOnlyMovesTheFace)
     EXPECT_EQ(manager->getStudentInfo(1).galleryScore, 0.7);
 }
 
+TEST_F(DataManagerTest, WhoIsNotThereIsTold)
+{
+    EXPECT_TRUE(manager->addStudent(student("a", 1)));
+    EXPECT_FALSE(manager->addStudent(student("a", 2)));
+    EXPECT_EQ(manager->getFaceID("a"), 1);
+    EXPECT_FALSE(manager->updateStudent(student("b", 2)));
+    EXPECT_FALSE(manager->updateStudentID("b", "a"));
+    EXPECT_FALSE(manager->removeStudent("b"));
+    EXPECT_FALSE(manager->updateBodyRect(2, cv::Rect(1, 2, 3, 4), 1));
+    EXPECT_FALSE(manager->updateFaceRect(2, cv::Rect(1, 2, 3, 4), cv::Mat(), FACE));
+    EXPECT_FALSE(manager->updateBodyMat(2, FACE));
+    EXPECT_EQ(manager->getFaceID("b"), -1);
+    EXPECT_EQ(manager->count(), 1);
+    EXPECT_TRUE(manager->removeStudent("a"));
+    EXPECT_EQ(manager->count(), 0);
+}
+
 TEST_F(DataManagerTest, EveryOperationMayMeetEveryOther)
 {
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});

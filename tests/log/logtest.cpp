@@ -5,8 +5,12 @@
 #include <gmock/gmock.h>
 
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
 #include <spdlog/spdlog.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -119,6 +123,26 @@ TEST_F(LogTest, ThresholdHoldsForFileAndConsole)
     EXPECT_EQ(console.count("text"), 2);
     EXPECT_TRUE(console.contains("text1    ==>>(:7)\r\n")) << console.constData();
     EXPECT_EQ(lines(), (QStringList{"[warning] text1    ==>>(:7)\r", "[critical] text2    ==>>(:7)\r", ""}));
+}
+
+TEST_F(LogTest, ATerminalGetsItsLines)
+{
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);
+    ASSERT_EQ(grantpt(terminal) | unlockpt(terminal), 0);
+    const int inside = open(ptsname(terminal), O_RDWR | O_NOCTTY);
+    const int usual = dup(STDOUT_FILENO);
+    std::fflush(stdout);
+    dup2(inside, STDOUT_FILENO);
+    start();
+    MyLog::setConsole(true);
+    log(QtWarningMsg, "shown");
+    MyLog::flush();
+    dup2(usual, STDOUT_FILENO);
+    char text[1000] = {};
+    EXPECT_GT(read(terminal, text, sizeof text - 1), 0);
+    EXPECT_TRUE(QByteArray(text).contains("shown")) << text;
+    for (const int file : {terminal, inside, usual})
+        close(file);
 }
 
 TEST_F(LogTest, LinesReachTheFileEveryThreeSeconds)

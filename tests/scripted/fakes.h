@@ -97,6 +97,7 @@ struct FaceID : mirovane::FaceIDDetection, Called
     }
     int extractFeature(const cv::Mat &face, cv::Mat *feature, bool) override
     {
+        called();
         if (extractResult < -1)
             return extractResult;
         *feature = featureOf(face);

@@ -382,6 +382,8 @@ TEST_F(HostileSegmentTest, ALaterLayoutIsHeldAgainstTheFirstBuffers)
     put(8, 4);
     put(12, 4);
     put(124, 1);
+    put(124 + 3 * 137, 1);
+    putText(124 + 3 * 137 + 32, "beyond");
     EXPECT_EQ(poll(), QList<int>{3});
 }
 

@@ -40,9 +40,9 @@ TEST_F(Game, ShowsRegionsAndTheBonesOfTheBiggestPersonInThem)
     };
     expectBones({}); // nobody in the region
     EXPECT_EQ(recognisers.pose->seen, cv::Size(400, 510));
-    recognisers.pose->rects = {{0, 0, 10, 10}, {0, 0, 20, 20}, {0, 0, 20, 20}};
+    recognisers.pose->rects = {{0, 0, 30, 1}, {0, 0, 10, 20}, {0, 0, 5, 30}, {0, 0, 20, 10}};
     recognisers.pose->keyPoints = {cv::Mat::zeros(1, 4, CV_32F), (cv::Mat_<float>(1, 5) << 400, 510, 0, 0, 7),
-                                   cv::Mat::ones(1, 4, CV_32F)};
+                                   cv::Mat::ones(1, 4, CV_32F), cv::Mat::ones(1, 4, CV_32F)};
     expectBones({QVariantMap{{"x", 75 + 550}, {"y", 100 + 700}}, QVariantMap{{"x", 75}, {"y", 100}}});
     recognisers.pose->keyPoints[1] = cv::Mat::ones(1, 4, CV_64F); // no floats
     expectBones({});

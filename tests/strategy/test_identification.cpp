@@ -62,6 +62,10 @@ TEST_F(Identification, FaceThenPlaceThenStoredFace)
     StudentInfo stored = students::get("stored");
     stored.faceIDValid = false;
     DataManager::instance()->updateStudent(stored);
+    stored.stuID = "nowhere";
+    stored.faceID = 99;
+    stored.faceRect = {10, 900, 60, 60};
+    DataManager::instance()->addStudent(stored);
 
     show({300, 300, 90, 90}, 50);
     run({{1380, 380, 200, 300}, {250, 250, 200, 400}, {850, 320, 200, 300}});
@@ -73,6 +77,7 @@ TEST_F(Identification, FaceThenPlaceThenStoredFace)
     EXPECT_EQ(status("place"), 2);
     EXPECT_EQ(body("place"), cv::Rect(850, 320, 200, 300));
     EXPECT_EQ(status("stored"), 3);
+    EXPECT_EQ(status("nowhere"), 0);
     EXPECT_EQ(body("stored"), cv::Rect(1380, 380, 200, 300));
 }
 
