@@ -33,8 +33,12 @@ class Bridge(unittest.TestCase):
         self.bridge.await_output("the service is there")
         return self.bridge
 
-    def start_all(self, extra=None):
-        self.broker = Broker(self.room)
+    def start_all(self, extra=None, persistence=False):
+        port = free_port()
+        settings = f"listener {port} 127.0.0.1\nallow_anonymous true\n"
+        if persistence:
+            settings += f"persistence true\npersistence_location {self.room.folder}/\n"
+        self.broker = Broker(self.room, settings, port)
         self.subscriber = Subscriber(self.room, self.broker.port)
         self.start_bridge(self.broker.port, extra)
         self.await_hands(1)
@@ -94,7 +98,8 @@ class Bridge(unittest.TestCase):
         self.assertTrue(self.as_configured())
 
     def test_nothing_is_lost_over_a_broker_that_ends_or_is_killed(self):
-        self.start_all()
+        # It keeps the subscriber's session, so whether that one or the bridge comes back first does not matter.
+        self.start_all(persistence=True)
         self.broker.process.end(signal.SIGTERM)
         self.bridge.await_output("waiting for the broker")
         time.sleep(3)  # events of this time have to wait
