@@ -65,7 +65,7 @@ TEST_F(LogTest, EachLevelHasItsLineAndFunctionNamesAreShort)
     log(QtDebugMsg, "a", "void A::debug(int)");
     log(QtWarningMsg, "b");
     log(QtCriticalMsg, "c {} {0} {x} %s", nullptr);
-    log(QtMsgType(77), "nothing");
+    log(QtMsgType(7), "nothing");
     for (const char *signature :
          {"int B::info(const QString &) const", "main", "void A::f(B (*)(int))", " f()", "(anonymous)"})
         log(QtInfoMsg, "d", signature);
