@@ -2,6 +2,7 @@
 
 #include "iasynccommand.h"
 #include "iservice.h"
+#include "logline.h"
 #include "wire.h"
 
 #include <QDebug>
@@ -131,7 +132,7 @@ void ServiceServer::newConnectionSlot()
 
 void ServiceServer::handleSocketRead(Connection connection)
 {
-    qInfo("ServiceServer::handleSocketRead begin");
+    LOG_INFO("ServiceServer::handleSocketRead begin");
     QMutexLocker lock(&socketMutex);
     QLocalSocket *socket = sockets.value(connection.serial);
     while (socket && socket->bytesAvailable() > wire::lengthFieldBytes) {
@@ -147,27 +148,27 @@ void ServiceServer::handleSocketRead(Connection connection)
         startCommand(connection, request);
     }
     lock.unlock();
-    qInfo("ServiceServer::handleSocketRead end");
+    LOG_INFO("ServiceServer::handleSocketRead end");
 }
 
 void ServiceServer::startCommand(Connection connection, const QVariantMap &request)
 {
     auto *command = new IAsyncCommand(service, request);
     const void *const address = command; // the pool deletes the command when it has run
-    qInfo("new IAsyncCommand=%p: data=%ls", address, qUtf16Printable(command->describe()));
+    LOG_INFO("new IAsyncCommand=", address, ": data=", command->describe());
     connect(command, &IAsyncCommand::finished, this, [this, connection, address](const QVariant &result) {
-        qInfo("finished IAsyncCommand=%p: ThreadPool active count=%d", address,
-              QThreadPool::globalInstance()->activeThreadCount());
+        LOG_INFO("finished IAsyncCommand=", address,
+                 ": ThreadPool active count=", QThreadPool::globalInstance()->activeThreadCount());
         const auto running = runningRequests.find(connection.serial);
         if (running != runningRequests.end())
             --*running;
         sendResponseData(connection, wire::encodePayload(result));
-        qInfo("responsed IAsyncCommand=%p", address);
+        LOG_INFO("responsed IAsyncCommand=", address);
     });
     ++runningRequests[connection.serial];
     QThreadPool::globalInstance()->start(command, 0);
-    qInfo("started IAsyncCommand=%p: ThreadPool active count=%d", address,
-          QThreadPool::globalInstance()->activeThreadCount());
+    LOG_INFO("started IAsyncCommand=", address,
+             ": ThreadPool active count=", QThreadPool::globalInstance()->activeThreadCount());
 }
 
 void ServiceServer::handleSocketDisconnect(Connection connection)
@@ -201,9 +202,9 @@ void ServiceServer::postMessage(unsigned int msg, const QVariant &eventInfo, con
 {
     QByteArray payload;
     for (const Connection &connection : qAsConst(connections)) {
-        qInfo("ServiceServer::postMessage begin: socket=%p", connection.address);
+        LOG_INFO("ServiceServer::postMessage begin: socket=", connection.address);
         if (!sockets.contains(connection.serial)) {
-            qWarning("ServiceServer::postMessage end: not found socket=%p", connection.address);
+            LOG_WARNING("ServiceServer::postMessage end: not found socket=", connection.address);
             continue;
         }
         if (payload.isNull())
@@ -213,7 +214,7 @@ void ServiceServer::postMessage(unsigned int msg, const QVariant &eventInfo, con
                                                       {QStringLiteral("event_type"), type},
                                                       {QStringLiteral("event_req_id"), requestID}});
         sendResponseData(connection, payload);
-        qInfo("ServiceServer::postMessage end");
+        LOG_INFO("ServiceServer::postMessage end");
     }
 }
 
@@ -226,8 +227,8 @@ void ServiceServer::sendResponseData(Connection connection, const QByteArray &pa
             return;
         const int firstSize = queue->size();
         queue->append(payload);
-        qDebug("ServiceServer::sendResponseData: socket=%pqueueFirstSize=%d, queueLastSize=%d",
-               connection.address, firstSize, queue->size());
+        LOG_DEBUG("ServiceServer::sendResponseData: socket=", connection.address,
+                  "queueFirstSize=", firstSize, ", queueLastSize=", queue->size());
     }
     awaitFlush(connection.serial);
 }
@@ -293,7 +294,7 @@ void ServiceServer::writeResponses(QLocalSocket &socket, const QList<QByteArray>
         written = behind || socket.waitForBytesWritten(writeTimeout);
     }
     if (written) {
-        qDebug("ServiceServer::flushSocket written ok: socket=%p", static_cast<const void *>(&socket));
+        LOG_DEBUG("ServiceServer::flushSocket written ok: socket=", static_cast<const void *>(&socket));
         return;
     }
     const QString text("ServiceServer::flushSocket: write response error <%1> <%2>");

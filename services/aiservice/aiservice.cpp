@@ -3,6 +3,7 @@
 #include "aiconfig.h"
 #include "aiservicecontroller.h"
 #include "commandreply.h"
+#include "logline.h"
 #include "picturetext.h"
 #include "qstorage.h"
 
@@ -129,7 +130,7 @@ QVariantMap AIService::close(const QString &requestID)
 
 QVariantMap AIService::info(unsigned int code, const QVariant &data, const QString &requestID)
 {
-    qInfo().noquote() << "AIService::info" << code << requestID << describe(data);
+    LOG_INFO("AIService::info ", code, " ", requestID, " ", describe(data));
     QVariantMap result;
     if (ai::find(ai::Question{code})) {
         result = status();
@@ -144,7 +145,7 @@ QVariantMap AIService::info(unsigned int code, const QVariant &data, const QStri
 QVariantMap AIService::execute(unsigned int code, const QVariant &data, const QString &requestID)
 {
     QMutexLocker locker(&serviceMutex);
-    qInfo().noquote() << "AIService::execute" << requestID << code << describe(data);
+    LOG_INFO("AIService::execute ", requestID, " ", code, " ", describe(data));
     const ai::CommandRow *row = ai::find(ai::Command{code});
     const State needed = row ? row->needs : State::Initialised;
     if (m_status < needed) {
@@ -155,7 +156,7 @@ QVariantMap AIService::execute(unsigned int code, const QVariant &data, const QS
     QVariantMap result = row ? run(*row, data.toMap(), requestID) : command::reply(Error::Unknown);
     if (result.contains(QStringLiteral("rsp_data")))
         setCommandCode(result, code);
-    qInfo().noquote() << "AIService::execute" << requestID << "end";
+    LOG_INFO("AIService::execute ", requestID, " end");
     return result;
 }
 
