@@ -114,10 +114,8 @@ void ServiceServer::newConnectionSlot()
         return;
     const Connection connection{++lastSerial, socket};
     sockets.insert(connection.serial, socket);
-    // Queued, because a socket emits these also from within a wait for its own writing.
-    connect(
-        socket, &QLocalSocket::readyRead, this, [this, connection] { handleSocketRead(connection); },
-        Qt::QueuedConnection);
+    connect(socket, &QLocalSocket::readyRead, this, [this, connection] { readSocket(connection); });
+    // Queued, because a socket emits this also from within a wait for its own writing.
     connect(
         socket, &QLocalSocket::disconnected, this, [this, connection] { handleSocketDisconnect(connection); },
         Qt::QueuedConnection);
@@ -130,16 +128,28 @@ void ServiceServer::newConnectionSlot()
     qInfo("ServiceServer connection new end: socket=%p", connection.address);
 }
 
+/// A socket tells of bytes also from within a wait for its own writing. They are read after that.
+void ServiceServer::readSocket(Connection connection)
+{
+    if (writing)
+        QMetaObject::invokeMethod(
+            this, [this, connection] { handleSocketRead(connection); }, Qt::QueuedConnection);
+    else
+        handleSocketRead(connection);
+}
+
 void ServiceServer::handleSocketRead(Connection connection)
 {
     LOG_INFO("ServiceServer::handleSocketRead begin");
     QMutexLocker lock(&socketMutex);
     QLocalSocket *socket = sockets.value(connection.serial);
     while (socket && socket->bytesAvailable() > wire::lengthFieldBytes) {
+        std::optional<qint32> length = frameSizes.take(connection.serial);
         QByteArray payload;
-        if (!wire::takePayload(*socket, frameSizes[connection.serial], payload))
+        if (!wire::takePayload(*socket, length, payload)) {
+            frameSizes.insert(connection.serial, length);
             return;
-        frameSizes.remove(connection.serial);
+        }
         QString refusal;
         const QVariantMap request = wire::decodePayload(payload, &refusal).toMap();
         if (!refusal.isEmpty())
@@ -284,15 +294,20 @@ QList<QByteArray> ServiceServer::takeResponses(quint64 serial)
 /// does not grow.
 void ServiceServer::writeResponses(QLocalSocket &socket, const QList<QByteArray> &responses)
 {
+    writing = true;
     const bool behind = socket.bytesToWrite() > 0;
     bool written = !behind || socket.waitForBytesWritten(writeTimeout);
     if (written) {
-        QDataStream stream(&socket);
-        stream.setVersion(wire::streamVersion);
-        for (const QByteArray &payload : responses)
-            stream << static_cast<qint32>(payload.size()) << payload;
-        written = behind || socket.waitForBytesWritten(writeTimeout);
+        for (const QByteArray &payload : responses) {
+            const auto head = wire::frameHead(payload.size(), payload.size());
+            socket.write(head.data(), qint64(head.size()));
+            socket.write(payload);
+        }
+        written =
+            behind || socket.flush() ||
+            (socket.state() == QLocalSocket::ConnectedState && socket.waitForBytesWritten(writeTimeout));
     }
+    writing = false;
     if (written) {
         LOG_DEBUG("ServiceServer::flushSocket written ok: socket=", static_cast<const void *>(&socket));
         return;

@@ -276,10 +276,10 @@ bool PayloadReader::readCount(quint32 &count, int smallestItem)
 /// taken and the result is empty.
 QByteArray takeArray(QIODevice &device)
 {
-    const QByteArray field = device.read(lengthFieldBytes);
-    if (field.size() < lengthFieldBytes)
+    char field[lengthFieldBytes];
+    if (device.read(field, lengthFieldBytes) < lengthFieldBytes)
         return {};
-    const auto length = qFromBigEndian<quint32>(field.constData());
+    const auto length = qFromBigEndian<quint32>(field);
     if (length == nullLength)
         return {};
     if (length > device.bytesAvailable()) {
@@ -421,15 +421,20 @@ QByteArray encodePayload(const QVariant &value)
     return writer.payload();
 }
 
+std::array<char, 8> frameHead(int firstLength, int payloadSize)
+{
+    std::array<char, 8> head;
+    qToBigEndian<qint32>(firstLength, head.data());
+    qToBigEndian<qint32>(payloadSize, head.data() + lengthFieldBytes);
+    return head;
+}
+
 namespace {
 
-QByteArray frameOf(const QByteArray &payload, qint64 firstLength)
+QByteArray frameOf(const QByteArray &payload, int firstLength)
 {
-    QByteArray frame;
-    QDataStream stream(&frame, QIODevice::WriteOnly);
-    stream.setVersion(streamVersion);
-    stream << static_cast<qint32>(firstLength) << payload;
-    return frame;
+    const auto head = frameHead(firstLength, payload.size());
+    return QByteArray(head.data(), int(head.size())) + payload;
 }
 
 } // namespace
@@ -443,7 +448,7 @@ QByteArray encodeFrame(const QVariant &value)
 QByteArray encodeRequest(const QVariant &value)
 {
     const QByteArray payload = encodePayload(value);
-    return frameOf(payload, payload.size() + lengthFieldBytes);
+    return frameOf(payload, payload.size() + int(lengthFieldBytes));
 }
 
 QVariant decodePayload(const QByteArray &payload, QString *refusal)
@@ -458,8 +463,11 @@ QVariant decodePayload(const QByteArray &payload, QString *refusal)
 
 bool takePayload(QIODevice &device, std::optional<qint32> &length, QByteArray &payload)
 {
-    if (!length)
-        length = qFromBigEndian<qint32>(device.read(lengthFieldBytes).constData());
+    if (!length) {
+        char field[lengthFieldBytes] = {};
+        device.read(field, lengthFieldBytes);
+        length = qFromBigEndian<qint32>(field);
+    }
     const qint64 available = device.bytesAvailable();
     if (available < *length || available == 0)
         return false;

@@ -68,9 +68,11 @@ QString describe(const QVariant &data)
 
 void setCommandCode(QVariantMap &result, unsigned int code)
 {
-    QVariantMap data = result.value(QStringLiteral("rsp_data")).toMap();
+    QVariant &entry = result[QStringLiteral("rsp_data")];
+    QVariantMap data = entry.toMap();
+    entry.clear(); // so that the map isn't copied
     data.insert(QStringLiteral("command_code"), code);
-    result.insert(QStringLiteral("rsp_data"), data);
+    entry = data;
 }
 
 } // namespace
@@ -90,7 +92,8 @@ AIService::~AIService()
 
 QString AIService::version()
 {
-    return QStringLiteral("%1.%2").arg(versionMajor).arg(versionMinor);
+    static const QString text = QStringLiteral("%1.%2").arg(versionMajor).arg(versionMinor);
+    return text;
 }
 
 void AIService::run() {}

@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string_view>
 #include <thread>
 #include <tuple>
@@ -146,14 +147,14 @@ public:
 protected:
     void sink_it_(const spdlog::details::log_msg &message) override
     {
-        const auto now = std::chrono::steady_clock::now();
-        if (now < nextTry)
+        if (nextTry && std::chrono::steady_clock::now() < *nextTry)
             return;
         try {
             file.log(message);
+            nextTry.reset();
         } catch (const spdlog::spdlog_ex &error) {
             if (std::strstr(error.what(), "Failed opening file"))
-                nextTry = now + std::chrono::seconds(1);
+                nextTry = std::chrono::steady_clock::now() + std::chrono::seconds(1);
             throw;
         }
     }
@@ -166,12 +167,14 @@ protected:
 
 private:
     spdlog::sinks::daily_file_sink<spdlog::details::null_mutex, TimedFileName> file;
-    std::chrono::steady_clock::time_point nextTry;
+    std::optional<std::chrono::steady_clock::time_point> nextTry;
 };
 
 void append(spdlog::memory_buf_t &line, std::string_view text)
 {
-    line.append(text.data(), text.data() + text.size());
+    const std::size_t end = line.size();
+    line.resize(end + text.size()); // fmt's own appending goes byte by byte
+    std::memcpy(line.data() + end, text.data(), text.size());
 }
 
 /// Gives lines on as messageHandler() has made them, so that no sink makes one under its lock.
