@@ -92,7 +92,7 @@ TEST_F(StoreFaults, AWriteThatFailsCostsItsOwnRowAndNoOther)
     failEachWrite(ENOSPC, 1);
     failEachWrite(EIO, 0);
     std::printf("%d scripts, the longest of %d writes\n", m_scripts, m_largest);
-    EXPECT_TRUE(service.standardOutput().contains("sqlite exec add student failed,error: "));
+    EXPECT_TRUE(service.waitForOutput("sqlite exec add student failed,error: "));
 
     const QStringList kept = rows();
     service.crash();
@@ -108,7 +108,7 @@ TEST_F(StoreFaults, AStoreThatCannotBeMadeCostsTheStoreAlone)
     service.faults.failFrom = 1;
     service.faults.failUntil = std::numeric_limits<int>::max();
     startClass();
-    EXPECT_TRUE(service.standardOutput().contains("database open failed,error: "));
+    EXPECT_TRUE(service.waitForOutput("database open failed,error: "));
     EXPECT_EQ(enrol({"Ada"}), QStringList{"Ada"});
     EXPECT_EQ(studentsOf(*client), QStringList{"Ada"});
 
