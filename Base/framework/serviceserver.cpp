@@ -1,5 +1,6 @@
 #include "serviceserver.h"
 
+#include "counters.h"
 #include "iasynccommand.h"
 #include "iservice.h"
 #include "wire.h"
@@ -14,6 +15,27 @@ namespace {
 constexpr int flushInterval = 2;    // milliseconds
 constexpr int writeTimeout = 30000; // milliseconds
 constexpr int probeTimeout = 10000; // milliseconds
+
+/// Counts messages that begin to wait, or with -1 as a sign, no longer do.
+void countWaiting(const QList<QByteArray> &payloads, int sign)
+{
+    counters::Traffic &traffic = counters::page().traffic;
+    for (const QByteArray &payload : payloads)
+        traffic.waitingBytes.add(sign * qint64(payload.size()));
+    traffic.waitingMessages.add(sign * qint64(payloads.size()));
+}
+
+void countWritten(const QList<QByteArray> &payloads, bool written)
+{
+    counters::Traffic &traffic = counters::page().traffic;
+    if (!written) {
+        traffic.droppedMessages.add(payloads.size());
+        return;
+    }
+    traffic.sentMessages.add(payloads.size());
+    for (const QByteArray &payload : payloads)
+        traffic.sentBytes.add(payload.size());
+}
 
 } // namespace
 
@@ -122,6 +144,8 @@ void ServiceServer::newConnectionSlot()
         Qt::QueuedConnection);
     connect(socket, &QLocalSocket::errorOccurred, this, &ServiceServer::handleSocketError);
     connections.append(connection);
+    counters::page().traffic.connections.add();
+    counters::page().traffic.connectionsEver.add();
     {
         QMutexLocker lock(&queueMutex);
         responseQueues.insert(connection.serial, {});
@@ -175,14 +199,18 @@ void ServiceServer::handleSocketDisconnect(Connection connection)
     qInfo("ServiceServer connection disconnect: socket=%p", connection.address);
     {
         QMutexLocker lock(&socketMutex);
-        if (QLocalSocket *socket = sockets.take(connection.serial))
+        if (QLocalSocket *socket = sockets.take(connection.serial)) {
+            counters::page().traffic.connections.add(-1);
             socket->deleteLater();
+        }
         frameSizes.remove(connection.serial);
         runningRequests.remove(connection.serial);
         flushTimes.remove(connection.serial);
         waiting.erase(connection.serial);
         QMutexLocker queueLock(&queueMutex);
-        responseQueues.remove(connection.serial);
+        const QList<QByteArray> unsent = responseQueues.take(connection.serial);
+        countWaiting(unsent, -1);
+        countWritten(unsent, false);
     }
     listenAgain();
     if (!service->disconnectReset())
@@ -199,6 +227,9 @@ void ServiceServer::handleSocketError(QLocalSocket::LocalSocketError error)
 void ServiceServer::postMessage(unsigned int msg, const QVariant &eventInfo, const QString &type,
                                 const QString &requestID)
 {
+    counters::EventRow &counted = counters::find(counters::page().events, std::int64_t(msg));
+    counted.events.add();
+    counted.newest.set(counters::now());
     QByteArray payload;
     for (const Connection &connection : qAsConst(connections)) {
         qInfo("ServiceServer::postMessage begin: socket=%p", connection.address);
@@ -226,6 +257,7 @@ void ServiceServer::sendResponseData(Connection connection, const QByteArray &pa
             return;
         const int firstSize = queue->size();
         queue->append(payload);
+        countWaiting({payload}, 1);
         qDebug("ServiceServer::sendResponseData: socket=%pqueueFirstSize=%d, queueLastSize=%d",
                connection.address, firstSize, queue->size());
     }
@@ -275,6 +307,7 @@ QList<QByteArray> ServiceServer::takeResponses(quint64 serial)
         return {};
     QList<QByteArray> responses;
     responses.swap(*queue);
+    countWaiting(responses, -1);
     return responses;
 }
 
@@ -292,6 +325,7 @@ void ServiceServer::writeResponses(QLocalSocket &socket, const QList<QByteArray>
             stream << static_cast<qint32>(payload.size()) << payload;
         written = behind || socket.waitForBytesWritten(writeTimeout);
     }
+    countWritten(responses, written);
     if (written) {
         qDebug("ServiceServer::flushSocket written ok: socket=%p", static_cast<const void *>(&socket));
         return;

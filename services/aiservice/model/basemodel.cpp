@@ -1,5 +1,6 @@
 #include "basemodel.h"
 
+#include "counters.h"
 #include "rectutil.h"
 
 #include <QDebug>
@@ -35,9 +36,17 @@ bool BaseModel::detect()
         return true;
     QElapsedTimer clock;
     clock.start();
+    auto &counted = counters::find(counters::page().recognisers, int(m_row.recogniser));
+    const std::int64_t begin = counters::now();
     {
         QMutexLocker locker(lockOf(m_row));
-        if (!guarded([this] { call(); }) || !fits()) {
+        const std::int64_t turn = counters::now();
+        const bool succeeded = guarded([this] { call(); }) && fits();
+        counters::addTime(counted.time, counted.longest, counters::now() - turn);
+        counted.waited.add(turn - begin);
+        counted.calls.add();
+        if (!succeeded) {
+            counted.failed.add();
             discard();
             return false;
         }
