@@ -207,6 +207,8 @@ QJsonObject counters_text::object(const Page &page)
             const QString name = counters::nameOf(*place.row);
             QJsonObject row = part[name].toObject();
             row.insert(field.name, value);
+            if (const unsigned code = place.code())
+                row.insert("code", int(code));
             part.insert(name, row);
         } else {
             part.insert(field.name, value);
