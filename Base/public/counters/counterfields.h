@@ -149,16 +149,19 @@ inline double shown(Unit unit, const Counter &counter, std::int64_t now)
     return double(value);
 }
 
-/// A place where `Section` and `Row` tell the numbers of a page apart: the row is null for one of the service
-/// as a whole.
+/// Where a number stands.
 struct Place
 {
-    const char *section;  ///< in the JSON of `aictl top`
-    const char *rowLabel; ///< label of the row's name for Prometheus
-    const RowHead *row;
+    const char *section;          ///< in the JSON of `aictl top`
+    const char *label = nullptr;  ///< for Prometheus, of the row's name
+    bool hasCode = false;         ///< rows are of requests or events
+    const RowHead *row = nullptr; ///< null for what is counted of the service as a whole
+
+    /// Of the request or event; 0 without one.
+    unsigned code() const { return hasCode && row->key > 0 ? static_cast<unsigned>(row->key) : 0; }
 };
 
-/// Calls visit(place, field, counter) for every number of a page, rows one after the other.
+/// Calls visit(place, field, counter) for every number of a page, row after row.
 template <class Visit>
 void forEach(const Page &page, Visit visit)
 {
@@ -166,20 +169,22 @@ void forEach(const Page &page, Visit visit)
         for (const auto &field : fields)
             visit(place, field, row.*field.counter);
     };
-    const auto eachRow = [&eachField](const char *section, const char *label, const auto &fields,
-                                      const auto &table) {
+    const auto eachRow = [&eachField](Place place, const auto &fields, const auto &table) {
         const std::uint64_t used =
             std::min<std::uint64_t>(table.used.load(std::memory_order_acquire), table.most);
-        for (std::uint64_t i = 0; i < used; ++i)
-            eachField({section, label, &table.rows[i].head}, fields, table.rows[i]);
+        for (std::uint64_t i = 0; i < used; ++i) {
+            place.row = &table.rows[i].head;
+            eachField(place, fields, table.rows[i]);
+        }
     };
-    eachField({"frames", nullptr, nullptr}, frameFields, page.frames);
-    eachField({"traffic", nullptr, nullptr}, trafficFields, page.traffic);
-    eachField({"store", nullptr, nullptr}, storeFields, page.store);
-    eachRow("analyses", "analysis", analysisFields, page.analyses);
-    eachRow("recognisers", "recogniser", recogniserFields, page.recognisers);
-    eachRow("requests", "request", requestFields, page.requests);
-    eachRow("events", "event", eventFields, page.events);
+    constexpr bool withCodes = true;
+    eachField({"frames"}, frameFields, page.frames);
+    eachField({"traffic"}, trafficFields, page.traffic);
+    eachField({"store"}, storeFields, page.store);
+    eachRow({"analyses", "analysis"}, analysisFields, page.analyses);
+    eachRow({"recognisers", "recogniser"}, recogniserFields, page.recognisers);
+    eachRow({"requests", "request", withCodes}, requestFields, page.requests);
+    eachRow({"events", "event", withCodes}, eventFields, page.events);
 }
 
 } // namespace counters
