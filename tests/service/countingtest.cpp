@@ -124,6 +124,10 @@ TEST_F(Counting, EveryFrameRequestEventAndCall)
 
     Program top(AICTL_BINARY, {"top", "--once", "--json"}, {}, service.home());
     EXPECT_EQ(top.exitCode(), 0) << top.errors();
+    Program live(AICTL_BINARY, {"top", "--json", "--interval", "0.05"}, {}, service.home());
+    EXPECT_TRUE(live.hasLines(3));
+    live.interrupt();
+    EXPECT_EQ(live.exitCode(), 0);
     const QJsonObject shown = top.json(0);
     EXPECT_EQ(shown["process"].toObject()["id"], double(service.processId()));
     EXPECT_GT(shown["process"].toObject()["resident_bytes"].toDouble(), 1e6);

@@ -56,7 +56,9 @@ constexpr std::size_t nameBytes = 32;
 struct RowHead
 {
     char name[nameBytes];
-    std::int64_t key; ///< the code of a request or event; of others a number of the service's own
+    /// Of a request its kind in the upper half and its code in the lower one; of an event its code; of others
+    /// a number of the service's own; -1 of the row for all the rest.
+    std::int64_t key;
 };
 
 /// One that takes frames of the camera: an analysis, or the recorder. Every offered frame ends in exactly one
@@ -79,7 +81,7 @@ struct alignas(cacheLine) RecogniserRow
 {
     RowHead head;
     Counter calls;
-    Counter failed;  ///< threw, or delivered what can't be
+    Counter failed;  ///< threw, or delivered what can't be; both stand in the log, too
     Counter time;    ///< of all calls together, without the waiting for a turn
     Counter longest; ///< of one call
     Counter waited;  ///< of all calls, for their turn

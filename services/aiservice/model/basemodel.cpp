@@ -16,6 +16,11 @@ QMutex *lockOf(const RecogniserRow &row)
     return row.takesTurns ? &locks[&row - recogniserTable] : nullptr;
 }
 
+counters::RecogniserRow &countedIn(const RecogniserRow &row)
+{
+    return counters::find(counters::page().recognisers, int(row.recogniser));
+}
+
 } // namespace
 
 BaseModel::BaseModel(const cv::Mat &image, Recogniser recogniser, bool available)
@@ -36,7 +41,7 @@ bool BaseModel::detect()
         return true;
     QElapsedTimer clock;
     clock.start();
-    auto &counted = counters::find(counters::page().recognisers, int(m_row.recogniser));
+    counters::RecogniserRow &counted = countedIn(m_row);
     const std::int64_t begin = counters::now();
     {
         QMutexLocker locker(lockOf(m_row));
@@ -46,7 +51,6 @@ bool BaseModel::detect()
         counted.waited.add(turn - begin);
         counted.calls.add();
         if (!succeeded) {
-            counted.failed.add();
             discard();
             return false;
         }
@@ -82,6 +86,7 @@ bool BaseModel::hasLength(size_t length, size_t expected) const
 {
     if (length == expected)
         return true;
+    countedIn(m_row).failed.add();
     qCritical("[%s] recogniser delivered %zu results instead of %zu", m_row.callTag, length, expected);
     return false;
 }
@@ -94,5 +99,6 @@ void BaseModel::bound(std::vector<cv::Rect> &rects)
 
 void BaseModel::logThrown(const char *what) const
 {
+    countedIn(m_row).failed.add();
     qCritical("[%s] recogniser threw: %s", m_row.callTag, what);
 }
