@@ -58,6 +58,7 @@ TEST_F(CountersPage, ReadersSeeWhatIsCountedAndLivesAreCountedOn)
     EXPECT_EQ(counters::writerOf(*page()), counters::Writer::Counts);
     constexpr int threads = 4, rounds = 20000;
     std::vector<std::thread> counting;
+    counting.reserve(threads);
     for (int i = 0; i < threads; ++i)
         counting.emplace_back([i] {
             for (int round = 0; round < rounds; ++round) {

@@ -52,7 +52,7 @@ public:
         const bool continues = areOfOneLife(m_before.get(), *page);
         const qint64 life = QDateTime::currentMSecsSinceEpoch() - page->startTime;
         const qint64 time = std::max<qint64>(1, continues ? m_clock.elapsed() : life);
-        const QString text = counters_text::table(
+        QString text = counters_text::table(
             {*page, continues ? m_before.get() : nullptr, double(time) / millisecondsPerSecond, m_allRows});
         m_before = std::move(page);
         m_clock.start();
@@ -81,6 +81,7 @@ int runTop(Console &console, const Arguments &arguments)
         return WrongUsage;
     }
     const bool asJson = arguments.has("json");
+    const bool onScreen = !asJson && isTerminal();
     Top top(asJson, arguments.has("all"));
     if (arguments.has("once") || console.inSession()) {
         Console::print(top.look());
@@ -92,11 +93,11 @@ int runTop(Console &console, const Arguments &arguments)
     QString told;
     while (!Console::interrupted()) {
         const QString text = top.look();
-        if (isTerminal() && !asJson)
+        if (onScreen)
             Console::print(clearScreen + text + top.problem() + '\n');
         else
             Console::print(text);
-        if (top.problem() != told && !top.problem().isEmpty() && !(isTerminal() && !asJson))
+        if (!onScreen && top.problem() != told && !top.problem().isEmpty())
             Console::complain(top.problem());
         told = top.problem();
         for (int waited = 0; waited < interval && !Console::interrupted(); waited += slice)

@@ -34,6 +34,14 @@ QString age(const Counter &moment)
     return std::isnan(seconds) ? QStringLiteral("never") : decimals(seconds) + " s ago";
 }
 
+/// Nothing once it is gone: another process may have its number.
+std::optional<counters::ProcessUsage> usageOf(const Page &page)
+{
+    if (counters::writerOf(page) != counters::Writer::Counts)
+        return {};
+    return counters::usageOf(page.process);
+}
+
 QString line(const QString &name, const QStringList &cells)
 {
     QString text = name.leftJustified(nameWidth);
@@ -90,7 +98,7 @@ QString section(const counters_text::View &view, Rows Page::*table, Counts count
 QString processLines(const counters_text::View &view)
 {
     const Page &page = view.page;
-    const auto usage = counters::usageOf(page.process);
+    const auto usage = usageOf(page);
     QString text;
     QTextStream out(&text);
     const qint64 alive = (QDateTime::currentMSecsSinceEpoch() - page.startTime) / 1000;
@@ -194,7 +202,7 @@ QJsonObject counters_text::object(const Page &page)
         {"start", QDateTime::fromMSecsSinceEpoch(page.startTime).toUTC().toString(Qt::ISODateWithMs)},
         {"restarts", double(page.restarts)},
         {"crashes", double(page.crashes)}};
-    if (const auto usage = counters::usageOf(page.process); usage && process["alive"].toBool()) {
+    if (const auto usage = usageOf(page)) {
         process.insert("processor_seconds", usage->processorSeconds);
         process.insert("resident_bytes", double(usage->residentBytes));
     }

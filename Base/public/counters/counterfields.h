@@ -158,7 +158,7 @@ struct Place
     const RowHead *row = nullptr; ///< null for what is counted of the service as a whole
 
     /// Of the request or event; 0 without one.
-    unsigned code() const { return hasCode && row->key > 0 ? static_cast<unsigned>(row->key) : 0; }
+    unsigned code() const { return hasCode && row && row->key > 0 ? static_cast<unsigned>(row->key) : 0; }
 };
 
 /// Calls visit(place, field, counter) for every number of a page, row after row.
