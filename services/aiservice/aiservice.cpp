@@ -4,6 +4,7 @@
 #include "aiservicecontroller.h"
 #include "commandreply.h"
 #include "countednames.h"
+#include "logline.h"
 #include "picturetext.h"
 #include "qstorage.h"
 
@@ -68,9 +69,11 @@ QString describe(const QVariant &data)
 
 void setCommandCode(QVariantMap &result, unsigned int code)
 {
-    QVariantMap data = result.value(QStringLiteral("rsp_data")).toMap();
+    QVariant &entry = result[QStringLiteral("rsp_data")];
+    QVariantMap data = entry.toMap();
+    entry.clear(); // so that the map isn't copied
     data.insert(QStringLiteral("command_code"), code);
-    result.insert(QStringLiteral("rsp_data"), data);
+    entry = data;
 }
 
 } // namespace
@@ -91,7 +94,8 @@ AIService::~AIService()
 
 QString AIService::version()
 {
-    return QStringLiteral("%1.%2").arg(versionMajor).arg(versionMinor);
+    static const QString text = QStringLiteral("%1.%2").arg(versionMajor).arg(versionMinor);
+    return text;
 }
 
 void AIService::run() {}
@@ -131,7 +135,7 @@ QVariantMap AIService::close(const QString &requestID)
 
 QVariantMap AIService::info(unsigned int code, const QVariant &data, const QString &requestID)
 {
-    qInfo().noquote() << "AIService::info" << code << requestID << describe(data);
+    LOG_INFO("AIService::info ", code, " ", requestID, " ", describe(data));
     QVariantMap result;
     if (ai::find(ai::Question{code})) {
         result = status();
@@ -146,7 +150,7 @@ QVariantMap AIService::info(unsigned int code, const QVariant &data, const QStri
 QVariantMap AIService::execute(unsigned int code, const QVariant &data, const QString &requestID)
 {
     QMutexLocker locker(&serviceMutex);
-    qInfo().noquote() << "AIService::execute" << requestID << code << describe(data);
+    LOG_INFO("AIService::execute ", requestID, " ", code, " ", describe(data));
     const ai::CommandRow *row = ai::find(ai::Command{code});
     const State needed = row ? row->needs : State::Initialised;
     if (m_status < needed) {
@@ -157,7 +161,7 @@ QVariantMap AIService::execute(unsigned int code, const QVariant &data, const QS
     QVariantMap result = row ? run(*row, data.toMap(), requestID) : command::reply(Error::Unknown);
     if (result.contains(QStringLiteral("rsp_data")))
         setCommandCode(result, code);
-    qInfo().noquote() << "AIService::execute" << requestID << "end";
+    LOG_INFO("AIService::execute ", requestID, " end");
     return result;
 }
 

@@ -45,6 +45,7 @@ int main(int argc, char *argv[])
 #endif
     heap::keepFreed();
     ignoreBrokenPipes();
+    qputenv("QT_NO_GLIB", "1"); // Qt's own event loops make do with fewer system calls
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("utf-8"));
     QCoreApplication application(argc, argv);
 
