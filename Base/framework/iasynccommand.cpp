@@ -1,5 +1,6 @@
 #include "iasynccommand.h"
 
+#include "counters.h"
 #include "iservice.h"
 #include "logline.h"
 
@@ -35,11 +36,18 @@ IAsyncCommand::IAsyncCommand(IService *target, QVariantMap requestMap)
       service(target),
       kind(request.value(QStringLiteral("req_code")).toInt()),
       requestID(request.value(QStringLiteral("req_id")).toString()),
-      deadline(request.value(QStringLiteral("req_deadline")).toLongLong())
+      deadline(request.value(QStringLiteral("req_deadline")).toLongLong()),
+      arrived(counters::now())
 {
+    counters::page().traffic.requestsUnderWay.add();
     const QVariantMap command = request.value(QStringLiteral("req_data")).toMap();
     code = static_cast<unsigned int>(command.value(QStringLiteral("command_code")).toInt());
     data = command.value(QStringLiteral("data"));
+}
+
+IAsyncCommand::~IAsyncCommand()
+{
+    counters::page().traffic.requestsUnderWay.add(-1);
 }
 
 QString IAsyncCommand::describe() const
@@ -70,8 +78,20 @@ void IAsyncCommand::run()
     }
     result[QStringLiteral("rsp_id")] = request.value(QStringLiteral("req_id2"));
     result[QStringLiteral("type")] = ai::code(ai::MessageType::Reply);
+    count(result);
     emit finished(result);
     LOG_DEBUG("run IAsyncCommand=", self, " end: cmd=", kind, ", requestID=", shown(requestID));
+}
+
+void IAsyncCommand::count(const QVariantMap &result) const
+{
+    const bool hasCode = ai::Kind{kind} == ai::Kind::Execute || ai::Kind{kind} == ai::Kind::Info;
+    counters::RequestRow &row =
+        counters::find(counters::page().requests, counters::requestKey(kind, hasCode ? code : 0));
+    counters::addTime(row.time, row.longest, counters::now() - arrived);
+    row.requests.add();
+    if (result.value(QStringLiteral("rsp_error")).toInt() != 0)
+        row.failed.add();
 }
 
 QVariantMap IAsyncCommand::callService() const

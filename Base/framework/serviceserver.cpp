@@ -1,5 +1,6 @@
 #include "serviceserver.h"
 
+#include "counters.h"
 #include "iasynccommand.h"
 #include "iservice.h"
 #include "logline.h"
@@ -15,6 +16,33 @@ namespace {
 constexpr int flushInterval = 2;    // milliseconds
 constexpr int writeTimeout = 30000; // milliseconds
 constexpr int probeTimeout = 10000; // milliseconds
+
+qint64 bytesOf(const QList<QByteArray> &payloads)
+{
+    qint64 bytes = 0;
+    for (const QByteArray &payload : payloads)
+        bytes += payload.size();
+    return bytes;
+}
+
+/// Counts messages that begin to wait, or with negative numbers, no longer do.
+void countWaiting(qint64 messages, qint64 bytes)
+{
+    counters::Traffic &traffic = counters::page().traffic;
+    traffic.waitingMessages.add(messages);
+    traffic.waitingBytes.add(bytes);
+}
+
+void countWritten(const QList<QByteArray> &payloads, bool written)
+{
+    counters::Traffic &traffic = counters::page().traffic;
+    if (!written) {
+        traffic.droppedMessages.add(payloads.size());
+        return;
+    }
+    traffic.sentMessages.add(payloads.size());
+    traffic.sentBytes.add(bytesOf(payloads));
+}
 
 } // namespace
 
@@ -121,6 +149,8 @@ void ServiceServer::newConnectionSlot()
         Qt::QueuedConnection);
     connect(socket, &QLocalSocket::errorOccurred, this, &ServiceServer::handleSocketError);
     connections.append(connection);
+    counters::page().traffic.connections.add();
+    counters::page().traffic.connectionsEver.add();
     {
         QMutexLocker lock(&queueMutex);
         responseQueues.insert(connection.serial, {});
@@ -186,14 +216,18 @@ void ServiceServer::handleSocketDisconnect(Connection connection)
     qInfo("ServiceServer connection disconnect: socket=%p", connection.address);
     {
         QMutexLocker lock(&socketMutex);
-        if (QLocalSocket *socket = sockets.take(connection.serial))
+        if (QLocalSocket *socket = sockets.take(connection.serial)) {
+            counters::page().traffic.connections.add(-1);
             socket->deleteLater();
+        }
         frameSizes.remove(connection.serial);
         runningRequests.remove(connection.serial);
         flushTimes.remove(connection.serial);
         waiting.erase(connection.serial);
         QMutexLocker queueLock(&queueMutex);
-        responseQueues.remove(connection.serial);
+        const QList<QByteArray> unsent = responseQueues.take(connection.serial);
+        countWaiting(-unsent.size(), -bytesOf(unsent));
+        countWritten(unsent, false);
     }
     listenAgain();
     if (!service->disconnectReset())
@@ -210,6 +244,9 @@ void ServiceServer::handleSocketError(QLocalSocket::LocalSocketError error)
 void ServiceServer::postMessage(unsigned int msg, const QVariant &eventInfo, const QString &type,
                                 const QString &requestID)
 {
+    counters::EventRow &counted = counters::find(counters::page().events, std::int64_t(msg));
+    counted.events.add();
+    counted.newest.set(counters::now());
     QByteArray payload;
     for (const Connection &connection : qAsConst(connections)) {
         LOG_INFO("ServiceServer::postMessage begin: socket=", connection.address);
@@ -237,6 +274,7 @@ void ServiceServer::sendResponseData(Connection connection, const QByteArray &pa
             return;
         const int firstSize = queue->size();
         queue->append(payload);
+        countWaiting(1, payload.size());
         LOG_DEBUG("ServiceServer::sendResponseData: socket=", connection.address,
                   "queueFirstSize=", firstSize, ", queueLastSize=", queue->size());
     }
@@ -286,6 +324,7 @@ QList<QByteArray> ServiceServer::takeResponses(quint64 serial)
         return {};
     QList<QByteArray> responses;
     responses.swap(*queue);
+    countWaiting(-responses.size(), -bytesOf(responses));
     return responses;
 }
 
@@ -308,6 +347,7 @@ void ServiceServer::writeResponses(QLocalSocket &socket, const QList<QByteArray>
             (socket.state() == QLocalSocket::ConnectedState && socket.waitForBytesWritten(writeTimeout));
     }
     writing = false;
+    countWritten(responses, written);
     if (written) {
         LOG_DEBUG("ServiceServer::flushSocket written ok: socket=", static_cast<const void *>(&socket));
         return;

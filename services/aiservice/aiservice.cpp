@@ -3,6 +3,7 @@
 #include "aiconfig.h"
 #include "aiservicecontroller.h"
 #include "commandreply.h"
+#include "countednames.h"
 #include "logline.h"
 #include "picturetext.h"
 #include "qstorage.h"
@@ -80,6 +81,7 @@ void setCommandCode(QVariantMap &result, unsigned int code)
 AIService::AIService() : IService(QStringLiteral("AI"), false)
 {
     qInfo("%s", qUtf8Printable(QStringLiteral("construct %1").arg(serviceName)));
+    nameCounters();
     controller = new AIServiceController(nullptr);
     connect(controller, &AIServiceController::serviceMessgeSignal, this, &IService::serviceMessgeSignal);
 }
