@@ -1,14 +1,14 @@
 #include "mylog.h"
 
-#include <QRegularExpression>
-
 #include <gmock/gmock.h>
+#include <spdlog/spdlog.h>
+
+#include <QRegularExpression>
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
-#include <spdlog/spdlog.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
