@@ -1,6 +1,7 @@
 #include "aiconfig.h"
 #include "aiservice.h"
 #include "crash_dump.h"
+#include "heap.h"
 #include "kqstartservice.h"
 #include "leftfiles.h"
 #include "messageSender.h"
@@ -16,9 +17,6 @@
 #include <csignal>
 #include <cstdlib>
 
-#ifdef __GLIBC__
-#include <malloc.h>
-#endif
 #ifndef Q_OS_WIN
 #include <sys/stat.h>
 #endif
@@ -28,18 +26,6 @@ namespace {
 constexpr char serviceName[] = "AI";
 constexpr int everyLevel = 0;
 constexpr qint64 longestInfo = 10000; // bytes
-
-/// Pictures and events of some megabytes come and go with every frame. Kept in the heap, they aren't
-/// faulted in anew each time. Few arenas, because each keeps its own.
-void keepHeap()
-{
-#ifdef __GLIBC__
-    constexpr int megabyte = 1024 * 1024;
-    mallopt(M_MMAP_THRESHOLD, 32 * megabyte); // the most that it takes
-    mallopt(M_TRIM_THRESHOLD, 256 * megabyte);
-    mallopt(M_ARENA_MAX, 4);
-#endif
-}
 
 /// The console's reader may go while the service lives; writing to it must not end the process.
 void ignoreBrokenPipes()
@@ -56,7 +42,7 @@ int main(int argc, char *argv[])
 #ifndef Q_OS_WIN
     umask(S_IRWXG | S_IRWXO); // pictures of children lie in what is made from here on
 #endif
-    keepHeap();
+    heap::keepFreed();
     ignoreBrokenPipes();
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("utf-8"));
     QCoreApplication application(argc, argv);

@@ -18,6 +18,7 @@
 #include <QSemaphore>
 #include <QThread>
 #include <QThreadPool>
+#include <QWaitCondition>
 
 #include <array>
 #include <atomic>
@@ -330,6 +331,19 @@ QMutex::~QMutex()
     if (dladdr(this, &library) == 0)
         __tsan_mutex_destroy(this, 0);
     qt(this);
+}
+
+/// Gives the mutex away from within Qt.
+bool QWaitCondition::wait(QMutex *mutex, QDeadlineTimer deadline)
+{
+    static const auto qt = original<bool (*)(QWaitCondition *, QMutex *, QDeadlineTimer)>(
+        "_ZN14QWaitCondition4waitEP6QMutex14QDeadlineTimer");
+    __tsan_mutex_pre_unlock(mutex, 0);
+    __tsan_mutex_post_unlock(mutex, 0);
+    const bool woken = qt(this, mutex, deadline);
+    __tsan_mutex_pre_lock(mutex, 0);
+    __tsan_mutex_post_lock(mutex, 0, 0);
+    return woken;
 }
 
 void QSemaphore::acquire(int count)

@@ -1,5 +1,6 @@
 #include "basestrategy.h"
 
+#include "heap.h"
 #include "imageutil.h"
 
 #include <QCoreApplication>
@@ -9,6 +10,7 @@
 namespace {
 
 std::atomic<int> seenByAll{0};
+std::atomic<int> living{0}; // strategies in memory
 
 } // namespace
 
@@ -20,12 +22,15 @@ BaseStrategy::BaseStrategy(const QString &name, const QString &requestID, QObjec
     m_thread->moveToThread(QCoreApplication::instance()->thread());
     connect(m_thread, &QThread::finished, m_thread, &QObject::deleteLater);
     moveToThread(m_thread);
+    ++living;
 }
 
 BaseStrategy::~BaseStrategy()
 {
     qInfo().noquote().nospace() << "strategy destroy,name: " << m_name;
     m_state = State::ended;
+    if (--living == 0)
+        heap::giveBack();
     if (!m_thread->isRunning()) {
         m_thread->deleteLater();
         return;
