@@ -94,6 +94,8 @@ TEXT
     timeout $((seconds / 2)) mosquitto_sub -V 5 -p "$port" -t 'classroom/#' -v || true
     say "looking, and leaving, ends nothing: aictl status"
     "$bin/aictl" status
+    say "what the service does: aictl top --once"
+    "$bin/aictl" top --once
     say "the service is killed with signal 9 and started with --recovery, as its unit does"
     kill -KILL "${room_pids[2]}"
     wait "${room_pids[2]}" 2>/dev/null || true

@@ -12,7 +12,7 @@ packages=(
     libopencv-dev libopencv-contrib-dev opencv-data
     libspdlog-dev libfmt-dev
     libgtest-dev libgmock-dev libbenchmark-dev
-    libmosquitto-dev
+    libmosquitto-dev prometheus-cpp-dev
     ffmpeg python3 python3-numpy python3-onnx nodejs
     # The viewer; a display without a screen and Mesa's software renderer for its tests.
     qttools5-dev qttools5-dev-tools libqt5svg5 xvfb xauth libgl1-mesa-dri fonts-wqy-microhei

@@ -1,6 +1,8 @@
 #include "iasynccommand.h"
 
+#include "counters.h"
 #include "iservice.h"
+#include "logline.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -34,23 +36,30 @@ IAsyncCommand::IAsyncCommand(IService *target, QVariantMap requestMap)
       service(target),
       kind(request.value(QStringLiteral("req_code")).toInt()),
       requestID(request.value(QStringLiteral("req_id")).toString()),
-      deadline(request.value(QStringLiteral("req_deadline")).toLongLong())
+      deadline(request.value(QStringLiteral("req_deadline")).toLongLong()),
+      arrived(counters::now())
 {
+    counters::page().traffic.requestsUnderWay.add();
     const QVariantMap command = request.value(QStringLiteral("req_data")).toMap();
     code = static_cast<unsigned int>(command.value(QStringLiteral("command_code")).toInt());
     data = command.value(QStringLiteral("data"));
 }
 
+IAsyncCommand::~IAsyncCommand()
+{
+    counters::page().traffic.requestsUnderWay.add(-1);
+}
+
 QString IAsyncCommand::describe() const
 {
-    return QStringLiteral("type: %1. cmdCode: %2. requestID: %3. deadline: %4.")
-        .arg(QString::number(kind), QString::number(code), shown(requestID), QString::number(deadline));
+    return log_line::text("type: ", kind, ". cmdCode: ", code, ". requestID: ", shown(requestID),
+                          ". deadline: ", deadline, ".");
 }
 
 void IAsyncCommand::run()
 {
     const void *const self = this;
-    qDebug("run IAsyncCommand=%p begin", self);
+    LOG_DEBUG("run IAsyncCommand=", self, " begin");
     {
         QMutexLocker lock(&service->deadlineMutex);
         service->requestDeadlines[requestID] = deadline;
@@ -69,8 +78,20 @@ void IAsyncCommand::run()
     }
     result[QStringLiteral("rsp_id")] = request.value(QStringLiteral("req_id2"));
     result[QStringLiteral("type")] = ai::code(ai::MessageType::Reply);
+    count(result);
     emit finished(result);
-    qDebug("run IAsyncCommand=%p end: cmd=%d, requestID=%ls", self, kind, qUtf16Printable(shown(requestID)));
+    LOG_DEBUG("run IAsyncCommand=", self, " end: cmd=", kind, ", requestID=", shown(requestID));
+}
+
+void IAsyncCommand::count(const QVariantMap &result) const
+{
+    const bool hasCode = ai::Kind{kind} == ai::Kind::Execute || ai::Kind{kind} == ai::Kind::Info;
+    counters::RequestRow &row =
+        counters::find(counters::page().requests, counters::requestKey(kind, hasCode ? code : 0));
+    counters::addTime(row.time, row.longest, counters::now() - arrived);
+    row.requests.add();
+    if (result.value(QStringLiteral("rsp_error")).toInt() != 0)
+        row.failed.add();
 }
 
 QVariantMap IAsyncCommand::callService() const
@@ -85,14 +106,14 @@ QVariantMap IAsyncCommand::callService() const
     case ai::Kind::Info:
         return info();
     default:
-        qDebug("run IAsyncCommand unknown: requestID=%ls", qUtf16Printable(shown(requestID)));
+        LOG_DEBUG("run IAsyncCommand unknown: requestID=", shown(requestID));
         return withoutDetail(ai::Error::Unknown);
     }
 }
 
 QVariantMap IAsyncCommand::open() const
 {
-    qDebug("run IAsyncCommand open: requestID=%ls", qUtf16Printable(shown(requestID)));
+    LOG_DEBUG("run IAsyncCommand open: requestID=", shown(requestID));
     QVariantMap result = service->open(requestID);
     result["all_use_queue"] = service->allUseQueue.load(std::memory_order_relaxed);
     result["info_use_queue"] = codeList(service->infoQueueCodes);
@@ -104,10 +125,10 @@ QVariantMap IAsyncCommand::open() const
 
 QVariantMap IAsyncCommand::close() const
 {
-    qDebug("run IAsyncCommand close: requestID=%ls", qUtf16Printable(shown(requestID)));
+    LOG_DEBUG("run IAsyncCommand close: requestID=", shown(requestID));
     const QVariantMap result = service->close(requestID);
     if (requestID == "self-kill") {
-        qInfo("force quit %ls", qUtf16Printable(requestID));
+        LOG_INFO("force quit ", requestID);
         // Through the main thread's event loop, which may not be running yet; a direct call would be lost
         // then.
         QMetaObject::invokeMethod(QCoreApplication::instance(), &QCoreApplication::quit,
@@ -118,12 +139,12 @@ QVariantMap IAsyncCommand::close() const
 
 QVariantMap IAsyncCommand::execute() const
 {
-    qDebug("run IAsyncCommand execute: requestID=%ls", qUtf16Printable(shown(requestID)));
+    LOG_DEBUG("run IAsyncCommand execute: requestID=", shown(requestID));
     return service->execute(code, data, requestID);
 }
 
 QVariantMap IAsyncCommand::info() const
 {
-    qDebug("run IAsyncCommand info: requestID=%ls, keyCode=%u", qUtf16Printable(shown(requestID)), code);
+    LOG_DEBUG("run IAsyncCommand info: requestID=", shown(requestID), ", keyCode=", code);
     return service->info(code, data, requestID);
 }

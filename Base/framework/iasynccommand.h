@@ -4,6 +4,8 @@
 #include <QRunnable>
 #include <QVariant>
 
+#include <cstdint>
+
 class IService;
 
 /**
@@ -20,6 +22,7 @@ class IAsyncCommand : public QObject, public QRunnable
 public:
     /// @param target the service that answers; not owned, lives longer than the command
     IAsyncCommand(IService *target, QVariantMap requestMap);
+    ~IAsyncCommand() override;
 
     /// A line for the log. A long request identifier is cut in it.
     QString describe() const;
@@ -32,6 +35,7 @@ signals:
 
 private:
     QVariantMap callService() const;
+    void count(const QVariantMap &result) const;
     QVariantMap open() const;
     QVariantMap close() const;
     QVariantMap execute() const;
@@ -46,4 +50,6 @@ private:
     qint64 deadline;
     unsigned int code; ///< of execute and info
     QVariant data;     ///< of execute and info
+
+    const std::int64_t arrived; ///< time of the counters' clock
 };

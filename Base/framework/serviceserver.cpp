@@ -1,7 +1,9 @@
 #include "serviceserver.h"
 
+#include "counters.h"
 #include "iasynccommand.h"
 #include "iservice.h"
+#include "logline.h"
 #include "wire.h"
 
 #include <QDebug>
@@ -14,6 +16,33 @@ namespace {
 constexpr int flushInterval = 2;    // milliseconds
 constexpr int writeTimeout = 30000; // milliseconds
 constexpr int probeTimeout = 10000; // milliseconds
+
+qint64 bytesOf(const QList<QByteArray> &payloads)
+{
+    qint64 bytes = 0;
+    for (const QByteArray &payload : payloads)
+        bytes += payload.size();
+    return bytes;
+}
+
+/// Counts messages that begin to wait, or with negative numbers, no longer do.
+void countWaiting(qint64 messages, qint64 bytes)
+{
+    counters::Traffic &traffic = counters::page().traffic;
+    traffic.waitingMessages.add(messages);
+    traffic.waitingBytes.add(bytes);
+}
+
+void countWritten(const QList<QByteArray> &payloads, bool written)
+{
+    counters::Traffic &traffic = counters::page().traffic;
+    if (!written) {
+        traffic.droppedMessages.add(payloads.size());
+        return;
+    }
+    traffic.sentMessages.add(payloads.size());
+    traffic.sentBytes.add(bytesOf(payloads));
+}
 
 } // namespace
 
@@ -113,15 +142,15 @@ void ServiceServer::newConnectionSlot()
         return;
     const Connection connection{++lastSerial, socket};
     sockets.insert(connection.serial, socket);
-    // Queued, because a socket emits these also from within a wait for its own writing.
-    connect(
-        socket, &QLocalSocket::readyRead, this, [this, connection] { handleSocketRead(connection); },
-        Qt::QueuedConnection);
+    connect(socket, &QLocalSocket::readyRead, this, [this, connection] { readSocket(connection); });
+    // Queued, because a socket emits this also from within a wait for its own writing.
     connect(
         socket, &QLocalSocket::disconnected, this, [this, connection] { handleSocketDisconnect(connection); },
         Qt::QueuedConnection);
     connect(socket, &QLocalSocket::errorOccurred, this, &ServiceServer::handleSocketError);
     connections.append(connection);
+    counters::page().traffic.connections.add();
+    counters::page().traffic.connectionsEver.add();
     {
         QMutexLocker lock(&queueMutex);
         responseQueues.insert(connection.serial, {});
@@ -129,16 +158,28 @@ void ServiceServer::newConnectionSlot()
     qInfo("ServiceServer connection new end: socket=%p", connection.address);
 }
 
+/// A socket tells of bytes also from within a wait for its own writing. They are read after that.
+void ServiceServer::readSocket(Connection connection)
+{
+    if (writing)
+        QMetaObject::invokeMethod(
+            this, [this, connection] { handleSocketRead(connection); }, Qt::QueuedConnection);
+    else
+        handleSocketRead(connection);
+}
+
 void ServiceServer::handleSocketRead(Connection connection)
 {
-    qInfo("ServiceServer::handleSocketRead begin");
+    LOG_INFO("ServiceServer::handleSocketRead begin");
     QMutexLocker lock(&socketMutex);
     QLocalSocket *socket = sockets.value(connection.serial);
     while (socket && socket->bytesAvailable() > wire::lengthFieldBytes) {
+        std::optional<qint32> length = frameSizes.take(connection.serial);
         QByteArray payload;
-        if (!wire::takePayload(*socket, frameSizes[connection.serial], payload))
+        if (!wire::takePayload(*socket, length, payload)) {
+            frameSizes.insert(connection.serial, length);
             return;
-        frameSizes.remove(connection.serial);
+        }
         QString refusal;
         const QVariantMap request = wire::decodePayload(payload, &refusal).toMap();
         if (!refusal.isEmpty())
@@ -147,27 +188,27 @@ void ServiceServer::handleSocketRead(Connection connection)
         startCommand(connection, request);
     }
     lock.unlock();
-    qInfo("ServiceServer::handleSocketRead end");
+    LOG_INFO("ServiceServer::handleSocketRead end");
 }
 
 void ServiceServer::startCommand(Connection connection, const QVariantMap &request)
 {
     auto *command = new IAsyncCommand(service, request);
     const void *const address = command; // the pool deletes the command when it has run
-    qInfo("new IAsyncCommand=%p: data=%ls", address, qUtf16Printable(command->describe()));
+    LOG_INFO("new IAsyncCommand=", address, ": data=", command->describe());
     connect(command, &IAsyncCommand::finished, this, [this, connection, address](const QVariant &result) {
-        qInfo("finished IAsyncCommand=%p: ThreadPool active count=%d", address,
-              QThreadPool::globalInstance()->activeThreadCount());
+        LOG_INFO("finished IAsyncCommand=", address,
+                 ": ThreadPool active count=", QThreadPool::globalInstance()->activeThreadCount());
         const auto running = runningRequests.find(connection.serial);
         if (running != runningRequests.end())
             --*running;
         sendResponseData(connection, wire::encodePayload(result));
-        qInfo("responsed IAsyncCommand=%p", address);
+        LOG_INFO("responsed IAsyncCommand=", address);
     });
     ++runningRequests[connection.serial];
     QThreadPool::globalInstance()->start(command, 0);
-    qInfo("started IAsyncCommand=%p: ThreadPool active count=%d", address,
-          QThreadPool::globalInstance()->activeThreadCount());
+    LOG_INFO("started IAsyncCommand=", address,
+             ": ThreadPool active count=", QThreadPool::globalInstance()->activeThreadCount());
 }
 
 void ServiceServer::handleSocketDisconnect(Connection connection)
@@ -175,14 +216,18 @@ void ServiceServer::handleSocketDisconnect(Connection connection)
     qInfo("ServiceServer connection disconnect: socket=%p", connection.address);
     {
         QMutexLocker lock(&socketMutex);
-        if (QLocalSocket *socket = sockets.take(connection.serial))
+        if (QLocalSocket *socket = sockets.take(connection.serial)) {
+            counters::page().traffic.connections.add(-1);
             socket->deleteLater();
+        }
         frameSizes.remove(connection.serial);
         runningRequests.remove(connection.serial);
         flushTimes.remove(connection.serial);
         waiting.erase(connection.serial);
         QMutexLocker queueLock(&queueMutex);
-        responseQueues.remove(connection.serial);
+        const QList<QByteArray> unsent = responseQueues.take(connection.serial);
+        countWaiting(-unsent.size(), -bytesOf(unsent));
+        countWritten(unsent, false);
     }
     listenAgain();
     if (!service->disconnectReset())
@@ -199,11 +244,14 @@ void ServiceServer::handleSocketError(QLocalSocket::LocalSocketError error)
 void ServiceServer::postMessage(unsigned int msg, const QVariant &eventInfo, const QString &type,
                                 const QString &requestID)
 {
+    counters::EventRow &counted = counters::find(counters::page().events, std::int64_t(msg));
+    counted.events.add();
+    counted.newest.set(counters::now());
     QByteArray payload;
     for (const Connection &connection : qAsConst(connections)) {
-        qInfo("ServiceServer::postMessage begin: socket=%p", connection.address);
+        LOG_INFO("ServiceServer::postMessage begin: socket=", connection.address);
         if (!sockets.contains(connection.serial)) {
-            qWarning("ServiceServer::postMessage end: not found socket=%p", connection.address);
+            LOG_WARNING("ServiceServer::postMessage end: not found socket=", connection.address);
             continue;
         }
         if (payload.isNull())
@@ -213,7 +261,7 @@ void ServiceServer::postMessage(unsigned int msg, const QVariant &eventInfo, con
                                                       {QStringLiteral("event_type"), type},
                                                       {QStringLiteral("event_req_id"), requestID}});
         sendResponseData(connection, payload);
-        qInfo("ServiceServer::postMessage end");
+        LOG_INFO("ServiceServer::postMessage end");
     }
 }
 
@@ -226,8 +274,9 @@ void ServiceServer::sendResponseData(Connection connection, const QByteArray &pa
             return;
         const int firstSize = queue->size();
         queue->append(payload);
-        qDebug("ServiceServer::sendResponseData: socket=%pqueueFirstSize=%d, queueLastSize=%d",
-               connection.address, firstSize, queue->size());
+        countWaiting(1, payload.size());
+        LOG_DEBUG("ServiceServer::sendResponseData: socket=", connection.address,
+                  "queueFirstSize=", firstSize, ", queueLastSize=", queue->size());
     }
     awaitFlush(connection.serial);
 }
@@ -275,6 +324,7 @@ QList<QByteArray> ServiceServer::takeResponses(quint64 serial)
         return {};
     QList<QByteArray> responses;
     responses.swap(*queue);
+    countWaiting(-responses.size(), -bytesOf(responses));
     return responses;
 }
 
@@ -283,17 +333,23 @@ QList<QByteArray> ServiceServer::takeResponses(quint64 serial)
 /// does not grow.
 void ServiceServer::writeResponses(QLocalSocket &socket, const QList<QByteArray> &responses)
 {
+    writing = true;
     const bool behind = socket.bytesToWrite() > 0;
     bool written = !behind || socket.waitForBytesWritten(writeTimeout);
     if (written) {
-        QDataStream stream(&socket);
-        stream.setVersion(wire::streamVersion);
-        for (const QByteArray &payload : responses)
-            stream << static_cast<qint32>(payload.size()) << payload;
-        written = behind || socket.waitForBytesWritten(writeTimeout);
+        for (const QByteArray &payload : responses) {
+            const auto head = wire::frameHead(payload.size(), payload.size());
+            socket.write(head.data(), qint64(head.size()));
+            socket.write(payload);
+        }
+        written =
+            behind || socket.flush() ||
+            (socket.state() == QLocalSocket::ConnectedState && socket.waitForBytesWritten(writeTimeout));
     }
+    writing = false;
+    countWritten(responses, written);
     if (written) {
-        qDebug("ServiceServer::flushSocket written ok: socket=%p", static_cast<const void *>(&socket));
+        LOG_DEBUG("ServiceServer::flushSocket written ok: socket=", static_cast<const void *>(&socket));
         return;
     }
     const QString text("ServiceServer::flushSocket: write response error <%1> <%2>");

@@ -66,6 +66,7 @@ private:
     bool start();
     bool listen();
     void listenAgain();
+    void readSocket(Connection connection);
     void handleSocketRead(Connection connection);
     void startCommand(Connection connection, const QVariantMap &request);
     void handleSocketDisconnect(Connection connection);
@@ -93,6 +94,7 @@ private:
     QMutex queueMutex;
     QTimer flushTimer; ///< runs while something gathers
     bool flushPosted = false;
+    bool writing = false; ///< whether a flush is writing to a socket, which may emit its signals meanwhile
     QElapsedTimer clock;
     QThread *serverThread;
     quint64 lastSerial = 0;

@@ -16,11 +16,17 @@ namespace {
 constexpr quint32 nullLength = 0xffffffff;
 constexpr int largestReserve = 64 * 1024 * 1024; // bytes
 
-/// The content of a variant of type T, for writing in place.
+/// The content of a variant of type T, in place.
 template <class T>
 T &content(QVariant &value)
 {
     return *static_cast<T *>(value.data());
+}
+
+template <class T>
+const T &content(const QVariant &value)
+{
+    return *static_cast<const T *>(value.constData());
 }
 
 /// Types whose number of bytes in a stream is known beforehand, so that Qt reads them without harm.
@@ -41,9 +47,9 @@ bool hasFixedSize(quint32 type)
 class PayloadReader
 {
 public:
-    explicit PayloadReader(const QByteArray &payload) : m_payload(payload), m_stream(payload)
+    explicit PayloadReader(const QByteArray &payload)
+        : m_here(payload.constData()), m_remaining(payload.size())
     {
-        m_stream.setVersion(streamVersion);
     }
 
     bool readVariant(QVariant &value, int nesting = 0);
@@ -57,18 +63,23 @@ private:
     bool readList(QVariantList &list, int nesting);
     template <class Texts>
     bool readTexts(Texts &texts);
-    template <class Text>
-    bool readText(Text &text, qint64 bitsPerUnit = 8);
+    bool readText(QString &text);
+    bool readText(QByteArray &text);
+    bool readBits(QBitArray &bits);
     bool readDateTime(QDateTime &time);
     bool readCount(quint32 &count, int smallestItem);
+    template <class Number>
+    bool readNumber(Number &number);
+    template <class Read>
+    bool readByQt(const Read &read);
 
-    const char *here() const { return m_payload.constData() + m_stream.device()->pos(); }
-    qint64 remaining() const { return m_payload.size() - m_stream.device()->pos(); }
-    bool isWhole();
+    bool lengthIsThere(qint64 bitsPerUnit);
+    void skip(int bytes);
     bool refuse(const QString &reason);
+    bool refuseDamaged() { return refuse(QStringLiteral("a value is cut off or damaged")); }
 
-    QByteArray m_payload;
-    QDataStream m_stream;
+    const char *m_here; ///< of the payload, which the caller keeps
+    int m_remaining;    ///< bytes
     QString m_refusal;
 };
 
@@ -78,10 +89,31 @@ bool PayloadReader::refuse(const QString &reason)
     return false;
 }
 
-/// Whether there were bytes enough for what was read last, and whether they can mean it.
-bool PayloadReader::isWhole()
+void PayloadReader::skip(int bytes)
 {
-    return m_stream.status() == QDataStream::Ok || refuse(QStringLiteral("a value is cut off or damaged"));
+    m_here += bytes;
+    m_remaining -= bytes;
+}
+
+template <class Number>
+bool PayloadReader::readNumber(Number &number)
+{
+    if (m_remaining < int(sizeof number))
+        return refuseDamaged();
+    number = qFromBigEndian<Number>(m_here);
+    skip(sizeof number);
+    return true;
+}
+
+/// Lets Qt read what is rare, once it is known that this does no harm. False when bytes lack or mean nothing.
+template <class Read>
+bool PayloadReader::readByQt(const Read &read)
+{
+    QDataStream stream(QByteArray::fromRawData(m_here, m_remaining));
+    stream.setVersion(streamVersion);
+    read(stream);
+    skip(static_cast<int>(stream.device()->pos()));
+    return stream.status() == QDataStream::Ok || refuseDamaged();
 }
 
 bool PayloadReader::readVariant(QVariant &value, int nesting)
@@ -90,11 +122,12 @@ bool PayloadReader::readVariant(QVariant &value, int nesting)
         return refuse(QStringLiteral("nested deeper than %1").arg(maximumNesting));
     quint32 type = 0;
     qint8 isNull = 0;
-    m_stream >> type >> isNull;
-    if (!isWhole())
+    if (!readNumber(type) || !readNumber(isNull))
         return false;
-    if (type == QMetaType::UnknownType)
+    if (type == QMetaType::UnknownType) {
+        value = QVariant();
         return true;
+    }
     if (type > QMetaType::LastCoreType || type == QMetaType::Void)
         return refuse(QStringLiteral("type %1 is not known").arg(type));
     // The two constructors differ in the null flag that the new value gets.
@@ -122,14 +155,20 @@ bool PayloadReader::readContent(quint32 type, QVariant &value, int nesting)
     case QMetaType::QByteArray:
         return readText(content<QByteArray>(value));
     case QMetaType::QBitArray:
-        return readText(content<QBitArray>(value), 1);
+        return readBits(content<QBitArray>(value));
     case QMetaType::QDateTime:
         return readDateTime(content<QDateTime>(value));
+    case QMetaType::Int:
+        return readNumber(content<qint32>(value));
+    case QMetaType::UInt:
+        return readNumber(content<quint32>(value));
+    case QMetaType::LongLong:
+        return readNumber(content<qint64>(value));
     default:
         if (!hasFixedSize(type))
             return refuse(QStringLiteral("type %1 (%2) is not taken").arg(type).arg(value.typeName()));
-        QMetaType::load(m_stream, static_cast<int>(type), value.data());
-        return isWhole();
+        return readByQt(
+            [&](QDataStream &stream) { QMetaType::load(stream, static_cast<int>(type), value.data()); });
     }
 }
 
@@ -141,10 +180,8 @@ bool PayloadReader::readEntries(Entries &entries, int nesting)
         return false;
     for (; count > 0; --count) {
         QString key;
-        QVariant value;
-        if (!readText(key) || !readVariant(value, nesting + 1))
+        if (!readText(key) || !readVariant(entries[key], nesting + 1))
             return false;
-        entries.insert(key, value);
     }
     return true;
 }
@@ -178,46 +215,71 @@ bool PayloadReader::readTexts(Texts &texts)
 }
 
 /// A text, bytes or bits: a length and as many units. Qt makes room before it looks for them.
-template <class Text>
-bool PayloadReader::readText(Text &text, qint64 bitsPerUnit)
+bool PayloadReader::lengthIsThere(qint64 bitsPerUnit)
 {
-    if (remaining() >= lengthFieldBytes) {
-        const auto length = qFromBigEndian<quint32>(here());
-        const bool isNull = length == nullLength && bitsPerUnit == 8;
-        if (!isNull && (length * bitsPerUnit + 7) / 8 > remaining() - lengthFieldBytes)
-            return refuse(QStringLiteral("length %1 goes beyond the frame").arg(length));
+    if (m_remaining < lengthFieldBytes)
+        return refuseDamaged();
+    const auto length = qFromBigEndian<quint32>(m_here);
+    const bool isNull = length == nullLength && bitsPerUnit == 8;
+    if (!isNull && (length * bitsPerUnit + 7) / 8 > m_remaining - lengthFieldBytes)
+        return refuse(QStringLiteral("length %1 goes beyond the frame").arg(length));
+    return true;
+}
+
+bool PayloadReader::readText(QString &text)
+{
+    quint32 length = 0;
+    if (!lengthIsThere(8) || !readNumber(length))
+        return false;
+    if (length == nullLength) {
+        text = QString();
+        return true;
     }
-    m_stream >> text;
-    return isWhole();
+    if (length % sizeof(QChar) != 0)
+        return refuseDamaged();
+    text = QString(int(length / sizeof(QChar)), Qt::Uninitialized);
+    qFromBigEndian<quint16>(m_here, text.size(), text.data());
+    skip(int(length));
+    return true;
+}
+
+bool PayloadReader::readText(QByteArray &text)
+{
+    return lengthIsThere(8) && readByQt([&](QDataStream &stream) { stream >> text; });
+}
+
+bool PayloadReader::readBits(QBitArray &bits)
+{
+    return lengthIsThere(1) && readByQt([&](QDataStream &stream) { stream >> bits; });
 }
 
 /// Qt opens a file for a time in a named zone.
 bool PayloadReader::readDateTime(QDateTime &time)
 {
     constexpr int timeSpec = 8 + 4; // behind date and time
-    if (remaining() > timeSpec && here()[timeSpec] == Qt::TimeZone)
+    if (m_remaining > timeSpec && m_here[timeSpec] == Qt::TimeZone)
         return refuse(QStringLiteral("a time in a zone is not taken"));
-    m_stream >> time;
-    return isWhole();
+    return readByQt([&](QDataStream &stream) { stream >> time; });
 }
 
 /// A count of items of which each takes at least smallestItem bytes.
 bool PayloadReader::readCount(quint32 &count, int smallestItem)
 {
-    m_stream >> count;
-    if (isWhole() && count > remaining() / smallestItem)
+    if (!readNumber(count))
+        return false;
+    if (count > quint32(m_remaining / smallestItem))
         return refuse(QStringLiteral("count %1 goes beyond the frame").arg(count));
-    return isWhole();
+    return true;
 }
 
 /// A QByteArray, length field and bytes. When fewer bytes are there than the field claims, all of them are
 /// taken and the result is empty.
 QByteArray takeArray(QIODevice &device)
 {
-    const QByteArray field = device.read(lengthFieldBytes);
-    if (field.size() < lengthFieldBytes)
+    char field[lengthFieldBytes];
+    if (device.read(field, lengthFieldBytes) < lengthFieldBytes)
         return {};
-    const auto length = qFromBigEndian<quint32>(field.constData());
+    const auto length = qFromBigEndian<quint32>(field);
     if (length == nullLength)
         return {};
     if (length > device.bytesAvailable()) {
@@ -238,14 +300,13 @@ qint64 sizeInStream(const QVariant &value)
         size += 2 * qint64(value.toString().size());
         break;
     case QMetaType::QVariantMap: {
-        const QVariantMap map = value.toMap();
+        const auto &map = content<QVariantMap>(value);
         for (auto entry = map.cbegin(); entry != map.cend(); ++entry)
             size += plainValue + 2 * qint64(entry.key().size()) + sizeInStream(entry.value());
         break;
     }
     case QMetaType::QVariantList: {
-        const QVariantList list = value.toList();
-        for (const QVariant &item : list)
+        for (const QVariant &item : content<QVariantList>(value))
             size += sizeInStream(item);
         break;
     }
@@ -255,27 +316,125 @@ qint64 sizeInStream(const QVariant &value)
     return size;
 }
 
+/// Writes one payload, byte for byte as a QDataStream writes a QVariant: itself what most messages consist
+/// of, since a stream goes through its device for each number, and the rest by Qt.
+class PayloadWriter
+{
+public:
+    explicit PayloadWriter(qint64 expectedSize)
+    {
+        m_payload.reserve(static_cast<int>(std::min<qint64>(expectedSize, largestReserve)));
+    }
+
+    void write(const QVariant &value);
+    QByteArray payload() const { return m_payload; }
+
+private:
+    void writeContent(const QVariant &value);
+    void writeText(const QString &text);
+    template <class Number>
+    void writeNumber(Number number)
+    {
+        char bytes[sizeof number];
+        qToBigEndian(number, bytes);
+        m_payload.append(bytes, sizeof bytes);
+    }
+
+    QByteArray m_payload;
+};
+
+void PayloadWriter::write(const QVariant &value)
+{
+    switch (value.userType()) {
+    case QMetaType::UnknownType:
+    case QMetaType::Bool:
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::LongLong:
+    case QMetaType::QString:
+    case QMetaType::QVariantMap:
+    case QMetaType::QVariantList:
+        writeNumber(static_cast<quint32>(value.userType()));
+        writeNumber(static_cast<qint8>(value.data_ptr().is_null));
+        writeContent(value);
+        break;
+    default:
+        QDataStream stream(&m_payload, QIODevice::Append);
+        stream.setVersion(streamVersion);
+        stream << value;
+        break;
+    }
+}
+
+void PayloadWriter::writeContent(const QVariant &value)
+{
+    switch (value.userType()) {
+    case QMetaType::Bool:
+        return writeNumber(static_cast<qint8>(content<bool>(value)));
+    case QMetaType::Int:
+        return writeNumber(content<qint32>(value));
+    case QMetaType::UInt:
+        return writeNumber(content<quint32>(value));
+    case QMetaType::LongLong:
+        return writeNumber(content<qint64>(value));
+    case QMetaType::QString:
+        return writeText(content<QString>(value));
+    case QMetaType::QVariantMap: {
+        const auto &map = content<QVariantMap>(value);
+        writeNumber(static_cast<quint32>(map.size()));
+        for (auto entry = map.cend(); entry != map.cbegin();) { // the last one first, as Qt does
+            --entry;
+            writeText(entry.key());
+            write(entry.value());
+        }
+        return;
+    }
+    case QMetaType::QVariantList: {
+        const auto &list = content<QVariantList>(value);
+        writeNumber(static_cast<quint32>(list.size()));
+        for (const QVariant &item : list)
+            write(item);
+        return;
+    }
+    default:
+        return;
+    }
+}
+
+void PayloadWriter::writeText(const QString &text)
+{
+    if (text.isNull())
+        return writeNumber(nullLength);
+    const int size = text.size() * static_cast<int>(sizeof(QChar));
+    writeNumber(static_cast<quint32>(size));
+    const int begin = m_payload.size();
+    m_payload.resize(begin + size);
+    qToBigEndian<quint16>(text.constData(), text.size(), m_payload.data() + begin);
+}
+
 } // namespace
 
 QByteArray encodePayload(const QVariant &value)
 {
-    QByteArray payload;
-    payload.reserve(static_cast<int>(std::min<qint64>(sizeInStream(value), largestReserve)));
-    QDataStream stream(&payload, QIODevice::WriteOnly);
-    stream.setVersion(streamVersion);
-    stream << value;
-    return payload;
+    PayloadWriter writer(sizeInStream(value));
+    writer.write(value);
+    return writer.payload();
+}
+
+std::array<char, 8> frameHead(int firstLength, int payloadSize)
+{
+    std::array<char, 8> head;
+    qToBigEndian<qint32>(firstLength, head.data());
+    qToBigEndian<qint32>(payloadSize, head.data() + lengthFieldBytes);
+    return head;
 }
 
 namespace {
 
-QByteArray frameOf(const QByteArray &payload, qint64 firstLength)
+QByteArray frameOf(const QByteArray &payload, int firstLength)
 {
-    QByteArray frame;
-    QDataStream stream(&frame, QIODevice::WriteOnly);
-    stream.setVersion(streamVersion);
-    stream << static_cast<qint32>(firstLength) << payload;
-    return frame;
+    const auto head = frameHead(firstLength, payload.size());
+    return QByteArray(head.data(), int(head.size())) + payload;
 }
 
 } // namespace
@@ -289,7 +448,7 @@ QByteArray encodeFrame(const QVariant &value)
 QByteArray encodeRequest(const QVariant &value)
 {
     const QByteArray payload = encodePayload(value);
-    return frameOf(payload, payload.size() + lengthFieldBytes);
+    return frameOf(payload, payload.size() + int(lengthFieldBytes));
 }
 
 QVariant decodePayload(const QByteArray &payload, QString *refusal)
@@ -304,8 +463,11 @@ QVariant decodePayload(const QByteArray &payload, QString *refusal)
 
 bool takePayload(QIODevice &device, std::optional<qint32> &length, QByteArray &payload)
 {
-    if (!length)
-        length = qFromBigEndian<qint32>(device.read(lengthFieldBytes).constData());
+    if (!length) {
+        char field[lengthFieldBytes] = {};
+        device.read(field, lengthFieldBytes);
+        length = qFromBigEndian<qint32>(field);
+    }
     const qint64 available = device.bytesAvailable();
     if (available < *length || available == 0)
         return false;

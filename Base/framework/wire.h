@@ -4,6 +4,7 @@
 #include <QDataStream>
 #include <QVariant>
 
+#include <array>
 #include <optional>
 
 class QIODevice;
@@ -30,6 +31,9 @@ constexpr int maximumNesting = 64;
 
 /// The payload of a frame: the value as a QDataStream writes a QVariant.
 QByteArray encodePayload(const QVariant &value);
+
+/// What stands before the payload in a frame: its two length fields.
+std::array<char, 8> frameHead(int firstLength, int payloadSize);
 
 /// A whole frame as the service sends it, both length fields included and equal.
 QByteArray encodeFrame(const QVariant &value);

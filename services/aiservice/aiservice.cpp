@@ -3,6 +3,8 @@
 #include "aiconfig.h"
 #include "aiservicecontroller.h"
 #include "commandreply.h"
+#include "countednames.h"
+#include "logline.h"
 #include "picturetext.h"
 #include "qstorage.h"
 
@@ -64,9 +66,11 @@ QString describe(const QVariant &data)
 
 void setCommandCode(QVariantMap &result, unsigned int code)
 {
-    QVariantMap data = result.value(QStringLiteral("rsp_data")).toMap();
+    QVariant &entry = result[QStringLiteral("rsp_data")];
+    QVariantMap data = entry.toMap();
+    entry.clear(); // so that the map isn't copied
     data.insert(QStringLiteral("command_code"), code);
-    result.insert(QStringLiteral("rsp_data"), data);
+    entry = data;
 }
 
 } // namespace
@@ -74,6 +78,7 @@ void setCommandCode(QVariantMap &result, unsigned int code)
 AIService::AIService() : IService(QStringLiteral("AI"), false)
 {
     qInfo("%s", qUtf8Printable(QStringLiteral("construct %1").arg(serviceName)));
+    nameCounters();
     controller = new AIServiceController(nullptr);
     connect(controller, &AIServiceController::serviceMessgeSignal, this, &IService::serviceMessgeSignal);
 }
@@ -86,7 +91,8 @@ AIService::~AIService()
 
 QString AIService::version()
 {
-    return QStringLiteral("%1.%2").arg(versionMajor).arg(versionMinor);
+    static const QString text = QStringLiteral("%1.%2").arg(versionMajor).arg(versionMinor);
+    return text;
 }
 
 void AIService::run() {}
@@ -126,7 +132,7 @@ QVariantMap AIService::close(const QString &requestID)
 
 QVariantMap AIService::info(unsigned int code, const QVariant &data, const QString &requestID)
 {
-    qInfo().noquote() << "AIService::info" << code << requestID << describe(data);
+    LOG_INFO("AIService::info ", code, " ", requestID, " ", describe(data));
     QVariantMap result;
     if (ai::find(ai::Question{code})) {
         result = status();
@@ -141,7 +147,7 @@ QVariantMap AIService::info(unsigned int code, const QVariant &data, const QStri
 QVariantMap AIService::execute(unsigned int code, const QVariant &data, const QString &requestID)
 {
     QMutexLocker locker(&serviceMutex);
-    qInfo().noquote() << "AIService::execute" << requestID << code << describe(data);
+    LOG_INFO("AIService::execute ", requestID, " ", code, " ", describe(data));
     const ai::CommandRow *row = ai::find(ai::Command{code});
     const State needed = row ? row->needs : State::Initialised;
     if (m_status < needed) {
@@ -152,7 +158,7 @@ QVariantMap AIService::execute(unsigned int code, const QVariant &data, const QS
     QVariantMap result = row ? run(*row, data.toMap(), requestID) : command::reply(Error::Unknown);
     if (result.contains(QStringLiteral("rsp_data")))
         setCommandCode(result, code);
-    qInfo().noquote() << "AIService::execute" << requestID << "end";
+    LOG_INFO("AIService::execute ", requestID, " end");
     return result;
 }
 

@@ -2,6 +2,7 @@
 
 #include "aiconfig.h"
 #include "commandreply.h"
+#include "counters.h"
 #include "imagereader.h"
 #include "modelmanager.h"
 #include "qstorage.h"
@@ -103,17 +104,23 @@ void AIServiceController::close()
 void AIServiceController::onIPCVideoFrame(const ImageBlock &block)
 {
     const AIConfig &config = AIConfig::instance();
+    counters::Frames &counted = counters::page().frames;
+    counted.read.add();
     if (block.width != config.frameWidth || block.height != config.frameHeight) {
         qCritical().nospace() << "[videoframe] frame width: " << block.width << " or height: " << block.height
                               << " not match";
+        counted.skippedSize.add();
         return;
     }
     const int bytesPerPixel = block.format == RGB ? 3 : 4;
-    if (block.format != RGB && block.format != RGBA)
-        return;
+    const bool isKnown = block.format == RGB || block.format == RGBA;
     // The writer's word for the size must cover the picture that we are about to look at.
-    if (block.size < bytesPerPixel * config.frameWidth * config.frameHeight)
+    if (!isKnown || block.size < bytesPerPixel * config.frameWidth * config.frameHeight) {
+        counted.skippedFormat.add();
         return;
+    }
+    counted.taken.add();
+    counted.newest.set(counters::now());
 
     m_videoWatch.frameCame();
     const QImage image(reinterpret_cast<const uchar *>(block.data), block.width, block.height,

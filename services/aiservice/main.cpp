@@ -1,5 +1,6 @@
 #include "aiconfig.h"
 #include "aiservice.h"
+#include "counters.h"
 #include "crash_dump.h"
 #include "heap.h"
 #include "kqstartservice.h"
@@ -44,6 +45,7 @@ int main(int argc, char *argv[])
 #endif
     heap::keepFreed();
     ignoreBrokenPipes();
+    qputenv("QT_NO_GLIB", "1"); // Qt's own event loops make do with fewer system calls
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("utf-8"));
     QCoreApplication application(argc, argv);
 
@@ -53,6 +55,9 @@ int main(int argc, char *argv[])
     MyLog::setConsole(true);
     qInfo("AIService Start,version: %s", qUtf8Printable(AIService::version()));
     CrashDump::init(QLatin1String(left_files::dumpFolder), nullptr);
+    QString problem;
+    if (!counters::open(QDir::temp(), problem))
+        qWarning().noquote() << "[counters] nobody sees them:" << problem;
     AIConfig::instance().load();
     OwnFiles files(QDir::temp(), QDir::current());
     files.close();
@@ -67,6 +72,7 @@ int main(int argc, char *argv[])
     // is closed, so that it plays, unless its disk hangs; the log is written, and the process ends before any
     // destructor.
     VideoRecorder::instance()->finish();
+    counters::end();
     MyLog::flush();
     std::_Exit(result);
 }

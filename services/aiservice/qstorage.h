@@ -1,5 +1,6 @@
 #pragma once
 
+#include "counters.h"
 #include "imageutil.h"
 #include "studentinfo.h"
 
@@ -86,6 +87,7 @@ public:
         connectDatabase();
         if (!m_database.open()) {
             qWarning().noquote().nospace() << "database open failed,error: " << m_database.lastError().text();
+            counters::page().store.failed.add();
             return;
         }
         eraseWhatIsDeleted();
@@ -268,12 +270,16 @@ private:
 
         bool exec()
         {
-            if (!prepared)
-                return false;
-            if (query.exec())
-                return true;
-            error = query.lastError().text();
-            return false;
+            const std::int64_t begin = counters::now();
+            const bool succeeded = prepared && query.exec();
+            if (prepared && !succeeded)
+                error = query.lastError().text();
+            counters::Store &counted = counters::page().store;
+            counters::addTime(counted.time, counted.longest, counters::now() - begin);
+            counted.statements.add();
+            if (!succeeded)
+                counted.failed.add();
+            return succeeded;
         }
 
         /// Runs the statement at the first call. False behind the last row, and, with a warning, where the

@@ -123,6 +123,7 @@ VideoRecorder *VideoRecorder::instance()
 
 VideoRecorder::VideoRecorder() : m_thread(new QThread)
 {
+    m_backlog.countIn(counters::find(counters::page().analyses, countedName));
     moveToThread(m_thread);
     m_thread->start(QThread::InheritPriority);
 }
@@ -197,11 +198,19 @@ void VideoRecorder::offerFrame(const QImage &image)
 
 void VideoRecorder::onRecvFrame(const QImage &image)
 {
-    if (!isRunning())
+    counters::AnalysisRow &counted = m_backlog.counted();
+    if (!isRunning()) {
+        counted.skippedStopped.add();
         return;
-    if (m_frameCounter.fetch_add(1, std::memory_order_relaxed) % recordInterval != 0)
+    }
+    if (m_frameCounter.fetch_add(1, std::memory_order_relaxed) % recordInterval != 0) {
+        counted.skippedInterval.add();
         return;
+    }
+    const std::int64_t begin = counters::now();
     guarded([&] { recordFrame(image); });
+    counters::addTime(counted.time, counted.longest, counters::now() - begin);
+    counted.handled.add();
 }
 
 void VideoRecorder::recordFrame(const QImage &image)

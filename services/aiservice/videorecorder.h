@@ -46,6 +46,9 @@ class VideoRecorder : public QObject
     Q_OBJECT
 
 public:
+    /// Its row among the counted analyses.
+    static constexpr char countedName[] = "VideoRecorder";
+
     static VideoRecorder *instance();
     ~VideoRecorder() override;
 

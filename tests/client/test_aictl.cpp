@@ -67,7 +67,8 @@ TEST(Aictl, ExitCodeTellsOfRefusalsAndWrongUsage)
                               "watch --count x",  "handup start --for abc",
                               "track a --for 0",  "sleep nan",
                               "erase --logs",     "erase a --all",
-                              "wait 1013 1 -1",   "--timeout 1e30 status"})
+                              "wait 1013 1 -1",   "--timeout 1e30 status",
+                              "top --interval 0", "top --interval x"})
         EXPECT_EQ(exitCodeOf(QString(wrong).split(' ', Qt::SkipEmptyParts)), 2) << wrong;
     EXPECT_EQ(service.requests().size(), 1);
     EXPECT_EQ(exitCodeOf({"track", "--help"}), 0);

@@ -14,6 +14,7 @@
 
 namespace {
 
+using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -56,6 +57,8 @@ void endBy(void (*crashing)())
     MyLog::init("peer", QDir(QDir::temp().filePath("Orelia/logs")), {}, 0, 10000);
     MyLog::setConsole(true);
     CrashDump::init(dumpFolder, callback);
+    for (int i = 0; i < 100; ++i)
+        qInfo("line %d.", i);
     crashing();
 }
 
@@ -92,6 +95,7 @@ TEST(CrashDump, EachCrashLeavesTheDumpThatTheLogNames)
         const auto name = QRegularExpression("^([0-9a-f-]{36})\\.dmp$").match(dumps[0]);
         EXPECT_THAT(log, HasSubstr("dump guid is " + name.captured(1).toStdString() + "  "));
         EXPECT_THAT(log, HasSubstr("callback ran"));
+        EXPECT_THAT(log, HasSubstr("line 99."));
     }
 }
 
@@ -108,7 +112,8 @@ TEST(CrashDump, WithoutAFolderTheLogTellsThatItFailed)
 
 TEST(CrashDump, ALogThatIsLockedDoesNotKeepTheProcess)
 {
-    EXPECT_THAT(logOf(crashWithTheLogLocked, SIGALRM), Not(HasSubstr("callback    ==>>")));
+    const std::string log = logOf(crashWithTheLogLocked, SIGALRM);
+    EXPECT_THAT(log, AllOf(HasSubstr("line 99."), Not(HasSubstr("callback    ==>>"))));
     EXPECT_EQ(takeDumps().size(), 1);
 }
 

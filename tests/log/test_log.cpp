@@ -4,6 +4,7 @@
 #include <spdlog/spdlog.h>
 
 #include <QRegularExpression>
+#include <QTemporaryFile>
 
 #include <csignal>
 #include <cstdio>
@@ -143,6 +144,39 @@ TEST_F(LogTest, ATerminalGetsItsLines)
     EXPECT_TRUE(QByteArray(text).contains("shown")) << text;
     for (const int file : {terminal, inside, usual})
         close(file);
+}
+
+/// The console is a file here: lines that come fast gather.
+TEST_F(LogTest, ConsoleLinesArriveByThemselvesAndAtTheEnd)
+{
+    QTemporaryFile output;
+    ASSERT_TRUE(output.open());
+    const auto shown = [&] {
+        QFile file(output.fileName());
+        return file.open(QFile::ReadOnly) ? file.readAll() : QByteArray();
+    };
+    const auto logBurst = [](char mark) {
+        for (int i = 0; i < 1000; ++i)
+            log(QtInfoMsg, QString("%1%2.").arg(mark).arg(i));
+    };
+    const int usual = dup(STDOUT_FILENO);
+    std::fflush(stdout);
+    dup2(output.handle(), STDOUT_FILENO);
+    start();
+    MyLog::setConsole(true);
+    logBurst('a');
+    while (shown().count('\n') < 1000)
+        std::this_thread::yield();
+    for (int i = 0, at = 0; i < 1000; ++i) {
+        at = shown().indexOf(QString("a%1.").arg(i).toUtf8(), at);
+        ASSERT_GE(at, 0) << i;
+    }
+    MyLog::flush();
+    EXPECT_EXIT((logBurst('b'), qFatal("the end")), testing::KilledBySignal(SIGABRT), "");
+    EXPECT_TRUE(shown().contains("b999."));
+    EXPECT_TRUE(shown().contains("the end"));
+    dup2(usual, STDOUT_FILENO);
+    close(usual);
 }
 
 TEST_F(LogTest, LinesReachTheFileEveryThreeSeconds)

@@ -1,12 +1,14 @@
 """The bridge between a real service and a real broker, each of which is killed and comes back."""
 import json
 import os
+import pathlib
 import shutil
 import signal
 import socket
 import subprocess
 import time
 import unittest
+import urllib.request
 
 from room import BIN, BUILD, HERE, Broker, Room, Subscriber, await_true, free_port, write_room
 
@@ -164,6 +166,54 @@ class Bridge(unittest.TestCase):
         self.assertGreaterEqual(dropped["count"], 3)
         self.await_hands(1)
         self.assertGreater(self.hands()[0]["sequence"], 3)
+
+    def scrape(self, port):
+        """The samples by name with labels; each has its type, and docs/counters.md tells what it is."""
+        with urllib.request.urlopen(f"http://127.0.0.1:{port}/metrics") as answer:
+            lines = answer.read().decode().splitlines()
+        page = (ROOT / "docs/counters.md").read_text()
+        types = dict(line.split()[2:4] for line in lines if line.startswith("# TYPE "))
+        samples = dict(line.rsplit(" ", 1) for line in lines if not line.startswith(("#", "exposer_")))
+        for name in {sample.split("{")[0] for sample in samples}:
+            self.assertEqual(types[name], "counter" if name.endswith("_total") else "gauge", name)
+            self.assertIn("`" + name, page)
+        return {sample: float(value) for sample, value in samples.items()}
+
+    def test_metrics_on_the_loopback(self):
+        port = free_port()
+        with socket.create_server(("127.0.0.1", port)):
+            self.start_all(self.extra + f"[metrics]\nport = {port}\n")
+            self.bridge.await_output(f"cannot serve metrics on 127.0.0.1:{port}")
+        self.bridge.await_output(f"metrics are at http://127.0.0.1:{port}/metrics")
+        # Before: an event is counted when the service sends it, and is here a little later.
+        known = len(self.hands())
+        samples = self.scrape(port)
+        self.assertEqual(samples["aiservice_up"], 1)
+        self.assertEqual(samples["aibridge_broker_connected"], 1)
+        self.assertGreaterEqual(samples['aiservice_events_total{event="hands",code="1013"}'], known)
+        self.assertGreaterEqual(samples["aibridge_sent_messages_total"], known)
+        self.assertGreater(samples["aibridge_sent_bytes_total"], 100 * known)
+        row = '{analysis="HandupPickStrategy"}'
+        self.assertGreater(samples["aiservice_analysis_frames_total" + row], samples["aiservice_analysis_handled_total" + row])
+        self.assertLess(samples["aiservice_frame_age_seconds"], 60)
+        for process in ("camera", "service", "bridge"):
+            label = f'{{process="{process}"}}'
+            self.assertGreater(samples["aiservice_process_cpu_seconds_total" + label], 0)
+            self.assertGreater(samples["aiservice_process_resident_memory_bytes" + label], 1e6)
+        listening = [line.split()[1] for line in pathlib.Path("/proc/net/tcp").read_text().splitlines()
+                     if line.split()[3] == "0A" and line.split()[1].endswith(f":{port:04X}")]
+        self.assertEqual(listening, [f"0100007F:{port:04X}"])
+
+        self.service.end(signal.SIGKILL)
+        samples = self.scrape(port)
+        self.assertEqual(samples["aiservice_up"], 0)
+        self.assertNotIn('aiservice_events_total{event="hands",code="1013"}', samples)
+        self.service = self.start_service("--recovery")
+        self.await_hands(1)
+        samples = self.scrape(port)
+        self.assertEqual((samples["aiservice_restarts_total"], samples["aiservice_crashes_total"]), (1, 1))
+        with socket.create_connection(("127.0.0.1", port)):  # one that asks nothing holds up no end
+            self.assertEqual(self.bridge.end(), 0)
 
     def test_certificates_of_their_own_and_a_room_that_cannot_write_for_another(self):
         folder = self.room.folder

@@ -101,6 +101,7 @@ TEST(ServiceProgram, CommandLinesThatStartNothing)
         const std::string log = service.log().toStdString();
         EXPECT_THAT(log, HasSubstr("AIService Start,version: 0.8"));
         EXPECT_THAT(log, HasSubstr("KQStartService begin"));
+        EXPECT_THAT(service.standardOutput().toStdString(), HasSubstr("KQStartService begin"));
     }
 }
 

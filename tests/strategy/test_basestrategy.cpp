@@ -33,6 +33,7 @@ protected:
     void SetUp() override
     {
         frame.fill(Qt::red);
+        strategy->countIn(counted);
         QObject::connect(
             strategy, &BaseStrategy::finished, strategy, [this] { ++finished; }, Qt::DirectConnection);
     }
@@ -42,6 +43,11 @@ protected:
         QObject::connect(strategy, &QObject::destroyed, [&] { gone.release(); });
         BaseStrategy::release(strategy);
         gone.acquire();
+        // Each frame has ended somewhere, those that went with the object, too.
+        EXPECT_EQ(counted.queued.value(), 0);
+        EXPECT_EQ(counted.offered.value(), counted.handled.value() + counted.skippedInterval.value() +
+                                               counted.skippedQueue.value() + counted.skippedStopped.value() +
+                                               counted.skippedUnusable.value());
     }
 
     /// Offers a frame so often and waits until the strategy has taken all of them.
@@ -56,6 +62,7 @@ protected:
     }
 
     QImage frame{64, 48, QImage::Format_RGB888};
+    counters::AnalysisRow counted{};
     Probe *strategy = new Probe;
     std::atomic<int> finished{0};
 };
@@ -69,7 +76,10 @@ TEST_F(BaseStrategyTest, EveryNthFrameFromTheFirstOn)
     EXPECT_EQ(strategy->handled, std::vector<int>({1, 31, 61}));
     strategy->stop();
     EXPECT_EQ(finished, 1);
+    EXPECT_EQ(counted.handled.value(), 3);
+    EXPECT_EQ(counted.skippedInterval.value(), 58);
     offer(1);
+    EXPECT_EQ(counted.skippedStopped.value(), 1);
     EXPECT_EQ(strategy->handled.size(), 3U);
     EXPECT_FALSE(strategy->start()); // once ended, for good
     EXPECT_FALSE(strategy->startWithinFrames(1));
@@ -85,6 +95,15 @@ TEST_F(BaseStrategyTest, ABudgetEndsTheRun)
     offer(5);
     EXPECT_EQ(strategy->handled.size(), 2U);
     EXPECT_EQ(finished, 1);
+    EXPECT_EQ(counted.skippedUnusable.value(), 1);
+}
+
+/// It never runs, and takes the frames along that wait for it.
+TEST_F(BaseStrategyTest, FramesThatNobodyTakesAreCounted)
+{
+    for (int i = 0; i < 10; ++i)
+        strategy->offerFrame(frame);
+    EXPECT_EQ(counted.queued.value(), 10);
 }
 
 TEST_F(BaseStrategyTest, ABacklogIsBoundedAndDroppedFramesAreNotCounted)
@@ -100,6 +119,8 @@ TEST_F(BaseStrategyTest, ABacklogIsBoundedAndDroppedFramesAreNotCounted)
     offer(0);
     EXPECT_EQ(strategy->handled.size(), 1U + BaseStrategy::frameBacklog);
     EXPECT_EQ(BaseStrategy::frameCount() - before, BaseStrategy::frameBacklog);
+    EXPECT_EQ(counted.skippedQueue.value(), 1000 - BaseStrategy::frameBacklog);
+    EXPECT_GE(counted.time.value(), counted.longest.value());
 }
 
 } // namespace

@@ -84,6 +84,8 @@ Bridge::~Bridge()
 void Bridge::start()
 {
     m_service.start();
+    if (m_settings.metricsPort != 0)
+        m_metrics = std::make_unique<MetricsServer>(m_settings.metricsPort);
     if (m_broker)
         m_broker->start();
     m_tick.start(tickInterval);
@@ -154,6 +156,8 @@ void Bridge::retain(const QString &topic, const QByteArray &payload)
 
 void Bridge::tick()
 {
+    if (m_metrics)
+        m_metrics->update(ownMetrics());
     const qint64 thisMinute = m_clock.elapsed() / minute;
     if (m_minute >= 0 && thisMinute != m_minute) {
         const QJsonObject object = m_summary.take();
@@ -169,6 +173,20 @@ void Bridge::tick()
     publishState();
     retain("dropped", json::line({{"count", double(m_outbox.dropped())}, {"begin", m_begin}}).toUtf8());
     flush();
+}
+
+Metrics::Own Bridge::ownMetrics() const
+{
+    Metrics::Own own;
+    own.hasService = m_service.isUp();
+    own.dropped = m_outbox.dropped();
+    own.waiting = m_outbox.waiting() + m_outbox.unacknowledged();
+    if (m_broker) {
+        own.hasBroker = m_broker->isConnected();
+        own.sentMessages = m_broker->sentMessages();
+        own.sentBytes = m_broker->sentBytes();
+    }
+    return own;
 }
 
 QJsonObject Bridge::stateNow() const

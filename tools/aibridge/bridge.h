@@ -4,6 +4,7 @@
 #include "camerawatch.h"
 #include "keeper.h"
 #include "lookers.h"
+#include "metrics.h"
 #include "outbox.h"
 #include "remote.h"
 #include "servicelink.h"
@@ -40,6 +41,7 @@ private:
     void retain(const QString &topic, const QByteArray &payload);
     QJsonObject stateNow() const;
     void publishState();
+    Metrics::Own ownMetrics() const;
 
     const Settings &m_settings;
     CameraWatch m_camera;
@@ -48,6 +50,7 @@ private:
     Lookers m_lookers;
     std::unique_ptr<Broker> m_broker; // null without one
     std::unique_ptr<Remote> m_remote;
+    std::unique_ptr<MetricsServer> m_metrics; // null without a port
     Outbox m_outbox;
     Summary m_summary;
     QTimer m_tick;

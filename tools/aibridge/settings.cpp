@@ -142,6 +142,7 @@ bool Settings::read(const QString &path, QString &error)
     recording.hours = hoursFrom(file, "recording/hours", "never");
     recording.folder = file.text("recording/folder");
     readBroker(file, broker);
+    metricsPort = int(file.number("metrics/port", 0, 1, 65535));
     privacy.names = file.flag("privacy/names", false);
     privacy.pictures = file.flag("privacy/pictures", false);
     privacy.faces = file.flag("privacy/faces", false);

@@ -44,6 +44,8 @@ struct Settings
         bool names = false, pictures = false, faces = false, features = false;
     } privacy;
 
+    int metricsPort = 0; ///< on the loopback; 0: no metrics
+
     QSet<QString> commands; ///< words that the broker may send
 
     /// The beginning of every topic, without a slash at its end.

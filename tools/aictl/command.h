@@ -29,6 +29,7 @@ struct Command
 };
 
 std::vector<Command> serviceCommands();
+std::vector<Command> counterCommands();
 std::vector<Command> galleryCommands();
 std::vector<Command> erasureCommands();
 std::vector<Command> analysisCommands();

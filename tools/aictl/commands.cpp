@@ -69,8 +69,8 @@ const std::vector<Command> &allCommands()
 {
     static const auto commands = [] {
         std::vector<Command> all;
-        for (const auto &group :
-             {serviceCommands(), galleryCommands(), erasureCommands(), analysisCommands(), sessionCommands()})
+        for (const auto &group : {serviceCommands(), counterCommands(), galleryCommands(), erasureCommands(),
+                                  analysisCommands(), sessionCommands()})
             std::copy(group.begin(), group.end(), std::back_inserter(all));
         return all;
     }();

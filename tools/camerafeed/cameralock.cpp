@@ -1,7 +1,6 @@
 #include "cameralock.h"
 
-#include <QDir>
-#include <QRegularExpression>
+#include "cameralockfile.h"
 
 #include <csignal>
 #include <cstdio>
@@ -13,12 +12,6 @@
 namespace {
 
 constexpr int retryInterval = 100; // milliseconds
-
-QString fileName(QString key)
-{
-    return QDir::temp().filePath("camerafeed-" + key.replace(QRegularExpression("[^A-Za-z0-9_.-]"), "_") +
-                                 ".lock");
-}
 
 bool askToEnd(qint64 process)
 {
@@ -32,7 +25,7 @@ bool askToEnd(qint64 process)
 
 } // namespace
 
-CameraLock::CameraLock(const QString &key) : m_key(key), m_file(fileName(key))
+CameraLock::CameraLock(const QString &key) : m_key(key), m_file(cameraLockFile(key))
 {
     m_file.setStaleLockTime(0); // a camera runs for days; only the death of its process frees the lock
 }
@@ -49,7 +42,7 @@ bool CameraLock::take(QString &error)
                     .arg(process)
                     .arg(m_key);
     else
-        error = QStringLiteral("cannot make the lock file %1").arg(fileName(m_key));
+        error = QStringLiteral("cannot make the lock file %1").arg(cameraLockFile(m_key));
     return false;
 }
 

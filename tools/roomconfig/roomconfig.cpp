@@ -41,6 +41,7 @@ const QSet<QString> &knownKeys()
         "broker/keepalive",
         "broker/store",
         "broker/store-bytes",
+        "metrics/port",
         "privacy/names",
         "privacy/pictures",
         "privacy/faces",

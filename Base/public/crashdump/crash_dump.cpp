@@ -1,5 +1,7 @@
 #include "crash_dump.h"
 
+#include "mylog.h"
+
 #include <QDebug>
 #include <QDir>
 
@@ -24,6 +26,7 @@ google_breakpad::ExceptionHandler *handler = nullptr;
 
 bool reportDump(const QString &guid, bool succeeded)
 {
+    MyLog::writeAtOnce();
     qDebug() << "callback";
     if (succeeded)
         qDebug().noquote().nospace() << "dump guid is " << guid;

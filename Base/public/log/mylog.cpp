@@ -2,7 +2,7 @@
 
 #include "picturetext.h"
 
-#include <spdlog/pattern_formatter.h>
+#include <spdlog/details/fmt_helper.h>
 #include <spdlog/sinks/daily_file_sink.h>
 #include <spdlog/sinks/stdout_color_sinks.h>
 #include <spdlog/spdlog.h>
@@ -12,17 +12,95 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string_view>
+#include <thread>
 #include <tuple>
+#include <unordered_map>
 
 #ifndef Q_OS_WIN
-#include <cstdio>
 #include <sys/stat.h>
+#include <unistd.h>
 #endif
 
 namespace {
+
+/// Standard output that is a file or a pipe, where each write costs more than making a line does. A line goes
+/// there at once when the last write is 2 ms ago. What comes sooner gathers, and goes 2 ms later.
+class ConsoleSink : public spdlog::sinks::base_sink<std::mutex>
+{
+public:
+    ConsoleSink() : writer([this] { writeWhatGathers(); }) {}
+    ~ConsoleSink() override
+    {
+        {
+            const std::lock_guard lock(mutex_);
+            ending = true;
+        }
+        wake.notify_one();
+        writer.join();
+    }
+
+    ConsoleSink(const ConsoleSink &) = delete;
+    ConsoleSink &operator=(const ConsoleSink &) = delete;
+
+    /// For a process that crashes, in which the lock may be held for ever: then it is done without.
+    void writeAtOnce()
+    {
+        std::unique_lock lock(mutex_, std::try_to_lock);
+        for (int attempt = 0; attempt < 100 && !lock; ++attempt) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            lock.try_lock();
+        }
+        gathering = false;
+        write();
+    }
+
+protected:
+    void sink_it_(const spdlog::details::log_msg &message) override
+    {
+        const bool first = gathered.size() == 0;
+        formatter_->format(message, gathered);
+        if (!gathering || message.time - written >= interval || gathered.size() >= longest)
+            write();
+        else if (first)
+            wake.notify_one();
+    }
+    void flush_() override { write(); }
+
+private:
+    void write()
+    {
+        std::fwrite(gathered.data(), 1, gathered.size(), stdout);
+        std::fflush(stdout);
+        gathered.clear();
+        written = spdlog::log_clock::now();
+    }
+
+    void writeWhatGathers()
+    {
+        std::unique_lock lock(mutex_);
+        while (!ending) {
+            wake.wait(lock, [this] { return ending || gathered.size() > 0; });
+            wake.wait_for(lock, interval, [this] { return ending; });
+            write();
+        }
+    }
+
+    static constexpr std::chrono::milliseconds interval{2};
+    static constexpr std::size_t longest = 32 * 1024; // bytes
+
+    spdlog::memory_buf_t gathered;
+    spdlog::log_clock::time_point written; ///< the last time
+    bool gathering = true;
+    bool ending = false;
+    std::condition_variable wake;
+    std::thread writer;
+};
 
 struct Settings
 {
@@ -33,6 +111,7 @@ struct Settings
     std::atomic<bool> console{false};
     // The registry has them too; each line takes them from here.
     std::shared_ptr<spdlog::logger> consoleLogger;
+    std::shared_ptr<ConsoleSink> consoleSink; ///< none when the console is a terminal
     std::shared_ptr<spdlog::logger> file;
     QHash<QByteArray, std::shared_ptr<spdlog::logger>> categories;
 };
@@ -68,14 +147,14 @@ public:
 protected:
     void sink_it_(const spdlog::details::log_msg &message) override
     {
-        const auto now = std::chrono::steady_clock::now();
-        if (now < nextTry)
+        if (nextTry && std::chrono::steady_clock::now() < *nextTry)
             return;
         try {
             file.log(message);
+            nextTry.reset();
         } catch (const spdlog::spdlog_ex &error) {
             if (std::strstr(error.what(), "Failed opening file"))
-                nextTry = now + std::chrono::seconds(1);
+                nextTry = std::chrono::steady_clock::now() + std::chrono::seconds(1);
             throw;
         }
     }
@@ -88,39 +167,26 @@ protected:
 
 private:
     spdlog::sinks::daily_file_sink<spdlog::details::null_mutex, TimedFileName> file;
-    std::chrono::steady_clock::time_point nextTry;
+    std::optional<std::chrono::steady_clock::time_point> nextTry;
 };
 
-/// Lines of the pattern "[time] [thread] [level] text". Console and file get each line one after the other on
-/// the same thread and with the same time, so what stands before the text is made once.
-class LineFormatter : public spdlog::formatter
+void append(spdlog::memory_buf_t &line, std::string_view text)
+{
+    const std::size_t end = line.size();
+    line.resize(end + text.size()); // fmt's own appending goes byte by byte
+    std::memcpy(line.data() + end, text.data(), text.size());
+}
+
+/// Gives lines on as messageHandler() has made them, so that no sink makes one under its lock.
+class ReadyLine : public spdlog::formatter
 {
 public:
     void format(const spdlog::details::log_msg &message, spdlog::memory_buf_t &line) override
     {
-        struct Head
-        {
-            spdlog::log_clock::time_point time;
-            spdlog::level::level_enum level = spdlog::level::off;
-            spdlog::memory_buf_t text;
-        };
-        thread_local Head head;
-        if (head.time != message.time || head.level != message.level) {
-            head.time = message.time;
-            head.level = message.level;
-            head.text.clear();
-            pattern.format(message, head.text);
-        }
-        line.append(head.text.begin(), head.text.end());
-        line.append(message.payload.begin(), message.payload.end());
-        const std::string_view end = "\r\n";
-        line.append(end.begin(), end.end());
+        append(line, {message.payload.data(), message.payload.size()});
     }
 
-    std::unique_ptr<spdlog::formatter> clone() const override { return std::make_unique<LineFormatter>(); }
-
-private:
-    spdlog::pattern_formatter pattern{"[%H:%M:%S:%e] [%t] [%l] ", spdlog::pattern_time_type::local, ""};
+    std::unique_ptr<spdlog::formatter> clone() const override { return std::make_unique<ReadyLine>(); }
 };
 
 std::shared_ptr<spdlog::logger> createFileLogger(const QString &loggerName, const QString &baseName)
@@ -170,6 +236,30 @@ spdlog::level::level_enum levelOf(QtMsgType type)
     return spdlog::level::off;
 }
 
+/// What the pattern "[%H:%M:%S:%e] [%t] [%l] " stands for, in local time.
+void appendHead(spdlog::memory_buf_t &line, spdlog::log_clock::time_point now,
+                spdlog::level::level_enum level)
+{
+    using namespace std::chrono;
+    const auto time = duration_cast<milliseconds>(now.time_since_epoch());
+    const auto second = duration_cast<seconds>(time);
+    thread_local seconds formattedSecond{-1};
+    thread_local std::string timeOfDay;
+    if (second != formattedSecond) {
+        formattedSecond = second;
+        const std::tm local = spdlog::details::os::localtime(spdlog::log_clock::to_time_t(now));
+        timeOfDay = fmt::format("[{:02}:{:02}:{:02}:", local.tm_hour, local.tm_min, local.tm_sec);
+    }
+    append(line, timeOfDay);
+    spdlog::details::fmt_helper::pad3(static_cast<unsigned>((time - second).count()), line);
+    append(line, "] [");
+    spdlog::details::fmt_helper::append_int(spdlog::details::os::thread_id(), line);
+    append(line, "] [");
+    const auto name = spdlog::level::to_string_view(level);
+    append(line, {name.data(), name.size()});
+    append(line, "] ");
+}
+
 spdlog::logger *fileLoggerOf(const QMessageLogContext &context)
 {
     const auto &own = settings().categories;
@@ -182,9 +272,8 @@ spdlog::logger *fileLoggerOf(const QMessageLogContext &context)
 }
 
 /// The name in a function's signature: from the blank behind the result's type up to the arguments.
-std::string_view shortFunctionName(const char *signature)
+std::string_view cutFunctionName(std::string_view function)
 {
-    const std::string_view function(signature ? signature : "");
     const auto parenthesis = function.rfind('(');
     if (parenthesis == 0 || parenthesis == std::string_view::npos)
         return function;
@@ -193,9 +282,24 @@ std::string_view shortFunctionName(const char *signature)
     return function.substr(start, parenthesis - start);
 }
 
-void append(spdlog::memory_buf_t &line, std::string_view text)
+/// A signature is a literal of the program, and each thread has it cut once.
+std::string_view shortFunctionName(const char *signature)
 {
-    line.append(text.data(), text.data() + text.size());
+    thread_local std::unordered_map<const void *, std::string_view> cut;
+    const auto [name, isNew] = cut.try_emplace(signature);
+    if (isNew && signature)
+        name->second = cutFunctionName(signature);
+    return name->second;
+}
+
+/// Where somebody reads, in colours, and each line at once.
+bool isTerminal()
+{
+#ifdef Q_OS_WIN
+    return true;
+#else
+    return isatty(fileno(stdout));
+#endif
 }
 
 /// Whether nobody can ever see what goes to standard output: it is closed, or it is the null device.
@@ -223,7 +327,16 @@ void MyLog::init(QString name, QDir folder, QStringList categories, int level, q
     settings().folder = folder;
     settings().infoLimit = quint64(infoLimit);
 
-    settings().consoleLogger = spdlog::stdout_color_mt("console");
+    settings().consoleSink.reset();
+    if (isTerminal()) {
+        settings().consoleLogger = spdlog::stdout_color_mt("console");
+    } else {
+        settings().consoleSink = std::make_shared<ConsoleSink>();
+        settings().consoleLogger = std::make_shared<spdlog::logger>("console", settings().consoleSink);
+        spdlog::register_logger(settings().consoleLogger);
+        static const int registered = std::atexit(&MyLog::writeAtOnce);
+        static_cast<void>(registered);
+    }
     settings().file = createFileLogger("logger", name);
     settings().categories.clear();
     for (const QString &category : categories)
@@ -231,7 +344,7 @@ void MyLog::init(QString name, QDir folder, QStringList categories, int level, q
 
     spdlog::set_level(spdlog::level::debug);
     spdlog::flush_every(std::chrono::seconds(3));
-    spdlog::set_formatter(std::make_unique<LineFormatter>());
+    spdlog::set_formatter(std::make_unique<ReadyLine>());
     qInstallMessageHandler(&MyLog::messageHandler);
 }
 
@@ -253,6 +366,12 @@ void MyLog::flush()
     spdlog::apply_all([](const std::shared_ptr<spdlog::logger> &logger) { logger->flush(); });
 }
 
+void MyLog::writeAtOnce()
+{
+    if (settings().consoleSink)
+        settings().consoleSink->writeAtOnce();
+}
+
 void MyLog::messageHandler(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
     const int rank = rankOf(type);
@@ -261,7 +380,7 @@ void MyLog::messageHandler(QtMsgType type, const QMessageLogContext &context, co
     spdlog::logger *const file = fileLoggerOf(context);
     if (!file)
         return;
-    const QByteArray bytes = log_text::withoutPictures(message).toLocal8Bit();
+    const QByteArray bytes = log_text::toBytes(message);
     std::string_view text(bytes.constData(), std::size_t(bytes.size()));
     if (type == QtInfoMsg)
         text = text.substr(0, settings().infoLimit);
@@ -273,12 +392,14 @@ void MyLog::messageHandler(QtMsgType type, const QMessageLogContext &context, co
     append(place, shortFunctionName(context.function));
     place.push_back(':');
     append(place, std::string_view(fmt::format_int(context.line).c_str()));
-    append(place, type == QtDebugMsg ? ",)" : ")");
+    append(place, type == QtDebugMsg ? ",)\r\n" : ")\r\n");
     spdlog::memory_buf_t line;
     const auto now = spdlog::log_clock::now();
+    appendHead(line, now, levelOf(type));
+    append(line, text);
+    const std::size_t endOfText = line.size();
     const auto write = [&](spdlog::logger &logger, std::string_view gap) {
-        line.clear();
-        append(line, text);
+        line.resize(endOfText);
         append(line, gap);
         append(line, {place.data(), place.size()});
         logger.log(now, {}, levelOf(type), spdlog::string_view_t(line.data(), line.size()));
@@ -286,6 +407,8 @@ void MyLog::messageHandler(QtMsgType type, const QMessageLogContext &context, co
     if (settings().console.load(std::memory_order_relaxed))
         write(*settings().consoleLogger, "    ");
     write(*file, type == QtDebugMsg ? "\t\t\t" : "    ");
-    if (type == QtFatalMsg)
+    if (type == QtFatalMsg) {
+        writeAtOnce();
         std::abort();
+    }
 }

@@ -11,7 +11,9 @@
  *
  * Each start opens a file of its own, <folder>/<name>_<date>_<time>.log, and so does each midnight; old
  * files stay. A line reads "[time] [thread] [level] text    ==>>(function:line)" and ends in "\r\n".
- * Lines reach the disk every 3 seconds, or with flush(): a crash loses what came since.
+ * Lines reach the disk every 3 seconds, or with flush(): a crash loses what came since. They reach a console
+ * that isn't a terminal within 2 ms: what comes that soon after a line is written together. A crash that
+ * CrashDump sees loses none of them, nor does exit(); a kill may lose those 2 ms.
  *
  * A picture in a line is written as its kind, length and a hash (picturetext.h).
  *
@@ -43,6 +45,10 @@ public:
 
     /// Writes everything logged so far to the disk.
     static void flush();
+
+    /// What has gathered for the console is written now, and from here on each line at once. For the
+    /// end of a process, by a crash too: waits for no lock longer than a tenth of a second.
+    static void writeAtOnce();
 
     /// The handler that init() installs. A fatal message ends the process by abort().
     static void messageHandler(QtMsgType type, const QMessageLogContext &context, const QString &message);

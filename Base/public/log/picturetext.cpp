@@ -2,6 +2,8 @@
 
 #include <QCryptographicHash>
 
+#include <string_view>
+
 namespace {
 
 const QLatin1String mark("data:image/");
@@ -69,4 +71,11 @@ QString log_text::withoutPictures(const QString &text)
         written = end;
     }
     return result + text.midRef(written);
+}
+
+QByteArray log_text::toBytes(const QString &text)
+{
+    const QByteArray bytes = text.toUtf8();
+    const std::string_view searched(bytes.constData(), std::size_t(bytes.size()));
+    return searched.find(mark.latin1()) == std::string_view::npos ? bytes : withoutPictures(text).toUtf8();
 }

@@ -1,12 +1,13 @@
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 
 /**
  * Pictures in lines of the log. They are those of children, and a log is kept and passed on, so no line shows
  * one. MyLog applies this to every line; who cuts a text before it logs it applies it first.
  *
- * Threads: a free function without state.
+ * Threads: free functions without state.
  */
 namespace log_text {
 
@@ -14,5 +15,8 @@ namespace log_text {
 /// characters and a short hash, by which the same picture is known again: "<picture jpg, 21504 characters,
 /// 3f2a91c0>".
 QString withoutPictures(const QString &text);
+
+/// The same in UTF-8. Costs little more than the conversion when there is no picture.
+QByteArray toBytes(const QString &text);
 
 } // namespace log_text

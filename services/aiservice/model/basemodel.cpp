@@ -1,5 +1,6 @@
 #include "basemodel.h"
 
+#include "counters.h"
 #include "rectutil.h"
 
 #include <QDebug>
@@ -13,6 +14,11 @@ QMutex *lockOf(const RecogniserRow &row)
 {
     static QMutex locks[std::size(recogniserTable)];
     return row.takesTurns ? &locks[&row - recogniserTable] : nullptr;
+}
+
+counters::RecogniserRow &countedIn(const RecogniserRow &row)
+{
+    return counters::find(counters::page().recognisers, int(row.recogniser));
 }
 
 } // namespace
@@ -35,9 +41,16 @@ bool BaseModel::detect()
         return true;
     QElapsedTimer clock;
     clock.start();
+    counters::RecogniserRow &counted = countedIn(m_row);
+    const std::int64_t begin = counters::now();
     {
         QMutexLocker locker(lockOf(m_row));
-        if (!guarded([this] { call(); }) || !fits()) {
+        const std::int64_t turn = counters::now();
+        const bool succeeded = guarded([this] { call(); }) && fits();
+        counters::addTime(counted.time, counted.longest, counters::now() - turn);
+        counted.waited.add(turn - begin);
+        counted.calls.add();
+        if (!succeeded) {
             discard();
             return false;
         }
@@ -73,6 +86,7 @@ bool BaseModel::hasLength(size_t length, size_t expected) const
 {
     if (length == expected)
         return true;
+    countedIn(m_row).failed.add();
     qCritical("[%s] recogniser delivered %zu results instead of %zu", m_row.callTag, length, expected);
     return false;
 }
@@ -85,5 +99,6 @@ void BaseModel::bound(std::vector<cv::Rect> &rects)
 
 void BaseModel::logThrown(const char *what) const
 {
+    countedIn(m_row).failed.add();
     qCritical("[%s] recogniser threw: %s", m_row.callTag, what);
 }

@@ -111,23 +111,33 @@ int BaseStrategy::frameCount()
 void BaseStrategy::onRecieveFrame(const QImage &image)
 {
     seenByAll.fetch_add(1, std::memory_order_relaxed);
-    if (m_state != State::running)
-        return;
-    if (m_frameInterval < 1) {
-        qWarning("strategy<1%%> can not get frame every <2%%>");
+    counters::AnalysisRow &counted = m_backlog.counted();
+    if (m_state != State::running) {
+        counted.skippedStopped.add();
         return;
     }
-    if (m_seenFrames++ % m_frameInterval != 0)
+    if (m_frameInterval < 1) {
+        qWarning("strategy<1%%> can not get frame every <2%%>");
+        counted.skippedUnusable.add();
         return;
+    }
+    if (m_seenFrames++ % m_frameInterval != 0) {
+        counted.skippedInterval.add();
+        return;
+    }
 
+    const std::int64_t begin = counters::now();
     const cv::Mat frame = ai_image::convertQImage2Mat(image);
     if (frame.empty()) {
         qWarning("strategy<1%%> got an empty frame");
+        counted.skippedUnusable.add();
         return;
     }
     m_imageWidth = image.width();
     m_imageHeight = image.height();
     handleFrame(frame);
+    counters::addTime(counted.time, counted.longest, counters::now() - begin);
+    counted.handled.add();
 
     ++m_handledFrames;
     const int limit = m_frameLimit;

@@ -58,6 +58,8 @@ public:
     /// Whether it was stopped, before the start or after it: every start is refused from then on.
     bool hasEnded() const { return m_state == State::ended; }
 
+    /// Before the start: where its frames are counted.
+    void countIn(counters::AnalysisRow &row) { m_backlog.countIn(row); }
     /// Queues a frame for the strategy's thread, unless frameBacklog of them are waiting there.
     void offerFrame(const QImage &image);
 

@@ -47,8 +47,11 @@ constexpr Entry factory[] = {
 BaseStrategy *BaseStrategy::createNewStrategy(const QString &name, const QString &requestID)
 {
     for (const Entry &entry : factory) {
-        if (name == QLatin1String(entry.name))
-            return entry.make(requestID);
+        if (name != QLatin1String(entry.name))
+            continue;
+        BaseStrategy *strategy = entry.make(requestID);
+        strategy->countIn(counters::find(counters::page().analyses, entry.name));
+        return strategy;
     }
     return nullptr;
 }
