@@ -1,5 +1,6 @@
 #include "aiclient.h"
 
+#include "messages.h"
 #include "wire.h"
 
 #include <QDir>
@@ -43,6 +44,27 @@ QString AiReply::errorText() const
                             : QStringLiteral("error %1: %2").arg(error).arg(detail);
 }
 
+AiReply::Refusal AiReply::refusal() const
+{
+    static const std::pair<const char *, Refusal> signs[] = {{"not open", NotOpen},
+                                                             {"not init", NotInitialised},
+                                                             {"already start", AlreadyStarted},
+                                                             {"not start", NotStarted}};
+    for (const auto &[words, refusal] : signs) {
+        if (detail.contains(QLatin1String(words)))
+            return refusal;
+    }
+    return OtherState;
+}
+
+QString AiReply::meaningOf(int error)
+{
+    const ai::ErrorRow *row = ai::find(ai::Error{error});
+    // What follows a colon is for the page of the protocol.
+    return row ? QString(row->meaning).section(':', 0, 0)
+               : QStringLiteral("an error that this client doesn't know");
+}
+
 AiClient::AiClient(QObject *parent) : QObject(parent)
 {
     qRegisterMetaType<AiEvent>();
@@ -81,18 +103,6 @@ bool AiClient::connectToRoom(int timeout)
            connectToService(QStringLiteral("AI"), timeout);
 }
 
-qint64 AiClient::serviceProcess() const
-{
-#ifdef Q_OS_LINUX
-    ucred owner = {};
-    socklen_t size = sizeof owner;
-    if (m_connected &&
-        getsockopt(int(m_socket.socketDescriptor()), SOL_SOCKET, SO_PEERCRED, &owner, &size) == 0)
-        return owner.pid;
-#endif
-    return 0;
-}
-
 void AiClient::disconnectFromService()
 {
     if (!m_connected)
@@ -112,7 +122,8 @@ qint64 AiClient::serviceProcessId() const
 #ifdef Q_OS_LINUX
     ucred other = {};
     socklen_t size = sizeof other;
-    if (getsockopt(int(m_socket.socketDescriptor()), SOL_SOCKET, SO_PEERCRED, &other, &size) == 0)
+    if (m_connected &&
+        getsockopt(int(m_socket.socketDescriptor()), SOL_SOCKET, SO_PEERCRED, &other, &size) == 0)
         return other.pid;
 #endif
     return 0;

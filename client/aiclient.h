@@ -35,6 +35,20 @@ struct AiReply
     bool ok() const { return outcome == Answered && error == 0; }
     /// One line for a person: empty on success, otherwise code and detail.
     QString errorText() const;
+
+    /// What stood in the way of a command that was refused with Error::WrongState.
+    enum Refusal
+    {
+        NotOpen,
+        NotInitialised,
+        AlreadyStarted,
+        NotStarted,
+        OtherState
+    };
+    /// Read from the detail, as the code alone doesn't tell.
+    Refusal refusal() const;
+    /// What a value of "rsp_error" means, in a few words of English.
+    static QString meaningOf(int error);
 };
 
 /// One event of the service. Payloads: docs/protocol.md, and as data messages.h.
@@ -99,8 +113,6 @@ public:
     /// Connects to the bridge of the room (aibridge) when one runs, else to the service itself. Through a
     /// bridge, leaving ends nobody's analyses.
     bool connectToRoom(int timeout = 3000);
-    /// The process at the other end of the connection; 0 when there is none, or the platform doesn't tell.
-    qint64 serviceProcess() const;
     /// Ends the connection. Outstanding requests get their callback with the outcome Disconnected.
     void disconnectFromService();
     bool isConnected() const;

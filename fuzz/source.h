@@ -54,7 +54,7 @@ public:
     {
         std::lock_guard<std::mutex> locker(m_lock);
         const std::size_t count = std::min(most, m_left);
-        const QByteArray result(reinterpret_cast<const char *>(m_next), static_cast<int>(count));
+        QByteArray result(reinterpret_cast<const char *>(m_next), static_cast<int>(count));
         skip(count);
         return result;
     }

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <map>
 #include <mutex>
-
 #include <sys/mman.h>
 #include <sys/sem.h>
 #include <sys/shm.h>

@@ -2,6 +2,9 @@
 
 #include "protocol.h"
 
+#include <array>
+#include <cstddef>
+
 /**
  * One row for each message: its code, its name, its keys. Whoever needs such a fact reads it here: the
  * service its gates, clients names, docs/asyncapi.json and the tables of docs/protocol.md everything.
@@ -17,6 +20,10 @@ struct Rows
     constexpr Rows() = default;
     template <int n>
     constexpr Rows(const Row (&rows)[n]) : first(rows), count(n)
+    {
+    }
+    template <std::size_t n>
+    constexpr Rows(const std::array<Row, n> &rows) : first(rows.data()), count(static_cast<int>(n))
     {
     }
 
@@ -89,6 +96,20 @@ struct ErrorRow
     const char *remedy; ///< what a client does about it
 };
 
+/// The rows of several lists, one after the other.
+template <class Row, int... n>
+constexpr auto joined(const Row (&...lists)[n])
+{
+    std::array<Row, (n + ...)> all{};
+    std::size_t i = 0;
+    const auto append = [&](const auto &list) {
+        for (const Row &row : list)
+            all[i++] = row;
+    };
+    (append(lists), ...);
+    return all;
+}
+
 inline constexpr bool optional = true;
 inline constexpr bool needsCamera = true;
 
@@ -149,7 +170,7 @@ inline constexpr Key eventKeys[] = {
 
 // Commands.
 
-inline constexpr Key initialiseKeys[] = {
+inline constexpr Key recogniserKeys[] = {
     {"faceMtcnn", Type::Boolean, "face detection", optional},
     {"faceid", Type::Boolean, "face identification", optional},
     {"ssd", Type::Boolean, "body detection", optional},
@@ -157,12 +178,17 @@ inline constexpr Key initialiseKeys[] = {
     {"handup", Type::Boolean, "raised hands", optional},
     {"emotion", Type::Boolean, "smiles", optional},
     {"faceAttr", Type::Boolean, "glasses", optional},
+};
+inline constexpr Key poseNetworkKeys[] = {
     {"cmu", Type::Boolean, "pose network; accepted, nothing is loaded for it", optional},
     {"cmuPose", Type::Boolean, "classes of the pose network; accepted, nothing is loaded for it", optional},
+};
+inline constexpr Key settingKeys[] = {
     {"identify", Type::Text, "first part of the names of recorded files; absent means empty", optional},
     {"enableEmotion", Type::Boolean,
      "look for smiles while attention runs; true at the start, absent leaves it as it is", optional},
 };
+inline constexpr auto initialiseKeys = joined(recogniserKeys, poseNetworkKeys, settingKeys);
 
 inline constexpr Key externalFaceKeys[] = {studentKey,
                                            {"faceImg", Type::Picture, "the face, exactly 128 by 128 pixels"}};
@@ -286,6 +312,8 @@ inline constexpr Key galleryKeys[] = {
 inline constexpr Key facesKeys[] = {
     {"image", Type::Picture, "the whole frame"},
     {"galleries", Type::List, "one map for each face", !optional, galleryKeys}};
+/// What a student of each pose class adds to "concerntration"; a class beyond them adds nothing.
+inline constexpr std::array<double, 5> poseWeights{0.9794, -0.5828, 1.4348, 0.877, 0.1807};
 inline constexpr Key attentionKeys[] = {
     {"concerntration", Type::Real, "the sum of a weight for each student's pose class"},
     {"studentStates", Type::List, "the students found, \"state\" is the pose class", !optional, stateKeys}};
@@ -344,7 +372,8 @@ inline constexpr ErrorRow errors[] = {
     {Error::WrongState, "wrong state: not open, not initialised, already started, not started",
      "the detail says which: open, initialise, start or stop first"},
     {Error::NoAnalysis, "the analysis could not be made", "look into the log of the service"},
-    {Error::NoStudent, "no such student", "ask for those who are enrolled (1026)"},
+    {Error::NoStudent, "no such student, or no place is known of him",
+     "ask for those who are enrolled (1026)"},
 };
 
 /// The row of a command; null for a code that is none.

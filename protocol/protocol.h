@@ -1,5 +1,7 @@
 #pragma once
 
+#include <type_traits>
+
 /**
  * The numbers of the protocol: kinds of requests, commands, events, errors, states. What belongs to each
  * command and event, and its name, is in messages.h; docs/protocol.md tells it in words.
@@ -94,39 +96,11 @@ enum class State : int
     Initialised = 2
 };
 
-constexpr unsigned code(Command command)
+/// The number of one of them.
+template <class Enumeration>
+constexpr std::underlying_type_t<Enumeration> code(Enumeration value)
 {
-    return static_cast<unsigned>(command);
-}
-
-constexpr unsigned code(Question question)
-{
-    return static_cast<unsigned>(question);
-}
-
-constexpr unsigned code(Event event)
-{
-    return static_cast<unsigned>(event);
-}
-
-constexpr int code(Error error)
-{
-    return static_cast<int>(error);
-}
-
-constexpr int code(State state)
-{
-    return static_cast<int>(state);
-}
-
-constexpr int code(MessageType type)
-{
-    return static_cast<int>(type);
-}
-
-constexpr int code(Kind kind)
-{
-    return static_cast<int>(kind);
+    return static_cast<std::underlying_type_t<Enumeration>>(value);
 }
 
 } // namespace ai

@@ -5,8 +5,8 @@
 #include "videorecorder.h"
 
 #include <benchmark/benchmark.h>
-#include <chrono>
 #include <opencv2/imgproc.hpp>
+
 #include <QBuffer>
 #include <QCoreApplication>
 #include <QDir>
@@ -14,15 +14,17 @@
 #include <QTemporaryDir>
 #include <QThread>
 
+#include <chrono>
+
 // What the pictures, the table of students, the store and the recorder add to the bare operations. Each
 // measurement of ours stands behind the bare one ("Bare...") that it is to be compared with.
 
 namespace {
 
-constexpr int WIDTH = 1920;
-constexpr int HEIGHT = 1080;
-constexpr int STUDENTS = 60;
-constexpr int FEATURE_LENGTH = 512;
+constexpr int frameWidth = 1920;
+constexpr int frameHeight = 1080;
+constexpr int studentCount = 60;
+constexpr int featureLength = 512;
 
 /// A picture with structure and a little noise, which an encoder finds as hard as a camera's.
 cv::Mat scene(int width, int height, int shift)
@@ -46,7 +48,7 @@ QImage frameOf(const cv::Mat &picture)
 
 void bareColourConversion(benchmark::State &state)
 {
-    const cv::Mat frame = scene(WIDTH, HEIGHT, 0);
+    const cv::Mat frame = scene(frameWidth, frameHeight, 0);
     for (auto _ : state) {
         cv::Mat converted;
         cv::cvtColor(frame, converted, cv::COLOR_RGB2BGR);
@@ -57,7 +59,7 @@ BENCHMARK(bareColourConversion)->Name("BareCvtColor")->Unit(benchmark::kMicrosec
 
 void convertFrame(benchmark::State &state)
 {
-    const cv::Mat frame = scene(WIDTH, HEIGHT, 0);
+    const cv::Mat frame = scene(frameWidth, frameHeight, 0);
     const QImage image = frameOf(frame);
     for (auto _ : state)
         benchmark::DoNotOptimize(ai_image::convertQImage2Mat(image).data);
@@ -67,7 +69,7 @@ BENCHMARK(convertFrame)->Name("ConvertQImage2Mat")->Unit(benchmark::kMicrosecond
 void bareJpegText(benchmark::State &state)
 {
     const int height = static_cast<int>(state.range(0));
-    const cv::Mat picture = scene(height * WIDTH / HEIGHT, height, 0);
+    const cv::Mat picture = scene(height * frameWidth / frameHeight, height, 0);
     for (auto _ : state) {
         QBuffer buffer;
         buffer.open(QIODevice::WriteOnly);
@@ -75,20 +77,20 @@ void bareJpegText(benchmark::State &state)
         benchmark::DoNotOptimize(buffer.data().toBase64().size());
     }
 }
-BENCHMARK(bareJpegText)->Name("BareJpegAndBase64")->Arg(HEIGHT)->Arg(128)->Unit(benchmark::kMicrosecond);
+BENCHMARK(bareJpegText)->Name("BareJpegAndBase64")->Arg(frameHeight)->Arg(128)->Unit(benchmark::kMicrosecond);
 
 void jpegText(benchmark::State &state)
 {
     const int height = static_cast<int>(state.range(0));
-    const cv::Mat picture = scene(height * WIDTH / HEIGHT, height, 0);
+    const cv::Mat picture = scene(height * frameWidth / frameHeight, height, 0);
     for (auto _ : state)
         benchmark::DoNotOptimize(ai_image::convertMat2Base64(picture).size());
 }
-BENCHMARK(jpegText)->Name("ConvertMat2Base64")->Arg(HEIGHT)->Arg(128)->Unit(benchmark::kMicrosecond);
+BENCHMARK(jpegText)->Name("ConvertMat2Base64")->Arg(frameHeight)->Arg(128)->Unit(benchmark::kMicrosecond);
 
 cv::Mat randomFeature(int seed)
 {
-    cv::Mat feature(1, FEATURE_LENGTH, CV_32F);
+    cv::Mat feature(1, featureLength, CV_32F);
     cv::RNG(static_cast<uint64_t>(seed) + 1).fill(feature, cv::RNG::UNIFORM, -1.0, 1.0);
     return feature;
 }
@@ -122,11 +124,12 @@ void updateFaceRect(benchmark::State &state)
 {
     DataManager *manager = DataManager::instance();
     manager->clear();
-    for (int i = 0; i < STUDENTS; ++i)
+    for (int i = 0; i < studentCount; ++i)
         manager->addStudent(makeStudent(i));
-    const cv::Mat feature = randomFeature(STUDENTS - 1), face = scene(128, 128, 0);
+    const cv::Mat feature = randomFeature(studentCount - 1), face = scene(128, 128, 0);
     for (auto _ : state)
-        benchmark::DoNotOptimize(manager->updateFaceRect(STUDENTS - 1, cv::Rect(1, 2, 3, 4), feature, face));
+        benchmark::DoNotOptimize(
+            manager->updateFaceRect(studentCount - 1, cv::Rect(1, 2, 3, 4), feature, face));
 }
 BENCHMARK(updateFaceRect)->Name("UpdateFaceRect");
 
@@ -134,7 +137,7 @@ void bareSixtyJpegTexts(benchmark::State &state)
 {
     const StudentInfo student = makeStudent(0);
     for (auto _ : state) {
-        for (int i = 0; i < STUDENTS; ++i)
+        for (int i = 0; i < studentCount; ++i)
             benchmark::DoNotOptimize(ai_image::convertMat2Base64(student.bestGallery).size());
     }
 }
@@ -146,7 +149,7 @@ void saveStudents(benchmark::State &state)
     QSqliteStorage *store = QSqliteStorage::instance();
     store->open(true);
     QVector<StudentInfo> students;
-    for (int i = 0; i < STUDENTS; ++i) {
+    for (int i = 0; i < studentCount; ++i) {
         students.append(makeStudent(i));
         store->addFaceMat(students[i].stuID, ai_image::convertMat2Base64(students[i].galleryImage),
                           cv::Rect());
@@ -159,14 +162,15 @@ void saveStudents(benchmark::State &state)
 }
 BENCHMARK(saveStudents)->Name("SaveStudents60")->Unit(benchmark::kMillisecond)->UseRealTime();
 
-constexpr int PICTURES = 8;
-constexpr int RECORDED_PICTURES = 60;
+constexpr int pictureCount = 8;
+constexpr int recordedPictures = 60;
 
 std::vector<cv::Mat> scenes()
 {
     std::vector<cv::Mat> result;
-    for (int i = 0; i < PICTURES; ++i)
-        result.push_back(scene(WIDTH, HEIGHT, i));
+    result.reserve(pictureCount);
+    for (int i = 0; i < pictureCount; ++i)
+        result.push_back(scene(frameWidth, frameHeight, i));
     return result;
 }
 
@@ -174,7 +178,7 @@ std::vector<cv::Mat> scenes()
 void countPictures(benchmark::internal::Benchmark *measured)
 {
     measured->Unit(benchmark::kMillisecond)
-        ->Iterations(RECORDED_PICTURES)
+        ->Iterations(recordedPictures)
         ->Repetitions(5)
         ->ReportAggregatesOnly()
         ->MeasureProcessCPUTime()
@@ -186,14 +190,14 @@ void bareEncoder(benchmark::State &state)
 {
     const std::vector<cv::Mat> pictures = scenes();
     cv::VideoWriter writer("bare.mp4", cv::CAP_FFMPEG, cv::VideoWriter::fourcc('x', '2', '6', '4'), 1.0,
-                           cv::Size(WIDTH, HEIGHT), true);
+                           cv::Size(frameWidth, frameHeight), true);
     size_t next = 0;
     for (auto _ : state)
-        writer.write(pictures[next++ % PICTURES]);
+        writer.write(pictures[next++ % pictureCount]);
 }
 BENCHMARK(bareEncoder)->Name("BareEncodedPicture")->Apply(countPictures);
 
-constexpr int INTERVAL = 30; // one frame in 30 is recorded
+constexpr int recordInterval = 30; // one frame in 30 is recorded
 
 void startRecording()
 {
@@ -209,12 +213,12 @@ void recordFrame(benchmark::State &state)
     VideoRecorder *recorder = VideoRecorder::instance();
     startRecording();
     const QImage skipped(16, 16, QImage::Format_RGB888);
-    for (int i = 0; i < INTERVAL; ++i) // opens the file
+    for (int i = 0; i < recordInterval; ++i) // opens the file
         recorder->onRecvFrame(skipped);
     size_t next = 0;
     for (auto _ : state)
-        for (int i = 0; i < INTERVAL; ++i)
-            recorder->onRecvFrame(frameOf(pictures[next++ / INTERVAL % PICTURES]));
+        for (int i = 0; i < recordInterval; ++i)
+            recorder->onRecvFrame(frameOf(pictures[next++ / recordInterval % pictureCount]));
     recorder->stop();
 }
 BENCHMARK(recordFrame)->Name("ThirtyFramesOneRecorded")->Apply(countPictures);
@@ -223,7 +227,7 @@ BENCHMARK(recordFrame)->Name("ThirtyFramesOneRecorded")->Apply(countPictures);
 double secondsForSkippedFrames(Camera &camera, QObject *receiver, const QImage &frame)
 {
     const auto begin = std::chrono::steady_clock::now();
-    for (int i = 1; i < INTERVAL; ++i)
+    for (int i = 1; i < recordInterval; ++i)
         emit camera.newImageSignal(frame);
     QMetaObject::invokeMethod(
         receiver, [] {}, Qt::BlockingQueuedConnection);
@@ -238,7 +242,7 @@ void bareQueuedFrames(benchmark::State &state)
     thread.start();
     Camera camera;
     QObject::connect(&camera, &Camera::newImageSignal, &receiver, &Receiver::onFrame);
-    const QImage frame(WIDTH, HEIGHT, QImage::Format_RGB888);
+    const QImage frame(frameWidth, frameHeight, QImage::Format_RGB888);
     for (auto _ : state)
         state.SetIterationTime(secondsForSkippedFrames(camera, &receiver, frame));
     thread.quit();
@@ -259,7 +263,7 @@ void skipFrames(benchmark::State &state)
 
     Camera camera;
     QObject::connect(&camera, &Camera::newImageSignal, recorder, &VideoRecorder::onRecvFrame);
-    const QImage frame(WIDTH, HEIGHT, QImage::Format_RGB888);
+    const QImage frame(frameWidth, frameHeight, QImage::Format_RGB888);
     for (auto _ : state) {
         state.SetIterationTime(secondsForSkippedFrames(camera, recorder, frame));
         recorder->onRecvFrame(QImage()); // the one that would be recorded

@@ -13,14 +13,14 @@
 #include "serviceserver.h"
 #include "wire.h"
 
+#include <opencv2/imgproc.hpp>
+
 #include <QBuffer>
 #include <QDataStream>
 #include <QImage>
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QThread>
-
-#include <opencv2/imgproc.hpp>
 
 #include <algorithm>
 #include <atomic>

@@ -5,13 +5,13 @@
 #include "benchlog.h"
 #include "benchmain.h"
 
-#include <QDebug>
-#include <QFile>
-
 #include <spdlog/pattern_formatter.h>
 #include <spdlog/sinks/daily_file_sink.h>
 #include <spdlog/sinks/stdout_color_sinks.h>
 #include <spdlog/spdlog.h>
+
+#include <QDebug>
+#include <QFile>
 
 #include <thread>
 #include <vector>
@@ -25,6 +25,7 @@ double secondsOfLines(int threads, const Line &line)
 {
     const double start = processorSeconds(CLOCK_PROCESS_CPUTIME_ID);
     std::vector<std::thread> loggers;
+    loggers.reserve(threads);
     for (int i = 0; i < threads; ++i)
         loggers.emplace_back([&line, threads] {
             for (int k = 0; k < allLines / threads; ++k)

@@ -17,6 +17,8 @@
 #include "democlass.h"
 
 #include <mirovane/recognisers.h>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include <algorithm>
 #include <array>
@@ -24,8 +26,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <memory>
-#include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
 #include <string>
 
 namespace {
@@ -123,6 +123,7 @@ cv::Rect padded(const cv::Rect &face, const cv::Size &size)
 std::vector<cv::Rect> crops(const cv::Rect &body, const cv::Size &size)
 {
     std::vector<cv::Rect> result;
+    result.reserve(3);
     const int x = std::max(body.x - 3, 0);
     for (int step = 0; step < 3; ++step)
         result.emplace_back(x, std::max(body.y - 6 * (step + 1), 0), std::min(size.width - x, body.width + 6),

@@ -1,5 +1,4 @@
 #include "measure.h"
-
 #include "mtcnnmodel.h"
 
 #include <algorithm>

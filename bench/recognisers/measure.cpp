@@ -15,12 +15,13 @@
  */
 #include "measure.h"
 
+#include <QLoggingCategory>
+#include <QSettings>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <QLoggingCategory>
-#include <QSettings>
 
 namespace {
 

@@ -2,10 +2,11 @@
 
 #include "photographs.h"
 
-#include <functional>
-#include <memory>
 #include <mirovane/facedetectionmtcnn.h>
 #include <mirovane/faceiddetection.h>
+
+#include <functional>
+#include <memory>
 
 /// The recognisers under measurement, through the interface that the service uses.
 struct Recognisers

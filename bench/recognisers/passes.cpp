@@ -11,15 +11,17 @@
 #include "modelmanager.h"
 #include "photographs.h"
 
+#include <opencv2/imgproc.hpp>
+
+#include <QCoreApplication>
+#include <QLoggingCategory>
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <functional>
-#include <opencv2/imgproc.hpp>
-#include <QCoreApplication>
-#include <QLoggingCategory>
 
 namespace {
 

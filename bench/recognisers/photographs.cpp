@@ -1,11 +1,12 @@
 #include "photographs.h"
 
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
 #include <sstream>
 
 namespace fs = std::filesystem;

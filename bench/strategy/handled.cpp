@@ -78,7 +78,7 @@ public:
         m_recognisers.handup->labels.assign(3 * studentCount, 1);
         m_recognisers.handup->scores.assign(3 * studentCount, 0.9F);
         for (int i = 0; i < studentCount; i += 10)
-            m_recognisers.handup->labels[static_cast<std::size_t>(3 * i)] = 0;
+            m_recognisers.handup->labels[std::size_t{3} * i] = 0;
         m_recognisers.install();
     }
     ~Classroom() { DataManager::instance()->clear(); }

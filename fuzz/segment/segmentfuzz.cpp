@@ -179,7 +179,7 @@ private:
             return endScribbler();
         m_scribbling = true;
         m_scribbler =
-            std::thread([this, offset = std::size_t(4 * m_bytes.choose(6)), a = number(), b = number(),
+            std::thread([this, offset = std::size_t{4} * m_bytes.choose(6), a = number(), b = number(),
                          blockOffset = sizeof(ShmHeader) + m_bytes.take<std::uint8_t>()] {
                 for (int i = 0; m_scribbling; ++i) {
                     const std::int32_t value = i % 2 ? a : b;

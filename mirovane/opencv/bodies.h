@@ -3,6 +3,7 @@
 #include "facelook.h"
 
 #include <opencv2/core.hpp>
+
 #include <vector>
 
 namespace mirovane::open {

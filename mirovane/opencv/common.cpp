@@ -1,10 +1,11 @@
 #include "common.h"
 
+#include <opencv2/imgproc.hpp>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
-#include <opencv2/imgproc.hpp>
 
 namespace mirovane::open {
 

@@ -3,9 +3,10 @@
 #include "common.h"
 #include "facelook.h"
 
+#include <opencv2/imgproc.hpp>
+
 #include <algorithm>
 #include <cmath>
-#include <opencv2/imgproc.hpp>
 
 namespace {
 

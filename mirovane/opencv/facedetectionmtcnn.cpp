@@ -1,8 +1,9 @@
 #include "common.h"
 #include "facelook.h"
 
-#include <memory>
 #include <mirovane/facedetectionmtcnn.h>
+
+#include <memory>
 
 namespace mirovane {
 

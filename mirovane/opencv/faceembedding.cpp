@@ -2,9 +2,10 @@
 
 #include "common.h"
 
+#include <opencv2/imgproc.hpp>
+
 #include <algorithm>
 #include <cmath>
-#include <opencv2/imgproc.hpp>
 #include <random>
 
 namespace mirovane::open {

@@ -3,9 +3,10 @@
 #include "common.h"
 #include "learnednet.h"
 
-#include <algorithm>
 #include <opencv2/core/utility.hpp>
 #include <opencv2/imgproc.hpp>
+
+#include <algorithm>
 
 namespace {
 

@@ -1,10 +1,11 @@
 #include "faceembedding.h"
 
+#include <mirovane/faceiddetection.h>
+
 #include <algorithm>
 #include <iterator>
 #include <map>
 #include <memory>
-#include <mirovane/faceiddetection.h>
 
 namespace mirovane {
 

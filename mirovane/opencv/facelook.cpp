@@ -2,12 +2,13 @@
 
 #include "common.h"
 
+#include <opencv2/core/utility.hpp>
+#include <opencv2/imgproc.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <map>
 #include <numeric>
-#include <opencv2/core/utility.hpp>
-#include <opencv2/imgproc.hpp>
 
 namespace mirovane::open {
 

@@ -82,6 +82,7 @@ public:
                                     [&](int person) { return person < 0 || m_arms.count(person) > 0; }),
                      people.end());
         std::vector<Head> heads;
+        heads.reserve(people.size());
         for (const int person : people)
             heads.push_back(m_heads[std::size_t(person)]);
         const auto points = m_poses.pointsOf(m_picture, heads);
@@ -147,6 +148,7 @@ public:
         const auto faces = m_faces->facesOf(image);
         const cv::Mat picture = toColour(image);
         std::vector<int> owners;
+        owners.reserve(rects.size());
         for (const cv::Rect &rect : rects)
             owners.push_back(ownerOf(rect, faces, image.size()));
         People people(picture, faces, *m_poses);

@@ -2,13 +2,14 @@
 
 #include "common.h"
 
+#include <opencv2/imgproc.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <iterator>
 #include <map>
 #include <numeric>
-#include <opencv2/imgproc.hpp>
 
 namespace mirovane::open {
 

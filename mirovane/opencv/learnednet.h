@@ -2,12 +2,13 @@
 
 #include "sharedapi.h"
 
+#include <opencv2/core.hpp>
+#include <opencv2/dnn.hpp>
+
 #include <atomic>
 #include <cmath>
 #include <memory>
 #include <mutex>
-#include <opencv2/core.hpp>
-#include <opencv2/dnn.hpp>
 #include <string>
 #include <vector>
 

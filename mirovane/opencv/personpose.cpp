@@ -2,10 +2,11 @@
 
 #include "common.h"
 
+#include <opencv2/core/utility.hpp>
+
 #include <algorithm>
 #include <cmath>
 #include <map>
-#include <opencv2/core/utility.hpp>
 
 namespace mirovane::open {
 

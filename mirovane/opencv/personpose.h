@@ -2,11 +2,12 @@
 
 #include "facelook.h"
 
+#include <opencv2/core.hpp>
+
 #include <array>
 #include <list>
 #include <memory>
 #include <mutex>
-#include <opencv2/core.hpp>
 #include <string>
 #include <vector>
 

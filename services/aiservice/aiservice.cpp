@@ -18,9 +18,6 @@ namespace {
 constexpr int versionMajor = 0;
 constexpr int versionMinor = 8;
 
-/// The recognisers that a recovery loads when the store tells none.
-constexpr unsigned defaultModelLoadFlag = 0x1241049;
-
 /// As much of a request's data as fits into a line of the log.
 constexpr int longestText = 10000;
 
@@ -224,8 +221,8 @@ bool AIService::recoverFromStore()
     qInfo("recover controller init success");
 
     QSqliteStorage::instance()->open(false);
-    unsigned int modelLoadFlag = defaultModelLoadFlag;
-    QString identify; // the client tells it again with its next initialisation
+    unsigned int modelLoadFlag = loadableMasks(); // for a store that tells none
+    QString identify;                             // the client tells it again with its next initialisation
     QSqliteStorage::instance()->getConfig(modelLoadFlag, identify);
     AIConfig::instance().setModelLoadFlag(modelLoadFlag);
     QVariantMap details;

@@ -1,7 +1,6 @@
 // Which operation carries out which command. What a command needs and takes is in messages.h.
 
 #include "aiservice.h"
-
 #include "aiservicecontroller.h"
 
 #include <algorithm>

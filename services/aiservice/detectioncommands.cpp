@@ -1,7 +1,6 @@
 // The commands that start and stop the analyses and the recording.
 
 #include "aiservicecontroller.h"
-
 #include "basestrategy.h"
 #include "commandreply.h"
 #include "functionGameStrategy.h"

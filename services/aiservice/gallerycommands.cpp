@@ -1,9 +1,8 @@
 // The commands by which the client enrols, replaces, renames and deletes students: they read requests and
 // make replies, the rest is the Classroom's.
 
-#include "aiservicecontroller.h"
-
 #include "aiconfig.h"
+#include "aiservicecontroller.h"
 #include "basestrategy.h"
 #include "commandreply.h"
 #include "datamanager.h"

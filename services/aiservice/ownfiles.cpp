@@ -6,10 +6,7 @@
 #include <QDebug>
 #include <QFile>
 
-#include <utility>
-
-OwnFiles::OwnFiles(QDir temporary, QDir working)
-    : m_temporary(std::move(temporary)), m_working(std::move(working))
+OwnFiles::OwnFiles(const QDir &temporary, const QDir &working) : m_temporary(temporary), m_working(working)
 {
     m_midnight.setSingleShot(true);
     m_midnight.setTimerType(Qt::VeryCoarseTimer);

@@ -14,7 +14,7 @@ class OwnFiles
 public:
     /// @param temporary where logs and dumps lie
     /// @param working where the store lies
-    OwnFiles(QDir temporary, QDir working);
+    OwnFiles(const QDir &temporary, const QDir &working);
 
     /// Leaves logs, dumps and the store to the service's user alone.
     void close() const;

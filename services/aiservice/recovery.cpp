@@ -1,7 +1,6 @@
 // How a class comes back from the store.
 
 #include "aiservicecontroller.h"
-
 #include "datamanager.h"
 #include "imageutil.h"
 #include "modelmanager.h"

@@ -5,8 +5,8 @@
 #include "messageSender.h"
 #include "protocol.h"
 
-#include <new>
 #include <opencv2/imgproc.hpp>
+
 #include <QDateTime>
 #include <QDeadlineTimer>
 #include <QDebug>
@@ -15,6 +15,8 @@
 #include <QFileInfo>
 #include <QStorageInfo>
 #include <QVariantMap>
+
+#include <new>
 
 namespace {
 

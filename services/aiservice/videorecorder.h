@@ -2,15 +2,17 @@
 
 #include "framebacklog.h"
 
-#include <atomic>
-#include <chrono>
-#include <memory>
 #include <opencv2/videoio.hpp>
+
 #include <QMutex>
 #include <QObject>
 #include <QString>
 #include <QThread>
 #include <QWaitCondition>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
 #include <string>
 
 /// What a recording is like. Sizes in pixels; frames of another size are not written.

@@ -103,7 +103,7 @@ TEST(ServiceObject, TheFirstInitialisationIsWhatARecoveryLoads)
     EXPECT_EQ(state(last), 1);
     QSqliteStorage::instance()->addFaceMat("a", "img", {}); // there was no file, and now it has its tables
     EXPECT_EQ(QSqliteStorage::instance()->getStudentInfo().size(), 1);
-    EXPECT_EQ(config.modelLoadFlag, 0x1241049U); // all that the commands need
+    EXPECT_EQ(config.modelLoadFlag, loadableMasks());
     config.setModelLoadFlag(0);
     EXPECT_EQ(last.execute(1001, {}, "r")["rsp_error"], QVariant(0));
 

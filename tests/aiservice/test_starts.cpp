@@ -1,8 +1,7 @@
 // Commands that meet a strategy which ends by itself. This program's factory stands in for the service's own.
 
-#include "fixture.h"
-
 #include "basestrategy.h"
+#include "fixture.h"
 
 #include <QSemaphore>
 

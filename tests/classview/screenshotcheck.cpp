@@ -3,14 +3,13 @@
 #include "democlass.h"
 
 #include <gtest/gtest.h>
+#include <opencv2/imgproc.hpp>
 
 #include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSet>
-
-#include <opencv2/imgproc.hpp>
 
 namespace {
 
@@ -73,7 +72,7 @@ void expectDemoClass(const QString &file)
     };
     QSet<QString> names;
     int hands = 0;
-    for (const QJsonValue &value : told["marks"].toArray()) {
+    for (const auto &value : told["marks"].toArray()) {
         const QJsonObject mark = value.toObject();
         const QRect place = rectangle(mark["place"]), label = rectangle(mark["label"]);
         if (mark["kind"] == "hand" && isAtAFace(place))

@@ -1,5 +1,5 @@
 #include "classmodel.h"
-#include "codes.h"
+#include "messages.h"
 #include "words.h"
 
 #include <gmock/gmock.h>
@@ -17,12 +17,15 @@ QVariantMap entry(const QString &student, int x, int state = 0)
 
 AiEvent hands(const QVariantList &students)
 {
-    return {codes::RaisedHands, {{"handupStudents", students}}, "execute", "id"};
+    return {code(ai::Event::Hands), {{"handupStudents", students}}, "execute", "id"};
 }
 
 AiEvent attention(double value, const QVariantList &students)
 {
-    return {codes::Attention, {{"concerntration", value}, {"studentStates", students}}, "execute", "id"};
+    return {code(ai::Event::Attention),
+            {{"concerntration", value}, {"studentStates", students}},
+            "execute",
+            "id"};
 }
 
 class ClassModelTest : public ::testing::Test
@@ -83,7 +86,7 @@ TEST_F(ClassModelTest, WhatIsOlderThanTheRhythmOfItsAnalysisFadesAndGoes)
 TEST_F(ClassModelTest, RenamingDeletingAndNamingReachEverythingThatIsKnown)
 {
     const QVariantMap face{{"gid", 0}, {"stuID", ""}, {"x", 50}, {"y", 60}, {"width", 90}, {"height", 90}};
-    model.take({codes::FacesFound, {{"galleries", QVariantList{face}}}, "execute", "id"}, 100);
+    model.take({code(ai::Event::Faces), {{"galleries", QVariantList{face}}}, "execute", "id"}, 100);
     model.nameFace({50, 60, 90, 90}, "ada");
     EXPECT_EQ(model.faces()[0].student, "ada");
     EXPECT_TRUE(model.knows("ada"));
@@ -99,7 +102,7 @@ TEST_F(ClassModelTest, RenamingDeletingAndNamingReachEverythingThatIsKnown)
 TEST_F(ClassModelTest, TheListOfPicturesTellsWhoIsEnrolled)
 {
     model.take(hands({entry("ada", 10), entry("ben", 10)}), 700);
-    model.take({codes::BestPicturesSent,
+    model.take({code(ai::Event::BestPictures),
                 {{"bestGalleries", QVariantList{QVariantMap{{"stuID", "ben"}, {"score", 71.5}}}}},
                 "execute",
                 "id"},
@@ -112,16 +115,19 @@ TEST_F(ClassModelTest, TheListOfPicturesTellsWhoIsEnrolled)
 TEST_F(ClassModelTest, TheWayOfAFollowedStudentAndTheBonesOfAPlayerAreKept)
 {
     for (int x = 0; x < 300; ++x)
-        model.take({codes::Followed, entry("ada", x), "execute", "id"}, 1000 + x);
+        model.take({code(ai::Event::Followed), entry("ada", x), "execute", "id"}, 1000 + x);
     const Mark followed = model.marks(1300).last();
     EXPECT_LE(followed.points.size(), 120);
     EXPECT_EQ(followed.points.last(), QPoint(299 + 49, 119));
 
-    model.take(
-        {codes::GameRegions, {{"functionGameShowRegion", QVariantList{entry("ben", 5)}}}, "execute", "id"},
-        2000);
+    model.take({code(ai::Event::GameRegions),
+                {{"functionGameShowRegion", QVariantList{entry("ben", 5)}}},
+                "execute",
+                "id"},
+               2000);
     const QVariantMap player{{"stuID", "ben"}, {"bones", QVariantList{QVariantMap{{"x", 7}, {"y", 8}}}}};
-    model.take({codes::GameBones, {{"functionGameResult", QVariantList{player}}}, "execute", "id"}, 2100);
+    model.take({code(ai::Event::Game), {{"functionGameResult", QVariantList{player}}}, "execute", "id"},
+               2100);
     EXPECT_EQ(model.marks(2100).last().points, QPolygon({QPoint(7, 8)}));
 }
 
@@ -164,19 +170,20 @@ TEST_F(ClassModelTest, EventsOfAnyContentDoNoHarm)
 TEST(Words, EachErrorIsToldWithWhatToDo)
 {
     QStringList texts;
-    for (const int code : {codes::Failed, codes::NoCamera, codes::Unknown, codes::BadParameters,
-                           codes::WrongState, codes::NoAnalysis, codes::NoStudent}) {
+    for (const ai::ErrorRow &row : ai::errors) {
+        if (row.error == ai::Error::None)
+            continue;
         AiReply reply;
         reply.outcome = AiReply::Answered;
-        reply.error = code;
-        texts.append(words::failure(AiClient::Execute, codes::StartHands, reply));
-        EXPECT_GT(texts.last().size(), 30) << code;
-        EXPECT_FALSE(texts.last().contains(QString::number(code)));
+        reply.error = code(row.error);
+        texts.append(words::failure(ai::Command::StartHands, reply));
+        EXPECT_GT(texts.last().size(), 30) << reply.error;
+        EXPECT_FALSE(texts.last().contains(QString::number(reply.error)));
     }
     EXPECT_EQ(texts.removeDuplicates(), 0);
     AiReply good;
     good.outcome = AiReply::Answered;
-    EXPECT_EQ(words::failure(AiClient::Execute, codes::StartHands, good), QString());
+    EXPECT_EQ(words::failure(ai::Command::StartHands, good), QString());
 }
 
 } // namespace

@@ -170,3 +170,21 @@ TEST(AiClient, TellsWhyItCannotConnect)
                 HasSubstr("no service at " + QDir::tempPath().toStdString()));
     EXPECT_EQ(client.call(AiClient::Open).outcome, AiReply::Disconnected);
 }
+
+TEST(AiReply, TellsWhatStoodInTheWayAndWhatACodeMeans)
+{
+    // As the service words it, see detectioncommands.cpp and AIService::execute.
+    const std::pair<const char *, AiReply::Refusal> details[] = {
+        {"aiservice not open", AiReply::NotOpen},
+        {"aiservice not init", AiReply::NotInitialised},
+        {"handup already start", AiReply::AlreadyStarted},
+        {"video record not start", AiReply::NotStarted},
+        {"", AiReply::OtherState}};
+    for (const auto &[detail, refusal] : details) {
+        AiReply reply;
+        reply.detail = detail;
+        EXPECT_EQ(reply.refusal(), refusal) << detail;
+    }
+    EXPECT_EQ(AiReply::meaningOf(-9), "no camera");
+    EXPECT_EQ(AiReply::meaningOf(-99), "an error that this client doesn't know");
+}

@@ -72,10 +72,8 @@ TEST_F(Settings, FlagsAreAddedAndNeverCleared)
 TEST_F(Settings, EveryRecogniserCanBeAskedForByTheKeyOfTheProtocol)
 {
     QStringList offered;
-    for (const ai::Key &key : ai::initialiseKeys) {
-        if (key.type == ai::Type::Boolean && QLatin1String(key.name) != "enableEmotion")
-            offered.append(key.name);
-    }
+    for (const ai::Key &key : ai::joined(ai::recogniserKeys, ai::poseNetworkKeys))
+        offered.append(key.name);
     QStringList known;
     unsigned masks = 0;
     for (const RecogniserRow &row : recogniserTable) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <functional>
 #include <map>
+#include <memory>
 
 /**
  * The one set of recognisers for tests, on the thread of the caller. Those of a fresh one find nothing;
@@ -288,6 +289,27 @@ struct PoseClass : mirovane::PoseClassifyCMU
 
     std::vector<int> labels;
     Classification answer;
+};
+
+/// One of each.
+struct Recognisers
+{
+    std::shared_ptr<FaceDetection> faces = std::make_shared<FaceDetection>();
+    std::shared_ptr<FaceID> ids = std::make_shared<FaceID>();
+    std::shared_ptr<Bodies> bodies = std::make_shared<Bodies>();
+    std::shared_ptr<BodyPose> bodyPose = std::make_shared<BodyPose>();
+    std::shared_ptr<Handup> handup = std::make_shared<Handup>();
+    std::shared_ptr<FaceAttr> attributes = std::make_shared<FaceAttr>();
+    std::shared_ptr<Emotion> emotion = std::make_shared<Emotion>();
+    std::shared_ptr<Pose> pose = std::make_shared<Pose>();
+    std::shared_ptr<PoseClass> poseClass = std::make_shared<PoseClass>();
+
+    template <class Visit>
+    void forEach(Visit visit) const
+    {
+        const auto visitAll = [&visit](const auto &...fakes) { (visit(fakes), ...); };
+        visitAll(faces, ids, bodies, bodyPose, handup, attributes, emotion, pose, poseClass);
+    }
 };
 
 } // namespace scripted

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "imageutil.h"
+#include "messages.h"
 #include "serviceprocess.h"
 
 #include <opencv2/imgproc.hpp>
@@ -10,8 +11,10 @@
 /// All recognisers, as a client asks for them.
 inline QVariantMap allModels()
 {
-    return {{"faceMtcnn", true}, {"faceid", true},  {"ssd", true},     {"bodypose", true},
-            {"handup", true},    {"emotion", true}, {"faceAttr", true}};
+    QVariantMap models;
+    for (const ai::Key &key : ai::recogniserKeys)
+        models.insert(key.name, true);
+    return models;
 }
 
 /// An enrolment. The face has structure: a recogniser may refuse a flat one.

@@ -3,10 +3,9 @@
 #include "serviceprocess.h"
 
 #include <gmock/gmock.h>
+#include <opencv2/core.hpp>
 
 #include <QJsonArray>
-
-#include <opencv2/core.hpp>
 
 namespace {
 

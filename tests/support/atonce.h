@@ -9,6 +9,7 @@
 inline void atOnce(int rounds, const std::vector<std::function<void(int)>> &works)
 {
     std::vector<std::thread> threads;
+    threads.reserve(works.size());
     for (const auto &work : works) {
         threads.emplace_back([&work, rounds] {
             for (int round = 0; round < rounds; ++round)

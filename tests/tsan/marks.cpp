@@ -9,8 +9,6 @@
 // Two means are used. Functions that our code calls are defined here once more; the linker prefers these, and
 // they call Qt's. Calls within Qt can't be caught that way; for those Qt has callbacks: one before each event
 // is delivered, and one before and after each emission of a signal.
-#include <sanitizer/tsan_interface.h>
-
 #include <QByteArray>
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -31,6 +29,7 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <functional>
+#include <sanitizer/tsan_interface.h>
 
 static_assert(QT_VERSION_MAJOR == 5 && QT_VERSION_MINOR == 15, "the layouts below are those of Qt 5.15");
 
@@ -262,7 +261,7 @@ void logUnseen(QtMsgType type, const QMessageLogContext &context, const QString 
 /// Whether this is the program in which the log itself is tested.
 bool testsLog()
 {
-    return std::strcmp(program_invocation_short_name, "logtest") == 0;
+    return std::strcmp(program_invocation_short_name, "test_log") == 0;
 }
 
 void prepare()

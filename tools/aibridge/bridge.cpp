@@ -26,12 +26,12 @@ QJsonValue seconds(qint64 milliseconds)
 
 QString stateWord(int state)
 {
-    switch (state) {
-    case codes::Closed:
+    switch (ai::State{state}) {
+    case ai::State::Closed:
         return QStringLiteral("closed");
-    case codes::Opened:
+    case ai::State::Open:
         return QStringLiteral("open");
-    case codes::Initialised:
+    case ai::State::Initialised:
         return QStringLiteral("initialised");
     default:
         return QStringLiteral("away");

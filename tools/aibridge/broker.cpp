@@ -1,9 +1,9 @@
 #include "broker.h"
 
-#include <QElapsedTimer>
-
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
+
+#include <QElapsedTimer>
 
 #include <algorithm>
 #include <chrono>

@@ -23,8 +23,13 @@ Keeper::Keeper(const Settings &settings, ServiceLink &service, const CameraWatch
 {
     for (const auto &analysis : codes::analyses())
         if (settings.run.analyses.contains(analysis.word))
-            m_kept.append(
-                {analysis.word, analysis.startCode, analysis.eventCode, false, settings.run.silence, {}});
+            m_kept.append({analysis.word,
+                           analysis.start,
+                           analysis.stop,
+                           analysis.event,
+                           false,
+                           settings.run.silence,
+                           {}});
     connect(&service, &ServiceLink::up, this, &Keeper::onUp);
     connect(&service, &ServiceLink::down, this, &Keeper::onDown);
     connect(&service, &ServiceLink::eventReceived, this, &Keeper::onEvent);
@@ -56,8 +61,9 @@ bool Keeper::keeps(AiClient::Kind kind, uint code) const
 {
     if (kind != AiClient::Execute)
         return false;
+    const ai::Command command{code};
     return std::any_of(m_kept.begin(), m_kept.end(), [&](const Kept &kept) {
-        return kept.running && (code == kept.startCode || code == codes::stopOf(kept.startCode)) &&
+        return kept.running && (command == kept.start || command == kept.stop) &&
                wanted().contains(kept.word);
     });
 }
@@ -65,10 +71,10 @@ bool Keeper::keeps(AiClient::Kind kind, uint code) const
 void Keeper::noticeRequest(AiClient::Kind kind, uint code)
 {
     m_recount = true;
-    if (kind == AiClient::Execute && code == codes::StopRecording)
+    const bool isCommand = kind == AiClient::Execute;
+    if (isCommand && ai::Command{code} == ai::Command::StopRecording)
         m_recordingAsked.invalidate();
-    constexpr uint reset = 1028;
-    if (kind == AiClient::Close || (kind == AiClient::Execute && code == reset))
+    if (kind == AiClient::Close || (isCommand && ai::Command{code} == ai::Command::Reset))
         for (Kept &kept : m_kept)
             kept.running = false;
     if (kind == AiClient::Close)
@@ -78,7 +84,7 @@ void Keeper::noticeRequest(AiClient::Kind kind, uint code)
 
 bool Keeper::isOwnCount(const AiEvent &event)
 {
-    return event.code == codes::Students && event.requestID.startsWith(requestPrefix);
+    return event.event() == ai::Event::BestPictures && event.requestID.startsWith(requestPrefix);
 }
 
 void Keeper::onUp()
@@ -103,13 +109,13 @@ void Keeper::onDown()
 void Keeper::onEvent(const AiEvent &event)
 {
     for (Kept &kept : m_kept)
-        if (event.code == kept.eventCode) {
+        if (event.event() == kept.event) {
             kept.heard.start();
             kept.patience = m_settings.run.silence;
         }
-    if (event.code == codes::Registered)
+    if (event.event() == ai::Event::Registered)
         m_recount = true;
-    if (event.code == codes::Students) {
+    if (event.event() == ai::Event::BestPictures) {
         m_students = event.info.value("bestGalleries").toList().size();
         emit changed();
     }
@@ -121,14 +127,14 @@ void Keeper::look()
         return;
     if (m_pause > 0 && m_paused.elapsed() < m_pause)
         return;
-    if (m_service.state() == codes::Closed) {
+    if (m_service.state() == code(ai::State::Closed)) {
         m_initialised = m_recording = false;
         send(AiClient::Open, 0, {}, [this](const AiReply &reply) {
             reply.ok() ? initialise() : fail(QStringLiteral("open"), reply);
         });
         return;
     }
-    if (!m_initialised || m_service.state() != codes::Initialised) {
+    if (!m_initialised || m_service.state() != code(ai::State::Initialised)) {
         initialise();
         return;
     }
@@ -139,6 +145,11 @@ void Keeper::look()
         return;
     if (!m_problem.isEmpty())
         succeed();
+}
+
+void Keeper::send(ai::Command command, const QVariant &data, std::function<void(const AiReply &)> done)
+{
+    send(AiClient::Execute, code(command), data, std::move(done));
 }
 
 void Keeper::send(AiClient::Kind kind, uint code, const QVariant &data,
@@ -158,7 +169,7 @@ void Keeper::initialise()
     QVariantMap data{{"identify", m_settings.room}, {"enableEmotion", m_settings.run.smiles}};
     for (const QString &key : m_settings.run.recognisers)
         data.insert(key, true);
-    send(AiClient::Execute, codes::Initialise, data, [this](const AiReply &reply) {
+    send(ai::Command::Initialise, data, [this](const AiReply &reply) {
         if (!reply.ok()) {
             fail(QStringLiteral("loading the recognisers"), reply);
             return;
@@ -176,8 +187,7 @@ bool Keeper::keepAnalysis(Kept &kept)
     if (kept.running && !isWanted) {
         kept.running = false;
         report(QStringLiteral("%1 ends with its hours").arg(kept.word));
-        send(AiClient::Execute, codes::stopOf(kept.startCode), {},
-             [this](const AiReply &) { emit changed(); });
+        send(kept.stop, {}, [this](const AiReply &) { emit changed(); });
         return true;
     }
     const bool isSilent = kept.running && m_camera.isAlive() && kept.heard.elapsed() > kept.patience;
@@ -190,26 +200,25 @@ bool Keeper::keepAnalysis(Kept &kept)
 void Keeper::restart(Kept &kept)
 {
     const bool wasThought = kept.running;
-    send(AiClient::Execute, codes::stopOf(kept.startCode), {},
-         [this, &kept, wasThought](const AiReply &stopped) {
-             kept.running = false;
-             if (wasThought && stopped.ok())
-                 kept.patience = std::min(2 * kept.patience, longestPatience * m_settings.run.silence);
-             else
-                 kept.patience = m_settings.run.silence;
-             if (wasThought && !stopped.ok())
-                 report(QStringLiteral("%1 had been ended by another client").arg(kept.word));
-             send(AiClient::Execute, kept.startCode, {}, [this, &kept](const AiReply &started) {
-                 if (!started.ok()) {
-                     fail(kept.word, started);
-                     return;
-                 }
-                 kept.running = true;
-                 kept.heard.start();
-                 succeed();
-                 emit changed();
-             });
-         });
+    send(kept.stop, {}, [this, &kept, wasThought](const AiReply &stopped) {
+        kept.running = false;
+        if (wasThought && stopped.ok())
+            kept.patience = std::min(2 * kept.patience, longestPatience * m_settings.run.silence);
+        else
+            kept.patience = m_settings.run.silence;
+        if (wasThought && !stopped.ok())
+            report(QStringLiteral("%1 had been ended by another client").arg(kept.word));
+        send(kept.start, {}, [this, &kept](const AiReply &started) {
+            if (!started.ok()) {
+                fail(kept.word, started);
+                return;
+            }
+            kept.running = true;
+            kept.heard.start();
+            succeed();
+            emit changed();
+        });
+    });
 }
 
 /// A start that is refused because a recording runs does nothing, so it also tells whether one does.
@@ -227,9 +236,9 @@ bool Keeper::keepRecording()
     QVariantMap data;
     if (isWanted && !m_settings.recording.folder.isEmpty())
         data.insert("recordPath", m_settings.recording.folder);
-    send(AiClient::Execute, isWanted ? codes::StartRecording : codes::StopRecording, data,
+    send(isWanted ? ai::Command::StartRecording : ai::Command::StopRecording, data,
          [this, isWanted](const AiReply &reply) {
-             if (!reply.ok() && reply.error != codes::wrongState) {
+             if (!reply.ok() && reply.error != code(ai::Error::WrongState)) {
                  fail(QStringLiteral("recording"), reply);
                  return;
              }
@@ -248,14 +257,14 @@ bool Keeper::countStudents()
         return false;
     m_recount = false;
     m_studentsAsked.start();
-    send(AiClient::Execute, codes::BestPictures, {}, [](const AiReply &) {});
+    send(ai::Command::BestPictures, {}, [](const AiReply &) {});
     return true;
 }
 
 void Keeper::fail(const QString &what, const AiReply &reply)
 {
     const QString problem = QStringLiteral("%1: %2%3")
-                                .arg(what, codes::errorWords(reply.error),
+                                .arg(what, AiReply::meaningOf(reply.error),
                                      reply.detail.isEmpty() ? QString() : ", " + reply.detail);
     if (problem != m_problem)
         report(problem);

@@ -51,7 +51,8 @@ private:
     struct Kept
     {
         QString word;
-        uint startCode, eventCode;
+        ai::Command start, stop;
+        ai::Event event;
         bool running = false;
         int patience = 0;    ///< milliseconds of silence until the next try
         QElapsedTimer heard; ///< since the last event, or the start
@@ -62,6 +63,7 @@ private:
     void onEvent(const AiEvent &event);
     void look();
     /// Sends one request; look() waits for its answer.
+    void send(ai::Command command, const QVariant &data, std::function<void(const AiReply &)> done);
     void send(AiClient::Kind kind, uint code, const QVariant &data,
               std::function<void(const AiReply &)> done);
     void initialise();

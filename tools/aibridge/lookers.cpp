@@ -6,8 +6,6 @@
 namespace {
 
 constexpr qint64 longestQueue = 64 << 20; // bytes
-constexpr int replyType = 1;
-constexpr int eventType = 2;
 
 } // namespace
 
@@ -84,7 +82,7 @@ void Lookers::pass(quint64 serial, const QVariantMap &request)
     const uint code = data.value("command_code").toUInt();
     const QVariant id = request.value("req_id2");
     if (m_keeper.keeps(kind, code)) {
-        send(serial, wire::encodeFrame(QVariantMap{{"type", replyType},
+        send(serial, wire::encodeFrame(QVariantMap{{"type", ai::code(ai::MessageType::Reply)},
                                                    {"rsp_id", id},
                                                    {"rsp_error", 0},
                                                    {"rsp_error_detail", "kept running by the bridge"},
@@ -107,7 +105,7 @@ void Lookers::sendEvent(const AiEvent &event)
 {
     if (m_lookers.isEmpty() || Keeper::isOwnCount(event))
         return;
-    const QByteArray frame = wire::encodeFrame(QVariantMap{{"type", eventType},
+    const QByteArray frame = wire::encodeFrame(QVariantMap{{"type", ai::code(ai::MessageType::Event)},
                                                            {"msg", event.code},
                                                            {"event_info", event.info},
                                                            {"event_type", event.type},

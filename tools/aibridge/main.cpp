@@ -39,15 +39,12 @@ int main(int argc, char **argv)
     QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("aibridge"));
     QCommandLineParser parser;
-    parser.setApplicationDescription(
-        QStringLiteral("The one connection to the vision service that stays: keeps running what the room's "
-                       "file wants, lets other\n"
-                       "clients look without ending anything, and tells an MQTT broker what happens.\n\n"
-                       "The service's socket is looked for in the temporary folder (TMPDIR). SIGTERM ends it "
-                       "in order. Exit code 0\n"
-                       "at the end, 1 when another bridge has the room, 2 for wrong use and for a file that "
-                       "says something wrong or\n"
-                       "that others can read although it holds a secret."));
+    parser.setApplicationDescription(QStringLiteral(
+        "The one connection to the vision service that stays: keeps running what the room's file wants,\n"
+        "lets other clients look without ending anything, and tells an MQTT broker what happens.\n\n"
+        "The service's socket is looked for in the temporary folder (TMPDIR). SIGTERM ends it in order.\n"
+        "Exit code 0 at the end, 1 when another bridge has the room, 2 for wrong use and for a file that\n"
+        "says something wrong or that others can read although it holds a secret."));
     parser.addHelpOption();
     const QCommandLineOption check("check", "Read the file, say what is wrong with it, and end.");
     parser.addOption(check);

@@ -6,14 +6,13 @@
 #include "processusage.h"
 #include "report.h"
 
-#include <prometheus/exposer.h>
-#include <prometheus/metric_family.h>
-
 #include <QCoreApplication>
 #include <QLockFile>
 
 #include <cmath>
 #include <map>
+#include <prometheus/exposer.h>
+#include <prometheus/metric_family.h>
 
 namespace {
 

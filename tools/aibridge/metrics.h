@@ -1,12 +1,11 @@
 #pragma once
 
-#include <prometheus/collectable.h>
-
 #include <QElapsedTimer>
 #include <QString>
 
 #include <memory>
 #include <mutex>
+#include <prometheus/collectable.h>
 
 namespace prometheus {
 class Exposer;

@@ -12,7 +12,7 @@ namespace {
 constexpr int mostRunning = 8;
 constexpr int deepest = 16; // containers within each other
 constexpr int notAllowed = -1;
-constexpr int unusable = -12;
+constexpr int unusable = ai::code(ai::Error::BadParameters);
 
 int depthOf(const QByteArray &text)
 {
@@ -69,7 +69,7 @@ void Remote::take(const Broker::Request &request)
         return;
     }
     const bool isStatus = word == "status";
-    const uint code = isStatus ? uint(codes::Status) : codes::commandWords().value(word);
+    const uint code = isStatus ? ai::code(ai::Question::Status) : ai::code(codes::commandWords().value(word));
     if (m_keeper.keeps(AiClient::Execute, code) && !isStatus) {
         answer(request, 0, QStringLiteral("kept running by the bridge"));
         return;
@@ -96,7 +96,7 @@ void Remote::answer(const Broker::Request &request, const AiReply &reply)
 void Remote::answer(const Broker::Request &request, int error, const QString &detail, const QVariant &data)
 {
     const QJsonObject object{{"error", error},
-                             {"words", error == notAllowed ? detail : codes::errorWords(error)},
+                             {"words", error == notAllowed ? detail : AiReply::meaningOf(error)},
                              {"detail", detail},
                              {"data", privacy::outgoing(data.toMap(), m_settings.privacy)}};
     m_broker.publish(request.responseTopic, json::line(object).toUtf8(), false, request.correlation);

@@ -1,6 +1,5 @@
 #include "servicelink.h"
 
-#include "codes.h"
 #include "report.h"
 
 #include <algorithm>
@@ -74,7 +73,7 @@ void ServiceLink::askForState()
         return;
     m_asking = true;
     m_client.request(
-        AiClient::Info, codes::Status, {}, QStringLiteral("bridge-status"),
+        AiClient::Info, code(ai::Question::Status), {}, QStringLiteral("bridge-status"),
         [this](const AiReply &reply) {
             m_asking = false;
             if (reply.outcome != AiReply::Answered)
@@ -92,7 +91,7 @@ void ServiceLink::endService()
 {
     m_answered.start();
 #ifdef Q_OS_UNIX
-    const qint64 process = m_client.serviceProcess();
+    const qint64 process = m_client.serviceProcessId();
     if (process <= 0)
         return;
     report(

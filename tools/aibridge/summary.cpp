@@ -1,7 +1,5 @@
 #include "summary.h"
 
-#include "codes.h"
-
 #include <algorithm>
 
 void Summary::Series::add(double value)
@@ -18,9 +16,9 @@ QJsonValue Summary::Series::mean() const
 
 void Summary::add(const AiEvent &event)
 {
-    if (event.code == codes::Hands)
+    if (event.event() == ai::Event::Hands)
         m_hands.add(event.info.value("handupStudents").toList().size());
-    if (event.code != codes::Attention)
+    if (event.event() != ai::Event::Attention)
         return;
     const int students = event.info.value("studentStates").toList().size();
     m_presence.add(students);

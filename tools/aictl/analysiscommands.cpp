@@ -148,8 +148,7 @@ std::vector<Command> analysisCommands()
          stayOptions, runHandup},
         {"concentration", "start|stop",
          "Reports how attentive the class is, and who smiles. Stays and prints the events 1012 and 1019 "
-         "until "
-         "Ctrl-C, then stops the analysis.",
+         "until Ctrl-C, then stops the analysis.",
          1, 1, stayOptions, runConcentration},
         {"attributes",
          "",
@@ -164,8 +163,7 @@ std::vector<Command> analysisCommands()
          trackOptions, runTrack},
         {"game", "start STUDENT...|stop",
          "Plays the body game with some students. Stays and prints the events 1015 and 1016 until Ctrl-C, "
-         "then "
-         "stops the game.",
+         "then stops the game.",
          1, -1, stayOptions, runGame},
         {"record",
          "start [DIR]|stop",

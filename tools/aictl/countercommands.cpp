@@ -1,5 +1,4 @@
 #include "command.h"
-
 #include "counterspage.h"
 #include "countersreader.h"
 #include "counterstext.h"

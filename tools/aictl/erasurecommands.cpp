@@ -1,7 +1,6 @@
 // The erasure of students from the service and from the files that it has left.
 
 #include "command.h"
-
 #include "leftfiles.h"
 #include "picture.h"
 #include "storefile.h"

@@ -1,9 +1,25 @@
 #include "errortext.h"
 
 #include "eventtext.h"
-#include "messages.h"
 
 namespace {
+
+const char *wayOutOf(AiReply::Refusal refusal)
+{
+    switch (refusal) {
+    case AiReply::NotOpen:
+        return "run \"aictl open\" first";
+    case AiReply::NotInitialised:
+        return "run \"aictl open\" and \"aictl init\" first";
+    case AiReply::AlreadyStarted:
+        return "stop it first, or leave it running";
+    case AiReply::NotStarted:
+        return "it has ended, or was never started";
+    case AiReply::OtherState:
+        break;
+    }
+    return "docs/protocol.md tells when it may be asked for";
+}
 
 /// What the user of aictl does about it.
 const char *remedy(const AiReply &reply)
@@ -19,11 +35,7 @@ const char *remedy(const AiReply &reply)
     case ai::Error::BadParameters:
         return "docs/protocol.md tells what the command takes";
     case ai::Error::WrongState:
-        if (reply.detail == QLatin1String("aiservice not open"))
-            return "run \"aictl open\" first";
-        if (reply.detail == QLatin1String("aiservice not init"))
-            return "run \"aictl open\" and \"aictl init\" first";
-        return "what is to be stopped has not been started, or has been started already";
+        return wayOutOf(reply.refusal());
     case ai::Error::NoStudent:
         return "\"aictl students\" lists who is enrolled";
     default:
@@ -31,20 +43,12 @@ const char *remedy(const AiReply &reply)
     }
 }
 
-/// The beginning of what the code means; the rest of it is for a page.
-QString meaning(const AiReply &reply)
-{
-    const ai::ErrorRow *row = ai::find(ai::Error{reply.error});
-    return row ? QString(row->meaning).section(':', 0, 0) : "a code that this client doesn't know";
-}
-
 } // namespace
 
 QString errorText(const AiReply &reply)
 {
     QString text = visible(reply.errorText());
-    if (reply.outcome == AiReply::Answered && !reply.ok()) {
-        text += QStringLiteral(" (%1; %2)").arg(meaning(reply), remedy(reply));
-    }
+    if (reply.outcome == AiReply::Answered && !reply.ok())
+        text += QStringLiteral(" (%1; %2)").arg(AiReply::meaningOf(reply.error), remedy(reply));
     return text;
 }

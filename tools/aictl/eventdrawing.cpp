@@ -1,7 +1,6 @@
 #include "eventdrawing.h"
 
 #include "messages.h"
-
 #include "picture.h"
 
 #include <opencv2/imgproc.hpp>

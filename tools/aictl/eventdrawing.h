@@ -2,9 +2,9 @@
 
 #include "aiclient.h"
 
-#include <QRect>
-
 #include <opencv2/core.hpp>
+
+#include <QRect>
 
 #include <functional>
 

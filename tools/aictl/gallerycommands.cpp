@@ -1,5 +1,4 @@
 #include "command.h"
-
 #include "eventdrawing.h"
 #include "json.h"
 #include "picture.h"
@@ -247,16 +246,14 @@ std::vector<Command> galleryCommands()
          1,
          {{"save",
            "Save the frame (frame.jpg), the frame with the faces drawn and named (annotated.jpg) and the "
-           "face "
-           "crops (faces/, show/), named after the student or face-NUMBER.",
+           "face crops (faces/, show/), named after the student or face-NUMBER.",
            "dir"},
           picturesOption},
          runFetchGallery},
         {"register",
          "DIR|FILE|FILE=STUDENT...",
          "Enrols students from pictures. The file's name is the student unless another is given. A picture "
-         "of "
-         "128 by 128 pixels is sent as it is; out of any other the largest face is cut.",
+         "of 128 by 128 pixels is sent as it is; out of any other the largest face is cut.",
          1,
          -1,
          {cascadesOption},

@@ -1,10 +1,10 @@
 #include "picture.h"
 
+#include <opencv2/imgcodecs.hpp>
+
 #include <QDir>
 #include <QFileInfo>
 #include <QSaveFile>
-
-#include <opencv2/imgcodecs.hpp>
 
 namespace picture {
 

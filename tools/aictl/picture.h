@@ -1,10 +1,10 @@
 #pragma once
 
+#include <opencv2/core.hpp>
+
 #include <QByteArray>
 #include <QString>
 #include <QVariant>
-
-#include <opencv2/core.hpp>
 
 /// Pictures as they travel in requests and events: a JPEG file as text.
 namespace picture {

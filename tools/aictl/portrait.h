@@ -1,10 +1,10 @@
 #pragma once
 
-#include <QRect>
-#include <QStringList>
-
 #include <opencv2/core.hpp>
 #include <opencv2/objdetect.hpp>
+
+#include <QRect>
+#include <QStringList>
 
 /// A face as the service enrols it.
 struct Portrait

@@ -1,5 +1,4 @@
 #include "command.h"
-
 #include "json.h"
 #include "messages.h"
 
@@ -7,17 +6,17 @@
 
 namespace {
 
-/// The recognisers that a client can ask for.
-const QStringList modelFlags = [] {
-    QStringList flags;
-    for (const ai::Key &key : ai::initialiseKeys) {
-        if (key.type == ai::Type::Boolean && key.name != QLatin1String("enableEmotion"))
-            flags.append(key.name);
-    }
-    return flags;
-}();
-/// The pose networks come with no open recogniser.
-constexpr int defaultModelCount = 7;
+QStringList namesOf(ai::Rows<ai::Key> keys)
+{
+    QStringList names;
+    for (const ai::Key &key : keys)
+        names.append(key.name);
+    return names;
+}
+
+/// The recognisers that a client can ask for; those with an open library are loaded by default.
+const QStringList openModels = namesOf(ai::recogniserKeys);
+const QStringList allModels = openModels + namesOf(ai::poseNetworkKeys);
 
 int result(const AiReply &reply)
 {
@@ -36,14 +35,14 @@ int runOpen(Console &console, const Arguments &)
 
 int runInit(Console &console, const Arguments &arguments)
 {
-    QStringList models = modelFlags.mid(0, defaultModelCount);
+    QStringList models = openModels;
     if (arguments.has("models"))
         models = arguments.value("models").split(',', Qt::SkipEmptyParts);
     QVariantMap data;
     for (const auto &model : models) {
-        if (!modelFlags.contains(model)) {
+        if (!allModels.contains(model)) {
             Console::complain(
-                QStringLiteral("no such model: %1; there are %2").arg(model, modelFlags.join(", ")));
+                QStringLiteral("no such model: %1; there are %2").arg(model, allModels.join(", ")));
             return WrongUsage;
         }
         data[model] = true;
@@ -153,7 +152,7 @@ std::vector<Command> serviceCommands()
          0,
          {{"models",
            "Models to load, separated by commas (default: all but the pose networks): " +
-               modelFlags.join(", ") + ".",
+               allModels.join(", ") + ".",
            "list"},
           {"identify", "First part of the names of recorded files.", "text"},
           {"emotion", "Look for smiles while the attention is measured (default: as it was).", "on|off"}},
@@ -178,8 +177,7 @@ std::vector<Command> serviceCommands()
         {"reset",
          "",
          "Removes all students, external faces and the store. The service stays open; to store again it has "
-         "to "
-         "be closed and opened.",
+         "to be closed and opened.",
          0,
          0,
          {},

@@ -260,12 +260,10 @@ std::vector<Command> sessionCommands()
          runWatch},
         {"session",
          "[FILE|-]",
-         "Runs many commands on one connection. They stand one a line in a file or come from standard input; "
-         "replies and events are printed as they come. Empty lines and lines that begin with # are skipped; "
-         "words "
-         "with blanks and JSON stand in quotes. Ends with the input, on Ctrl-C, and with the service. The "
-         "exit "
-         "code is that of the worst command.",
+         "Runs many commands on one connection. They stand one a line in a file or come from standard "
+         "input; replies and events are printed as they come. Empty lines and lines that begin with # are "
+         "skipped; words with blanks and JSON stand in quotes. Ends with the input, on Ctrl-C, and with the "
+         "service. The exit code is that of the worst command.",
          0,
          1,
          {prettyOption,
@@ -278,8 +276,7 @@ std::vector<Command> sessionCommands()
         {"wait",
          "EVENTCODE [COUNT] [SECONDS]",
          "Waits in a session for events. Counted are those of the code that came since the last other "
-         "command "
-         "was sent; COUNT is 1 by default. Fails after SECONDS (default 60).",
+         "command was sent; COUNT is 1 by default. Fails after SECONDS (default 60).",
          1,
          3,
          {},

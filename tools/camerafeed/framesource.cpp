@@ -4,13 +4,13 @@
 #include "democlass.h"
 #include "livesource.h"
 
-#include <QDir>
-#include <QFileInfo>
-#include <QStringList>
-
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
+
+#include <QDir>
+#include <QFileInfo>
+#include <QStringList>
 
 #include <algorithm>
 

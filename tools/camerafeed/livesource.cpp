@@ -3,9 +3,9 @@
 #include "address.h"
 #include "noiselog.h"
 
-#include <QElapsedTimer>
-
 #include <opencv2/videoio.hpp>
+
+#include <QElapsedTimer>
 
 #include <algorithm>
 #include <chrono>

@@ -1,7 +1,5 @@
 // Buttons, menus and shortcuts of the main window.
 #include "mainwindow.h"
-
-#include "codes.h"
 #include "theme.h"
 
 #include <QActionGroup>
@@ -196,16 +194,16 @@ void MainWindow::updateActions()
     const bool isReady = m_lesson.isReady();
     const bool isFree = !link.isBusy();
     const bool anySelected = !m_students->selectedStudents().isEmpty();
-    a.open->setEnabled(link.state() == codes::Closed && isFree);
-    a.close->setEnabled(link.state() >= codes::Open && isFree);
-    a.load->setEnabled(link.isConnected() && link.state() >= codes::Closed && isFree);
+    a.open->setEnabled(link.state() == code(ai::State::Closed) && isFree);
+    a.close->setEnabled(link.state() >= code(ai::State::Open) && isFree);
+    a.load->setEnabled(link.isConnected() && link.state() >= code(ai::State::Closed) && isFree);
     a.faces->setEnabled(isReady && isFree);
     a.enrol->setEnabled(isReady);
     a.importFolder->setEnabled(isReady);
     a.refresh->setEnabled(isReady);
     a.keepLooking->setEnabled(isReady);
     a.attributes->setEnabled(isReady && isFree);
-    a.reset->setEnabled(link.state() >= codes::Open && isFree);
+    a.reset->setEnabled(link.state() >= code(ai::State::Open) && isFree);
     const auto setSwitch = [&](QAction *action, bool isOn, bool isPossible) {
         action->setChecked(isOn);
         action->setEnabled(isReady && isFree && (isOn || isPossible));

@@ -1,6 +1,5 @@
 #include "classmodel.h"
 
-#include "codes.h"
 #include "picture.h"
 
 #include <algorithm>
@@ -45,38 +44,38 @@ QVariantList entriesOf(const QVariantMap &info, const char *key)
 void ClassModel::take(const AiEvent &event, qint64 now)
 {
     const QVariantMap &info = event.info;
-    switch (event.code) {
-    case codes::FacesFound:
+    switch (event.event()) {
+    case ai::Event::Faces:
         takeFaces(info, now);
         break;
-    case codes::Attention:
+    case ai::Event::Attention:
         takeAttention(info, now);
         break;
-    case codes::RaisedHands:
+    case ai::Event::Hands:
         takeHands(info, now);
         break;
-    case codes::Followed:
+    case ai::Event::Followed:
         takeFollowed(event, now);
         break;
-    case codes::GameRegions: {
+    case ai::Event::GameRegions: {
         QVector<Mark> regions;
         for (const auto &value : entriesOf(info, "functionGameShowRegion"))
             regions.append({MarkKind::Game, nameOf(value.toMap()), placeOf(value.toMap()), 0, now, {}});
         replaceMarks(MarkKind::Game, regions, now);
         break;
     }
-    case codes::GameBones:
+    case ai::Event::Game:
         takeBones(info, now);
         break;
-    case codes::AttributesFound:
+    case ai::Event::Attributes:
         takeAttributes(info);
         break;
-    case codes::Registered:
+    case ai::Event::Registered:
         for (const auto &value : entriesOf(info, "successList"))
             student(nameOf(value.toMap()));
         emit studentsChanged();
         break;
-    case codes::Smile: {
+    case ai::Event::Smile: {
         auto smiles = m_marks[int(MarkKind::Smile)];
         const QString name = nameOf(info);
         const auto isHis = [&](const Mark &mark) { return mark.student == name || opacity(mark, now) <= 0; };
@@ -87,14 +86,14 @@ void ClassModel::take(const AiEvent &event, qint64 now)
         emit marksChanged();
         break;
     }
-    case codes::RecordingFile:
+    case ai::Event::Recording:
         m_recording = info["videoLocalPath"].toString();
         emit stateChanged();
         break;
-    case codes::BestPicturesSent:
+    case ai::Event::BestPictures:
         takePictures(info);
         break;
-    case codes::VideoState:
+    case ai::Event::Video:
         seeVideo(info["status"].toInt() != 0, now);
         break;
     default:

@@ -1,6 +1,6 @@
 #include "lessoncontrol.h"
 
-#include "codes.h"
+#include "messages.h"
 #include "words.h"
 
 #include <algorithm>
@@ -13,9 +13,9 @@ constexpr int refreshInterval = 60000;
 
 struct AnalysisCodes
 {
-    uint start;
-    uint stop;
-    uint event;
+    ai::Command start;
+    ai::Command stop;
+    ai::Event event;
     MarkKind mark;
 };
 
@@ -23,15 +23,17 @@ constexpr AnalysisCodes codesOf(Analysis analysis)
 {
     switch (analysis) {
     case Analysis::Hands:
-        return {codes::StartHands, codes::StopHands, codes::RaisedHands, MarkKind::Hand};
+        return {ai::Command::StartHands, ai::Command::StopHands, ai::Event::Hands, MarkKind::Hand};
     case Analysis::Attention:
-        return {codes::StartAttention, codes::StopAttention, codes::Attention, MarkKind::Attention};
+        return {ai::Command::StartAttention, ai::Command::StopAttention, ai::Event::Attention,
+                MarkKind::Attention};
     case Analysis::Following:
-        return {codes::StartFollowing, codes::StopFollowing, codes::Followed, MarkKind::Followed};
+        return {ai::Command::StartFollowing, ai::Command::StopFollowing, ai::Event::Followed,
+                MarkKind::Followed};
     case Analysis::Game:
         break;
     }
-    return {codes::StartGame, codes::StopGame, codes::GameBones, MarkKind::Game};
+    return {ai::Command::StartGame, ai::Command::StopGame, ai::Event::Game, MarkKind::Game};
 }
 
 QVariantMap withPlace(QVariantMap entry, const QRect &place)
@@ -46,8 +48,8 @@ QVariantMap withPlace(QVariantMap entry, const QRect &place)
 QVariantMap allRecognisers()
 {
     QVariantMap data{{"identify", "class"}, {"enableEmotion", true}};
-    for (const char *const flag : {"faceMtcnn", "faceid", "ssd", "bodypose", "handup", "emotion", "faceAttr"})
-        data[QLatin1String(flag)] = true;
+    for (const ai::Key &recogniser : ai::recogniserKeys)
+        data[recogniser.name] = true;
     return data;
 }
 
@@ -74,7 +76,7 @@ LessonControl::LessonControl(const QString &socketName, QObject *parent) : QObje
 
 bool LessonControl::isReady() const
 {
-    return m_link.state() == codes::Initialised;
+    return m_link.state() == code(ai::State::Initialised);
 }
 
 bool LessonControl::isRunning(Analysis analysis) const
@@ -92,14 +94,14 @@ bool LessonControl::isAnythingRunning() const
 
 void LessonControl::takeEvent(const AiEvent &event)
 {
-    if (event.code == codes::Registered) {
+    if (event.event() == ai::Event::Registered) {
         QStringList names;
         for (const auto &value : event.info["successList"].toList())
             names.append(value.toMap()["stuID"].toString());
         m_registered[event.requestID] = names;
     }
     for (const auto analysis : {Analysis::Hands, Analysis::Attention, Analysis::Following, Analysis::Game}) {
-        if (codesOf(analysis).event != event.code)
+        if (codesOf(analysis).event != event.event())
             continue;
         const bool wasRunning = isRunning(analysis);
         m_told[int(analysis)] = m_clock.elapsed();
@@ -113,10 +115,11 @@ void LessonControl::takeState()
 {
     const int before = m_state;
     m_state = m_link.state();
-    if (m_state == codes::Initialised && before != m_state)
+    if (m_state == code(ai::State::Initialised) && before != m_state)
         refreshStudents();
     // A connection that is lost tells nothing of the students; a closed service has forgotten them.
-    if ((m_state == codes::Closed || m_state == codes::Open) && before == codes::Initialised) {
+    if ((m_state == code(ai::State::Closed) || m_state == code(ai::State::Open)) &&
+        before == code(ai::State::Initialised)) {
         forgetRunning();
         m_model.clear();
     }
@@ -161,14 +164,14 @@ void LessonControl::close()
 
 void LessonControl::load()
 {
-    if (m_link.state() == codes::Closed)
+    if (m_link.state() == code(ai::State::Closed))
         open();
-    m_link.execute(codes::Initialise, allRecognisers());
+    m_link.execute(ai::Command::Initialise, allRecognisers());
 }
 
 void LessonControl::findFaces()
 {
-    m_link.execute(codes::FetchFaces, QVariantMap{}, {}, m_link.newRequestID("faces"));
+    m_link.execute(ai::Command::FetchFaces, QVariantMap{}, {}, m_link.newRequestID("faces"));
 }
 
 void LessonControl::start(Analysis analysis, const QStringList &students)
@@ -186,7 +189,7 @@ void LessonControl::start(Analysis analysis, const QStringList &students)
         data["stuList"] = players;
     }
     m_link.execute(codesOf(analysis).start, data, [this, analysis](const AiReply &reply) {
-        if (reply.ok() || reply.error == codes::WrongState)
+        if (reply.ok() || reply.error == code(ai::Error::WrongState))
             setRunning(analysis, reply.ok() || isReady());
         emit changed();
     });
@@ -201,7 +204,7 @@ void LessonControl::stop(Analysis analysis)
         return;
     }
     m_link.execute(codesOf(analysis).stop, QVariantMap{}, [this, analysis](const AiReply &reply) {
-        if (reply.ok() || reply.error == codes::WrongState)
+        if (reply.ok() || reply.error == code(ai::Error::WrongState))
             setRunning(analysis, false);
         emit changed();
     });
@@ -211,7 +214,7 @@ void LessonControl::follow(const QString &student)
 {
     const QString id = m_link.newRequestID("follow");
     m_link.execute(
-        codes::StartFollowing, QVariantMap{{"stuID", student}},
+        ai::Command::StartFollowing, QVariantMap{{"stuID", student}},
         [this, student, id](const AiReply &reply) {
             if (reply.ok()) {
                 m_followed[student] = id;
@@ -224,7 +227,7 @@ void LessonControl::follow(const QString &student)
 
 void LessonControl::stopFollowing(const QString &student)
 {
-    m_link.execute(codes::StopFollowing,
+    m_link.execute(ai::Command::StopFollowing,
                    QVariantMap{{"stuID", student}, {"requestID", m_followed.value(student)}},
                    [this, student](const AiReply &reply) {
                        if (!reply.ok())
@@ -237,21 +240,22 @@ void LessonControl::stopFollowing(const QString &student)
 
 void LessonControl::findAttributes()
 {
-    m_link.execute(codes::Attributes);
+    m_link.execute(ai::Command::Attributes);
 }
 
 void LessonControl::startRecording(const QString &folder)
 {
-    m_link.execute(codes::StartRecording, QVariantMap{{"recordPath", folder}}, [this](const AiReply &reply) {
-        m_recordingHere |= reply.ok() || reply.detail.contains("already");
-        emit changed();
-    });
+    m_link.execute(ai::Command::StartRecording, QVariantMap{{"recordPath", folder}},
+                   [this](const AiReply &reply) {
+                       m_recordingHere |= reply.ok() || reply.refusal() == AiReply::AlreadyStarted;
+                       emit changed();
+                   });
 }
 
 void LessonControl::stopRecording()
 {
-    m_link.execute(codes::StopRecording, QVariantMap{}, [this](const AiReply &reply) {
-        if (reply.ok() || reply.detail.contains("not start")) {
+    m_link.execute(ai::Command::StopRecording, QVariantMap{}, [this](const AiReply &reply) {
+        if (reply.ok() || reply.refusal() == AiReply::NotStarted) {
             m_recordingHere = false;
             m_model.recordingStopped();
         }
@@ -261,7 +265,7 @@ void LessonControl::stopRecording()
 
 void LessonControl::reset()
 {
-    m_link.execute(codes::Reset, QVariantMap{}, [this](const AiReply &reply) {
+    m_link.execute(ai::Command::Reset, QVariantMap{}, [this](const AiReply &reply) {
         if (!reply.ok())
             return;
         forgetRunning();
@@ -271,7 +275,7 @@ void LessonControl::reset()
 
 void LessonControl::refreshStudents()
 {
-    m_link.execute(codes::BestPictures);
+    m_link.execute(ai::Command::BestPictures);
 }
 
 void LessonControl::enrol(const QString &name, const QString &faceText, const QRect &place, Done done)
@@ -282,7 +286,7 @@ void LessonControl::enrol(const QString &name, const QString &faceText, const QR
     const auto finish = [this, id, name, isKnown, done, place](const AiReply &reply) {
         const QStringList enrolled = m_registered.take(id);
         if (!reply.ok())
-            return done(words::failure(AiClient::Execute, codes::Register, reply));
+            return done(words::failure(ai::Command::RegisterStudents, reply));
         if (enrolled.contains(name)) {
             // The face that was clicked has a name now; the service tells that only when it looks again.
             m_model.nameFace(place, name);
@@ -292,33 +296,36 @@ void LessonControl::enrol(const QString &name, const QString &faceText, const QR
                      : tr("The recogniser did not take this face. A sharp picture that looks into the camera "
                           "helps."));
     };
-    m_link.execute(codes::Register, QVariantMap{{"galleries", QVariantList{entry}}}, finish, id);
+    m_link.execute(ai::Command::RegisterStudents, QVariantMap{{"galleries", QVariantList{entry}}}, finish,
+                   id);
 }
 
 void LessonControl::replaceFace(const QString &name, const QString &faceText, const QRect &place, Done done)
 {
-    m_link.execute(codes::ReplaceFace, withPlace({{"oldStuID", name}, {"faceImageBase64", faceText}}, place),
+    m_link.execute(ai::Command::ReplaceFace,
+                   withPlace({{"oldStuID", name}, {"faceImageBase64", faceText}}, place),
                    [this, done](const AiReply &reply) {
-                       done(words::failure(AiClient::Execute, codes::ReplaceFace, reply));
+                       done(words::failure(ai::Command::ReplaceFace, reply));
                        refreshStudents();
                    });
 }
 
 void LessonControl::rename(const QString &from, const QString &to, Done done)
 {
-    m_link.execute(codes::Rename, QVariantMap{{"oldStuID", from}, {"newStuID", to}},
+    m_link.execute(ai::Command::RenameStudent, QVariantMap{{"oldStuID", from}, {"newStuID", to}},
                    [this, from, to, done](const AiReply &reply) {
                        if (reply.ok())
                            m_model.rename(from, to);
-                       done(words::failure(AiClient::Execute, codes::Rename, reply));
+                       done(words::failure(ai::Command::RenameStudent, reply));
                    });
 }
 
 void LessonControl::remove(const QString &name, Done done)
 {
-    m_link.execute(codes::Delete, QVariantMap{{"stuID", name}}, [this, name, done](const AiReply &reply) {
-        if (reply.ok())
-            m_model.remove(name);
-        done(words::failure(AiClient::Execute, codes::Delete, reply));
-    });
+    m_link.execute(ai::Command::DeleteStudent, QVariantMap{{"stuID", name}},
+                   [this, name, done](const AiReply &reply) {
+                       if (reply.ok())
+                           m_model.remove(name);
+                       done(words::failure(ai::Command::DeleteStudent, reply));
+                   });
 }

@@ -64,7 +64,7 @@ QString readOptions(const QStringList &arguments, Options *options, QString *hel
         "use.");
     parser.addHelpOption();
     parser.addOptions(
-        {{"socket", "Socket of the service.", "NAME", "AI"},
+        {{"socket", "Socket of the service; else the bridge of the room is used, or the service.", "NAME"},
          {"camera", "Name of the camera's segment.", "NAME", "Camera"},
          {"start",
           "Start these as soon as the service allows it, separated by commas: open (with loading the "

@@ -1,6 +1,5 @@
 #include "mainwindow.h"
 
-#include "codes.h"
 #include "enroldialog.h"
 #include "importdialog.h"
 #include "picture.h"
@@ -49,7 +48,7 @@ MainWindow::MainWindow(const QString &socketName, const QString &cameraKey) : m_
                 updateGuide();
             });
     connect(&m_lesson.link(), &ServiceLink::eventReceived, this, [this](const AiEvent &event) {
-        if (event.code == codes::Registered && !m_lesson.link().isBusy())
+        if (event.event() == ai::Event::Registered && !m_lesson.link().isBusy())
             m_lesson.refreshStudents();
     });
     connect(&m_tick, &QTimer::timeout, this, &MainWindow::refresh);
@@ -145,8 +144,8 @@ void MainWindow::startWanted()
 {
     if (m_wanted.isEmpty() || m_lesson.link().isBusy())
         return;
-    if (m_wanted.contains("open") &&
-        (m_lesson.link().state() == codes::Closed || m_lesson.link().state() == codes::Open)) {
+    if (m_wanted.contains("open") && (m_lesson.link().state() == code(ai::State::Closed) ||
+                                      m_lesson.link().state() == code(ai::State::Open))) {
         m_wanted.removeAll("open");
         m_lesson.load();
     } else if (m_lesson.isReady() && m_camera->frames() > 0) {
@@ -221,9 +220,9 @@ void MainWindow::updateStatus()
         return QStringLiteral("<span style='color:%1'>●</span> %2").arg(colour.name(), text.toHtmlEscaped());
     };
     auto &link = m_lesson.link();
-    const QColor serviceColour = link.state() == codes::Initialised ? theme::good()
-                                 : link.state() < 0                 ? theme::bad()
-                                                                    : theme::warning();
+    const QColor serviceColour = link.state() == code(ai::State::Initialised) ? theme::good()
+                                 : link.state() < 0                           ? theme::bad()
+                                                                              : theme::warning();
     QString service = tr("Service: %1").arg(words::serviceState(link.state()));
     if (!link.currentTitle().isEmpty())
         service += QStringLiteral(" · ") + link.currentTitle() + QStringLiteral(" …");
@@ -267,10 +266,10 @@ void MainWindow::updateGuide()
                          "computer; the "
                          "viewer connects by itself."),
                       {});
-    } else if (link.state() == codes::Closed) {
+    } else if (link.state() == code(ai::State::Closed)) {
         m_guide->show(tr("Step 1: open the service and load its recognisers. That takes some seconds."),
                       {a.load});
-    } else if (link.state() == codes::Open) {
+    } else if (link.state() == code(ai::State::Open)) {
         m_guide->show(tr("Step 1: load the recognisers. That takes some seconds."), {a.load});
     } else if (m_lesson.model().students().isEmpty() && m_lesson.model().faces().isEmpty()) {
         m_guide->show(tr("Step 2: find the faces in the picture, or import portraits."),

@@ -1,6 +1,5 @@
 #include "markpainter.h"
 
-#include "codes.h"
 #include "theme.h"
 #include "words.h"
 
@@ -218,7 +217,7 @@ QRect MarkPainter::paintLabel(const NameLabel &label, qint64 now, double opacity
     write(bold, label.anchor.student, nameWidth, text);
     if (label.attention >= 0) {
         // Three bars: as many are full as the attention is high.
-        const double weight = codes::attentionWeight(label.attention);
+        const double weight = words::attentionWeight(label.attention);
         const int level = weight > 0.5 ? 3 : weight > 0 ? 2 : 1;
         for (int bar = 0; bar < 3; ++bar) {
             const QRect column(x + 3 + bar * 4, place.bottom() - 6 - bar * 3, 3, 3 + bar * 3);

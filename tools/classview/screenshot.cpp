@@ -1,13 +1,13 @@
 #include "screenshot.h"
 
+#include <opencv2/core.hpp>
+
 #include <QApplication>
 #include <QDebug>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSaveFile>
-
-#include <opencv2/core.hpp>
 
 namespace {
 

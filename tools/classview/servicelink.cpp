@@ -1,6 +1,5 @@
 #include "servicelink.h"
 
-#include "codes.h"
 #include "eventtext.h"
 #include "json.h"
 #include "picture.h"
@@ -59,7 +58,9 @@ void ServiceLink::start()
 
 void ServiceLink::tryToConnect()
 {
-    if (!m_client.connectToService(m_socketName, connectTimeout))
+    const bool isConnected = m_socketName.isEmpty() ? m_client.connectToRoom(connectTimeout)
+                                                    : m_client.connectToService(m_socketName, connectTimeout);
+    if (!isConnected)
         return;
     m_timer.start(stateInterval);
     emit connectionChanged(true);
@@ -71,14 +72,15 @@ void ServiceLink::askForState()
     if (m_asking)
         return;
     m_asking = true;
-    m_client.request(AiClient::Info, codes::Status, {}, "viewer-state", [this](const AiReply &reply) {
-        m_asking = false;
-        if (!reply.ok())
-            return;
-        const auto data = reply.data.toMap();
-        m_version = data["version"].toString();
-        setState(data["status"].toInt());
-    });
+    m_client.request(AiClient::Info, code(ai::Question::Status), {}, "viewer-state",
+                     [this](const AiReply &reply) {
+                         m_asking = false;
+                         if (!reply.ok())
+                             return;
+                         const auto data = reply.data.toMap();
+                         m_version = data["version"].toString();
+                         setState(data["status"].toInt());
+                     });
 }
 
 void ServiceLink::setState(int state)

@@ -36,22 +36,24 @@ class ServiceLink : public QObject
 public:
     using Callback = std::function<void(const AiReply &)>;
 
+    /// @param socketName empty for the bridge of the room or, without one, the service
     explicit ServiceLink(const QString &socketName, QObject *parent = nullptr);
     ~ServiceLink() override;
 
     void start();
 
     bool isConnected() const { return m_client.isConnected(); }
-    /// A codes::ServiceState; -1 without a connection, and until the service has told.
+    /// An ai::State; -1 without a connection, and until the service has told.
     int state() const { return m_state; }
     QString version() const { return m_version; }
 
     /// Sends when those before it are answered. A failure is told by failed(), whatever the callback does.
     void send(AiClient::Kind kind, uint code, const QVariant &data = {}, Callback callback = {},
               const QString &requestID = {});
-    void execute(uint code, const QVariant &data = {}, Callback callback = {}, const QString &requestID = {})
+    void execute(ai::Command command, const QVariant &data = {}, Callback callback = {},
+                 const QString &requestID = {})
     {
-        send(AiClient::Execute, code, data, std::move(callback), requestID);
+        send(AiClient::Execute, code(command), data, std::move(callback), requestID);
     }
     /// A request identifier like no other.
     QString newRequestID(const QString &purpose);

@@ -1,6 +1,6 @@
 #include "words.h"
 
-#include "codes.h"
+#include "messages.h"
 
 #include <QCoreApplication>
 
@@ -15,16 +15,19 @@ QString tr(const char *text)
 
 QString wrongState(const AiReply &reply)
 {
-    const QString &detail = reply.detail;
-    if (detail.contains("not open"))
+    switch (reply.refusal()) {
+    case AiReply::NotOpen:
         return tr("The service is closed. Press “Open” first.");
-    if (detail.contains("not init"))
+    case AiReply::NotInitialised:
         return tr("The recognisers are not loaded yet. Press “Load” first.");
-    if (detail.contains("already"))
+    case AiReply::AlreadyStarted:
         return tr("This runs already; another program may have started it.");
-    if (detail.contains("not start"))
+    case AiReply::NotStarted:
         return tr("This does not run any more: it ended when a program left the service.");
-    return tr("The service cannot do this now: %1").arg(detail);
+    case AiReply::OtherState:
+        break;
+    }
+    return tr("The service cannot do this now: %1").arg(reply.detail);
 }
 
 } // namespace
@@ -37,44 +40,44 @@ QString command(AiClient::Kind kind, uint code)
         return tr("Close the service");
     if (kind == AiClient::Info)
         return tr("Ask for the state");
-    switch (code) {
-    case codes::Initialise:
+    switch (ai::Command{code}) {
+    case ai::Command::Initialise:
         return tr("Load the recognisers");
-    case codes::FetchFaces:
+    case ai::Command::FetchFaces:
         return tr("Look for faces");
-    case codes::Register:
+    case ai::Command::RegisterStudents:
         return tr("Enrol");
-    case codes::ReplaceFace:
+    case ai::Command::ReplaceFace:
         return tr("Replace a face");
-    case codes::Rename:
+    case ai::Command::RenameStudent:
         return tr("Rename a student");
-    case codes::Delete:
+    case ai::Command::DeleteStudent:
         return tr("Delete a student");
-    case codes::BestPictures:
+    case ai::Command::BestPictures:
         return tr("Fetch the students' pictures");
-    case codes::Reset:
+    case ai::Command::Reset:
         return tr("Reset");
-    case codes::StartHands:
+    case ai::Command::StartHands:
         return tr("Start watching hands");
-    case codes::StopHands:
+    case ai::Command::StopHands:
         return tr("Stop watching hands");
-    case codes::StartAttention:
+    case ai::Command::StartAttention:
         return tr("Start watching attention");
-    case codes::StopAttention:
+    case ai::Command::StopAttention:
         return tr("Stop watching attention");
-    case codes::StartFollowing:
+    case ai::Command::StartFollowing:
         return tr("Follow a student");
-    case codes::StopFollowing:
+    case ai::Command::StopFollowing:
         return tr("Stop following");
-    case codes::StartGame:
+    case ai::Command::StartGame:
         return tr("Start the body game");
-    case codes::StopGame:
+    case ai::Command::StopGame:
         return tr("Stop the body game");
-    case codes::Attributes:
+    case ai::Command::Attributes:
         return tr("Look for rows and glasses");
-    case codes::StartRecording:
+    case ai::Command::StartRecording:
         return tr("Start recording");
-    case codes::StopRecording:
+    case ai::Command::StopRecording:
         return tr("Stop recording");
     default:
         return QString::number(code);
@@ -83,30 +86,30 @@ QString command(AiClient::Kind kind, uint code)
 
 QString event(uint code)
 {
-    switch (code) {
-    case codes::FacesFound:
+    switch (ai::Event{code}) {
+    case ai::Event::Faces:
         return tr("Faces");
-    case codes::Attention:
+    case ai::Event::Attention:
         return tr("Attention");
-    case codes::RaisedHands:
+    case ai::Event::Hands:
         return tr("Raised hands");
-    case codes::Followed:
+    case ai::Event::Followed:
         return tr("Followed student");
-    case codes::GameRegions:
+    case ai::Event::GameRegions:
         return tr("Regions of the game");
-    case codes::GameBones:
+    case ai::Event::Game:
         return tr("Game");
-    case codes::AttributesFound:
+    case ai::Event::Attributes:
         return tr("Rows and glasses");
-    case codes::Registered:
+    case ai::Event::Registered:
         return tr("Enrolled");
-    case codes::Smile:
+    case ai::Event::Smile:
         return tr("Smile");
-    case codes::RecordingFile:
+    case ai::Event::Recording:
         return tr("Recording");
-    case codes::BestPicturesSent:
+    case ai::Event::BestPictures:
         return tr("Pictures of the students");
-    case codes::VideoState:
+    case ai::Event::Video:
         return tr("Video");
     default:
         return QString::number(code);
@@ -121,30 +124,31 @@ QString failure(AiClient::Kind kind, uint code, const AiReply &reply)
         return tr("The service has not answered in time. It may be busy: wait a little and try again.");
     if (reply.outcome == AiReply::Disconnected)
         return tr("The connection to the service was lost. The viewer connects again by itself.");
-    switch (reply.error) {
-    case codes::NoCamera:
+    const ai::Command command{kind == AiClient::Execute ? code : 0};
+    switch (ai::Error{reply.error}) {
+    case ai::Error::NoCamera:
         return tr("The service sees no camera yet. Start the camera, wait a second and try again.");
-    case codes::BadParameters:
-        if (kind == AiClient::Execute && code == codes::ReplaceFace)
+    case ai::Error::BadParameters:
+        if (command == ai::Command::ReplaceFace)
             return tr("The new face was refused, and the old one is gone: enrol the student again.");
         return tr("Something is missing: a name, or a face.");
-    case codes::WrongState:
+    case ai::Error::WrongState:
         return wrongState(reply);
-    case codes::NoStudent:
-        if (code == codes::StartFollowing || code == codes::FetchFaces)
+    case ai::Error::NoStudent:
+        if (command == ai::Command::StartFollowing || command == ai::Command::FetchFaces)
             return tr(
                 "The service does not know where this student is. Watch hands or attention until the student "
                 "has been seen, then try again.");
         return tr("Nobody is enrolled under this name. Refresh the list of students.");
-    case codes::NoAnalysis:
+    case ai::Error::NoAnalysis:
         return tr("The analysis could not be made. Load the recognisers again.");
-    case codes::Failed:
-        if (kind == AiClient::Execute && code == codes::Initialise)
+    case ai::Error::Failed:
+        if (command == ai::Command::Initialise)
             return tr(
                 "A recogniser could not be loaded: a file is missing in the model folder. The log of the "
                 "service tells which.");
         return tr("A recogniser failed. Try again; the log of the service tells more.");
-    case codes::Unknown:
+    case ai::Error::Unknown:
         return tr("This service does not know the request: it is older than the viewer.");
     default:
         return tr("The service answers: %1").arg(reply.errorText());
@@ -153,21 +157,27 @@ QString failure(AiClient::Kind kind, uint code, const AiReply &reply)
 
 QString serviceState(int state)
 {
-    switch (state) {
-    case codes::Closed:
+    switch (ai::State{state}) {
+    case ai::State::Closed:
         return tr("closed");
-    case codes::Open:
+    case ai::State::Open:
         return tr("open");
-    case codes::Initialised:
+    case ai::State::Initialised:
         return tr("ready");
     default:
         return tr("not running");
     }
 }
 
+double attentionWeight(int poseClass)
+{
+    const auto &weights = ai::poseWeights;
+    return poseClass >= 0 && poseClass < int(weights.size()) ? weights[std::size_t(poseClass)] : 0;
+}
+
 QString attention(int poseClass)
 {
-    const double weight = codes::attentionWeight(poseClass);
+    const double weight = attentionWeight(poseClass);
     return weight > 0.5 ? tr("attentive") : weight > 0 ? tr("partly") : tr("elsewhere");
 }
 

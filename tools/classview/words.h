@@ -14,8 +14,14 @@ QString command(AiClient::Kind kind, uint code);
 QString event(uint code);
 /// What an error code means for this request, and what to do about it. Empty on success.
 QString failure(AiClient::Kind kind, uint code, const AiReply &reply);
+inline QString failure(ai::Command command, const AiReply &reply)
+{
+    return failure(AiClient::Execute, code(command), reply);
+}
 /// "not running", "closed", "open", "ready"; -1 stands for no connection.
 QString serviceState(int state);
+/// What a pose class adds to the attention of the class.
+double attentionWeight(int poseClass);
 /// What a pose class says of the attention: "attentive", "partly", "elsewhere".
 QString attention(int poseClass);
 QString markKind(MarkKind kind);

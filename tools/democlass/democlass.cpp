@@ -2,12 +2,12 @@
 
 #include "cutout.h"
 
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
-
-#include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
 
 #include <algorithm>
 #include <cmath>

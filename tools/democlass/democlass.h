@@ -3,11 +3,11 @@
 #include "gesture.h"
 #include "sprite.h"
 
+#include <opencv2/core.hpp>
+
 #include <QString>
 #include <QStringList>
 #include <QVector>
-
-#include <opencv2/core.hpp>
 
 #include <vector>
 

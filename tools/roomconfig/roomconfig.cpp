@@ -5,10 +5,9 @@
 #include <QTextStream>
 
 #ifdef Q_OS_UNIX
+#include <algorithm>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <algorithm>
 #include <vector>
 #endif
 

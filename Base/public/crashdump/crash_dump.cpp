@@ -11,9 +11,11 @@
 #include <client/windows/handler/exception_handler.h>
 #else
 #include <client/linux/handler/exception_handler.h>
-#include <csignal>
+
 #include <QFile>
 #include <QFileInfo>
+
+#include <csignal>
 #include <sys/time.h>
 #endif
 

@@ -2,13 +2,13 @@
 
 #include "picturetext.h"
 
-#include <QFile>
-#include <QHash>
-
 #include <spdlog/details/fmt_helper.h>
 #include <spdlog/sinks/daily_file_sink.h>
 #include <spdlog/sinks/stdout_color_sinks.h>
 #include <spdlog/spdlog.h>
+
+#include <QFile>
+#include <QHash>
 
 #include <atomic>
 #include <chrono>

@@ -53,7 +53,7 @@ void VideoDisplay::showBytes(const char *bytes, qint64 size, int width, int heig
 {
     const QString misfit = bytes ? VideoFrame::misfit(size, width, height, stride, format)
                                  : QStringLiteral("no bytes of %1 x %2").arg(width).arg(height);
-    if (!misfit.isEmpty()) {
+    if (!bytes || !misfit.isEmpty()) {
         refuse(misfit);
         return;
     }

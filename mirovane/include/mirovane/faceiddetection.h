@@ -3,6 +3,7 @@
 #include "mirovane/api.h"
 
 #include <opencv2/core.hpp>
+
 #include <string>
 #include <vector>
 

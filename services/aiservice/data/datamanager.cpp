@@ -2,12 +2,14 @@
 
 #include "feature.h"
 
-#include <algorithm>
-#include <cmath>
 #include <opencv2/highgui.hpp>
 #include <opencv2/imgproc.hpp>
+
 #include <QCoreApplication>
 #include <QDebug>
+
+#include <algorithm>
+#include <cmath>
 #include <vector>
 
 namespace {

@@ -1,14 +1,16 @@
 #pragma once
 
-#include <atomic>
-#include <memory>
-#include <mutex>
 #include <opencv2/core.hpp>
+
 #include <QMap>
 #include <QMutex>
 #include <QObject>
 #include <QString>
 #include <QVector>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
 
 /**
  * A matrix that one thread replaces while others read it. A reader gets the old or the new matrix, each of

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <opencv2/core.hpp>
+
 #include <QString>
+
 #include <string>
 
 /**

@@ -1,7 +1,5 @@
 #include "aiconfig.h"
 
-#include "recognisertable.h"
-
 #include <QCoreApplication>
 #include <QSettings>
 

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "messages.h"
+#include "recognisertable.h"
+
 #include <QDir>
 #include <QMutex>
 #include <QVariantMap>
@@ -18,7 +21,7 @@
  * Threads: load() runs before any other thread exists; what it sets never changes afterwards and is read
  * without a lock. The client's settings may be set and read on any thread.
  */
-class AIConfig
+class AIConfig : public ModelPaths
 {
 public:
     /// The one instance, a static object.
@@ -44,24 +47,12 @@ public:
     void setIdentify(const QString &identify);
     void setEnableEmotion(bool enable) { enableEmotion = enable; }
 
-    // Paths (full) and the recognisers wanted.
+    // Paths (full, with those of the recognisers' files) and the recognisers wanted.
     QDir modelDir;                          ///< the model folder
     std::atomic<unsigned> modelLoadFlag{0}; ///< bit set, see recogniserTable
     std::string modelConfigPath;            ///< common configuration, handed to every recogniser
-    std::string cmuConfigPath; ///< read by nobody, as the pose network is never loaded; kept on purpose
-    std::string mtcnnModel1Path;
-    std::string mtcnnModel2Path;
-    std::string mtcnnModel3Path;
-    std::string faceIdModelPath;
-    std::string faceAttrModelPath;
-    std::string ssdModelPath;
-    std::string cmuModelPath;
-    std::string cmuSingleModelPath;
-    std::string cmuPoseModelPath;
-    std::string handupModelPath;
-    std::string bodyPoseModelPath;
+    std::string cmuConfigPath;   ///< read by nobody, as the pose network is never loaded; kept on purpose
     std::string colorDefinePath; ///< read by nobody; kept on purpose
-    std::string faceEmotionModelPath;
 
     // Fixed numbers, in pixels of the full frame unless told otherwise.
     const int registerFaceSize = 128;   ///< side of a face picture that a client supplies
@@ -71,7 +62,7 @@ public:
     const int identifyEyeDistance = 40; ///< in the head crop for identification
     const int showEyeDistance = 25;     ///< in the wider head crop shown to people
     const int studentRoiMargin = 60;    ///< around a student whose gallery is fetched
-    const std::array<double, 5> bodyPoseWeights{0.9794, -0.5828, 1.4348, 0.877, 0.1807};
+    const std::array<double, 5> bodyPoseWeights = ai::poseWeights;
     double fetchGalleryThre = 0.35;       ///< least cosine for an entry of the external gallery
     double detectGalleryThre = 0.43;      ///< least score for an enrolled student
     const int trackingFrameInterval = 10; ///< frames

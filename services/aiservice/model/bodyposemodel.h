@@ -1,7 +1,6 @@
 #pragma once
 
 #include "basemodel.h"
-
 #include "mirovane/bodyposeclassify.h"
 
 /// Classifies the pose of bodies and sums the concentration value over them. See BaseModel.

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "basemodel.h"
-
 #include "mirovane/posedetectioncmu.h"
 
 /// Finds the bodies of a picture with their key points, by a pose network. See BaseModel.

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "basemodel.h"
-
 #include "mirovane/poseclassifycmu.h"
 
 /// Classifies the pose of key-point matrices. See BaseModel.

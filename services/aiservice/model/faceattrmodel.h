@@ -1,7 +1,6 @@
 #pragma once
 
 #include "basemodel.h"
-
 #include "mirovane/faceattrdetection.h"
 
 /// Tells the attributes of the faces of a picture. See BaseModel.

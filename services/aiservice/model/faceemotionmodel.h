@@ -1,7 +1,6 @@
 #pragma once
 
 #include "basemodel.h"
-
 #include "mirovane/faceemotionclassify.h"
 
 /// Tells the emotion of one face picture. See BaseModel.

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "basemodel.h"
-
 #include "mirovane/faceiddetection.h"
 
 /// One action on the recogniser's face gallery. The picture is a head crop of 128 by 128 pixels; for

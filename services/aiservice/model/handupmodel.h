@@ -1,7 +1,6 @@
 #pragma once
 
 #include "basemodel.h"
-
 #include "mirovane/handupclassify.h"
 
 /// Judges of bodies whether a hand is up, over three crops of each body. See BaseModel.

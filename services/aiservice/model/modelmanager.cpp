@@ -29,6 +29,7 @@ bool allExist(const std::vector<std::string> &files)
     });
 }
 
+/// Made by its factory, which some classes don't have.
 template <class Library>
 Library *create(const std::vector<std::string> &files, const std::string &common)
 {
@@ -38,6 +39,16 @@ template <>
 mirovane::FaceDetectionMTCNN *create(const std::vector<std::string> &files, const std::string &common)
 {
     return mirovane::FaceDetectionMTCNN::create(files[0], files[1], files[2], common);
+}
+template <>
+mirovane::PoseDetectionCMU *create(const std::vector<std::string> &, const std::string &)
+{
+    return nullptr;
+}
+template <>
+mirovane::PoseClassifyCMU *create(const std::vector<std::string> &, const std::string &)
+{
+    return nullptr;
 }
 
 } // namespace
@@ -81,28 +92,12 @@ bool ModelManager::loadStage(LoadStage stage)
 
 bool ModelManager::load(const RecogniserRow &row)
 {
-    switch (row.recogniser) {
-    case Recogniser::Bodies:
-        if (!m_ssd)
-            qInfo().noquote().nospace() << "ssd create,path: " << QString::fromStdString(pathsOf(row)[0]);
-        return load(row, m_ssd);
-    case Recogniser::Faces:
-        return load(row, m_mtcnn);
-    case Recogniser::BodyPose:
-        return load(row, m_bodyPose);
-    case Recogniser::Handup:
-        return load(row, m_handup);
-    case Recogniser::Emotion:
-        return load(row, m_faceEmotion);
-    case Recogniser::FaceID:
-        return load(row, m_faceId);
-    case Recogniser::FaceAttr:
-        return load(row, m_faceAttr);
-    case Recogniser::Pose:
-    case Recogniser::PoseClass:
-        break;
-    }
-    return true;
+    bool isLoaded = false;
+    forEach([&](Recogniser recogniser, auto &member) {
+        if (recogniser == row.recogniser)
+            isLoaded = load(row, member);
+    });
+    return isLoaded;
 }
 
 /// Creates one recogniser unless it is there already. False, with a line in the log, if a model file is
@@ -113,6 +108,8 @@ bool ModelManager::load(const RecogniserRow &row, std::shared_ptr<Library> &memb
     if (member)
         return true;
     const std::vector<std::string> files = pathsOf(row);
+    if (row.recogniser == Recogniser::Bodies)
+        qInfo().noquote().nospace() << "ssd create,path: " << QString::fromStdString(files[0]);
     if (!allExist(files)) {
         qCritical("[%s] model file not exists", row.fileTag);
         return false;
@@ -133,57 +130,4 @@ bool ModelManager::load(const RecogniserRow &row, std::shared_ptr<Library> &memb
     }
     qInfo("%s created", row.name);
     return true;
-}
-
-std::shared_ptr<MTCNNModel> ModelManager::createMTCNNModel(const cv::Mat &image, bool withLandmarks)
-{
-    return std::make_shared<MTCNNModel>(image, current(m_mtcnn), withLandmarks);
-}
-
-std::shared_ptr<FaceIDModel> ModelManager::createFaceIDModel(const cv::Mat &image, int action, int id)
-{
-    return std::make_shared<FaceIDModel>(image, current(m_faceId), action, id);
-}
-
-std::shared_ptr<SSDModel> ModelManager::createSSDModel(const cv::Mat &image)
-{
-    return std::make_shared<SSDModel>(image, current(m_ssd));
-}
-
-std::shared_ptr<BodyPoseModel> ModelManager::createBodyPoseModel(const cv::Mat &image,
-                                                                 const std::vector<cv::Rect> &bodies)
-{
-    return std::make_shared<BodyPoseModel>(image, current(m_bodyPose), bodies);
-}
-
-std::shared_ptr<HandupModel> ModelManager::createHandupModel(const cv::Mat &image,
-                                                             const std::vector<cv::Rect> &bodies)
-{
-    return std::make_shared<HandupModel>(image, current(m_handup), bodies);
-}
-
-std::shared_ptr<FaceAttrModel> ModelManager::createFaceAttrModel(const cv::Mat &image, const cv::Rect &face)
-{
-    return std::make_shared<FaceAttrModel>(image, current(m_faceAttr), std::vector<cv::Rect>{face});
-}
-
-std::shared_ptr<FaceEmotionModel> ModelManager::createFaceEmotionModel(const cv::Mat &image)
-{
-    return std::make_shared<FaceEmotionModel>(image, current(m_faceEmotion));
-}
-
-std::shared_ptr<CMUModel> ModelManager::createCMUModel(const cv::Mat &image)
-{
-    return std::make_shared<CMUModel>(image, current(m_cmu));
-}
-
-std::shared_ptr<CMUModel> ModelManager::createCMUSingleModel(const cv::Mat &image)
-{
-    return std::make_shared<CMUModel>(image, current(m_cmuSingle));
-}
-
-std::shared_ptr<CMUPoseModel> ModelManager::createCMUPoseModel(const cv::Mat &image,
-                                                               const std::vector<cv::Mat> &keyPoints)
-{
-    return std::make_shared<CMUPoseModel>(image, current(m_cmuPose), keyPoints);
 }

@@ -40,30 +40,47 @@ public:
     bool initCaffeModel();
     bool initTFModel();
 
-    std::shared_ptr<MTCNNModel> createMTCNNModel(const cv::Mat &image, bool withLandmarks);
+    std::shared_ptr<MTCNNModel> createMTCNNModel(const cv::Mat &image, bool withLandmarks)
+    {
+        return make<MTCNNModel>(image, m_mtcnn, withLandmarks);
+    }
     /// @param action one of FaceIDModel::Action
-    std::shared_ptr<FaceIDModel> createFaceIDModel(const cv::Mat &image, int action, int id);
-    std::shared_ptr<SSDModel> createSSDModel(const cv::Mat &image);
+    std::shared_ptr<FaceIDModel> createFaceIDModel(const cv::Mat &image, int action, int id)
+    {
+        return make<FaceIDModel>(image, m_faceId, action, id);
+    }
+    std::shared_ptr<SSDModel> createSSDModel(const cv::Mat &image) { return make<SSDModel>(image, m_ssd); }
     std::shared_ptr<BodyPoseModel> createBodyPoseModel(const cv::Mat &image,
-                                                       const std::vector<cv::Rect> &bodies);
-    std::shared_ptr<HandupModel> createHandupModel(const cv::Mat &image, const std::vector<cv::Rect> &bodies);
-    std::shared_ptr<FaceAttrModel> createFaceAttrModel(const cv::Mat &image, const cv::Rect &face);
-    std::shared_ptr<FaceEmotionModel> createFaceEmotionModel(const cv::Mat &image);
-    std::shared_ptr<CMUModel> createCMUModel(const cv::Mat &image);
-    std::shared_ptr<CMUModel> createCMUSingleModel(const cv::Mat &image);
+                                                       const std::vector<cv::Rect> &bodies)
+    {
+        return make<BodyPoseModel>(image, m_bodyPose, bodies);
+    }
+    std::shared_ptr<HandupModel> createHandupModel(const cv::Mat &image, const std::vector<cv::Rect> &bodies)
+    {
+        return make<HandupModel>(image, m_handup, bodies);
+    }
+    std::shared_ptr<FaceAttrModel> createFaceAttrModel(const cv::Mat &image, const cv::Rect &face)
+    {
+        return make<FaceAttrModel>(image, m_faceAttr, std::vector<cv::Rect>{face});
+    }
+    std::shared_ptr<FaceEmotionModel> createFaceEmotionModel(const cv::Mat &image)
+    {
+        return make<FaceEmotionModel>(image, m_faceEmotion);
+    }
+    std::shared_ptr<CMUModel> createCMUModel(const cv::Mat &image) { return make<CMUModel>(image, m_cmu); }
+    std::shared_ptr<CMUModel> createCMUSingleModel(const cv::Mat &image)
+    {
+        return make<CMUModel>(image, m_cmuSingle);
+    }
     std::shared_ptr<CMUPoseModel> createCMUPoseModel(const cv::Mat &image,
-                                                     const std::vector<cv::Mat> &keyPoints);
+                                                     const std::vector<cv::Mat> &keyPoints)
+    {
+        return make<CMUPoseModel>(image, m_cmuPose, keyPoints);
+    }
 
 private:
     /// Puts scripted recognisers into the members.
     friend class ModelManagerTestAccess;
-
-    template <class Library>
-    std::shared_ptr<Library> current(const std::shared_ptr<Library> &member) const
-    {
-        std::lock_guard<std::mutex> locker(m_lock);
-        return member;
-    }
 
     std::shared_ptr<mirovane::FaceDetectionMTCNN> m_mtcnn;
     std::shared_ptr<mirovane::FaceIDDetection> m_faceId;
@@ -76,10 +93,38 @@ private:
     std::shared_ptr<mirovane::HandupClassify> m_handup;
     std::shared_ptr<mirovane::FaceAttrDetection> m_faceAttr;
     std::shared_ptr<mirovane::FaceEmotionClassify> m_faceEmotion;
+
+    /// Calls visit(which, member) for each of them.
+    template <class Visit>
+    void forEach(Visit visit)
+    {
+        visit(Recogniser::Faces, m_mtcnn);
+        visit(Recogniser::FaceID, m_faceId);
+        visit(Recogniser::Pose, m_cmu);
+        visit(Recogniser::Pose, m_cmuSingle);
+        visit(Recogniser::PoseClass, m_cmuPose);
+        visit(Recogniser::Bodies, m_ssd);
+        visit(Recogniser::BodyPose, m_bodyPose);
+        visit(Recogniser::Handup, m_handup);
+        visit(Recogniser::FaceAttr, m_faceAttr);
+        visit(Recogniser::Emotion, m_faceEmotion);
+    }
+
     bool m_caffeLoaded = false; ///< the first stage ended well
     bool m_tfLoaded = false;    ///< the second stage ended well
 
     mutable std::mutex m_lock; ///< leaf lock of the members
+
+    /// A wrapper with what is in the member now.
+    template <class Model, class Library, class... Arguments>
+    std::shared_ptr<Model> make(const cv::Mat &image, const std::shared_ptr<Library> &member,
+                                const Arguments &...arguments) const
+    {
+        std::unique_lock<std::mutex> locker(m_lock);
+        std::shared_ptr<Library> recogniser = member;
+        locker.unlock();
+        return std::make_shared<Model>(image, std::move(recogniser), arguments...);
+    }
 
     bool loadStage(LoadStage stage);
     bool load(const RecogniserRow &row);

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "basemodel.h"
-
 #include "mirovane/facedetectionmtcnn.h"
 
 /// Finds the faces of a picture and cuts head crops out of it. See BaseModel.

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "basemodel.h"
-
 #include "mirovane/bodydetectionssd.h"
 
 /// Finds the bodies of a picture. See BaseModel.

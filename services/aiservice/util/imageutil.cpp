@@ -1,6 +1,7 @@
 #include "imageutil.h"
 
 #include <opencv2/imgproc.hpp>
+
 #include <QBuffer>
 #include <QDebug>
 #include <QImageReader>

@@ -2,8 +2,9 @@
 
 #include <opencv2/core.hpp>
 
-#include <algorithm>
 #include <QVariantMap>
+
+#include <algorithm>
 
 /**
  * What the whole service does with rectangles that come from outside: from clients, from the store and

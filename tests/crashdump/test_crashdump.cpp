@@ -1,10 +1,10 @@
 #include "crash_dump.h"
 #include "mylog.h"
 
+#include <gmock/gmock.h>
+
 #include <QDir>
 #include <QRegularExpression>
-
-#include <gmock/gmock.h>
 
 #include <csignal>
 #include <sys/mman.h>

@@ -5,7 +5,6 @@
 #include "program.h"
 
 #include <gmock/gmock.h>
-
 #include <opencv2/imgcodecs.hpp>
 
 #include <QDateTime>

@@ -1,15 +1,15 @@
 #include "mylog.h"
 
+#include <gmock/gmock.h>
+#include <spdlog/spdlog.h>
+
 #include <QRegularExpression>
 #include <QTemporaryFile>
-
-#include <gmock/gmock.h>
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
-#include <spdlog/spdlog.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>

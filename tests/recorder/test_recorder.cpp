@@ -3,13 +3,15 @@
 #include "logcapture.h"
 #include "videorecorder.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <opencv2/imgproc.hpp>
+
 #include <QDir>
 #include <QRegularExpression>
 #include <QSemaphore>
 #include <QTemporaryDir>
+
+#include <dlfcn.h>
 #include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <thread>
@@ -17,8 +19,8 @@
 
 namespace {
 
-constexpr int WIDTH = 320;
-constexpr int HEIGHT = 240;
+constexpr int frameWidth = 320;
+constexpr int frameHeight = 240;
 
 std::vector<cv::Mat> pictures(const QString &path)
 {
@@ -67,8 +69,8 @@ protected:
     void start(const QString &folder = {}, int seconds = RecordParam().duration)
     {
         RecordParam parameters;
-        parameters.width = WIDTH;
-        parameters.height = HEIGHT;
+        parameters.width = frameWidth;
+        parameters.height = frameHeight;
         parameters.duration = seconds;
         parameters.recordPath = home.filePath(folder).toStdString();
         recorder->start(parameters);
@@ -77,7 +79,7 @@ protected:
     /// Hands over frames as the camera does; returns when the recorder is through with them.
     void feed(int count)
     {
-        QImage frame(WIDTH, HEIGHT, QImage::Format_RGB888);
+        QImage frame(frameWidth, frameHeight, QImage::Format_RGB888);
         frame.fill(QColor(0, 0, 90));
         for (int i = 0; i < count; ++i)
             QMetaObject::invokeMethod(
@@ -88,7 +90,7 @@ protected:
     void offer(int count, QImage::Format format = QImage::Format_RGB888)
     {
         for (int i = 0; i < count; ++i)
-            recorder->offerFrame(QImage(WIDTH, HEIGHT, format));
+            recorder->offerFrame(QImage(frameWidth, frameHeight, format));
     }
 
     /// The files that were announced since the last call.
@@ -133,7 +135,7 @@ TEST_F(RecorderTest, WritesOneStampedFrameInThirty)
     EXPECT_TRUE(codec == cv::VideoWriter::fourcc('a', 'v', 'c', '1') ||
                 codec == cv::VideoWriter::fourcc('h', '2', '6', '4'));
     for (const cv::Mat &picture : recorded) {
-        ASSERT_EQ(picture.size(), cv::Size(WIDTH, HEIGHT));
+        ASSERT_EQ(picture.size(), cv::Size(frameWidth, frameHeight));
         const cv::Vec3b plain = picture.at<cv::Vec3b>(200, 200);
         EXPECT_NEAR(plain[0], 90, 12) << "red and blue were swapped";
         EXPECT_NEAR(plain[2], 0, 12);

@@ -1,7 +1,7 @@
-#include "samples.h"
 #include "classroom.h"
 #include "conforms.h"
 #include "json.h"
+#include "samples.h"
 
 #include <gtest/gtest.h>
 

@@ -4,14 +4,15 @@
 
 #include <gmock/gmock.h>
 #include <mirovane/recognisers.h>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include <QDir>
 
 #include <fstream>
 #include <future>
 #include <limits>
 #include <memory>
-#include <opencv2/imgcodecs.hpp>
-#include <opencv2/imgproc.hpp>
-#include <QDir>
 #include <set>
 
 using namespace ::testing;

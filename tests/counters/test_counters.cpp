@@ -1,5 +1,5 @@
-#include "counters.h"
 #include "counterfields.h"
+#include "counters.h"
 #include "countersreader.h"
 
 #include <gmock/gmock.h>

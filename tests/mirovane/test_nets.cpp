@@ -4,13 +4,14 @@
 #include "learnednet.h"
 
 #include <gmock/gmock.h>
-
-#include <cmath>
 #include <opencv2/imgproc.hpp>
+
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+
+#include <cmath>
 
 using namespace ::testing;
 using namespace mirovane::open;

@@ -3,8 +3,10 @@
 #include "qstorage.h"
 
 #include <gtest/gtest.h>
+
 #include <QDir>
 #include <QTemporaryDir>
+
 #include <thread>
 
 namespace {

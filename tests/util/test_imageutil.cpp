@@ -1,12 +1,13 @@
 #include "imageutil.h"
 
 #include <gtest/gtest.h>
+
 #include <QBuffer>
 #include <QtEndian>
 
 namespace {
 
-const QString PREFIX = "data:image/jpg;base64,";
+const QString dataPrefix = "data:image/jpg;base64,";
 
 QImage flatImage(QImage::Format format, QColor colour)
 {
@@ -30,7 +31,7 @@ QString textWithSize(int height, int width = 16)
     const int frameHeader = jpeg.indexOf("\xFF\xC0");
     qToBigEndian<quint16>(height, jpeg.data() + frameHeader + 5);
     qToBigEndian<quint16>(width, jpeg.data() + frameHeader + 7);
-    return PREFIX + jpeg.toBase64();
+    return dataPrefix + jpeg.toBase64();
 }
 
 double largestError(const cv::Mat &mat, const cv::Scalar &colour)
@@ -45,13 +46,13 @@ TEST(DataText, KeepsTheChannelOrder)
         const cv::Mat frame(48, 64, CV_8UC3, colour);
         const cv::Mat crop = frame(cv::Rect(3, 5, 33, 21)); // lines further apart than they are long
         QString text = ai_image::convertMat2Base64(crop);
-        ASSERT_TRUE(text.startsWith(PREFIX));
+        ASSERT_TRUE(text.startsWith(dataPrefix));
         const cv::Mat back = ai_image::convertBase642Mat(text.replace("image/jpg", "image/jpeg"));
         ASSERT_EQ(back.size(), crop.size());
         EXPECT_LE(largestError(back, colour), 3);
     }
     for (const cv::Mat &other : {cv::Mat(16, 16, CV_8UC1, cv::Scalar(7)), cv::Mat(), cv::Mat(0, 16, CV_8UC3)})
-        EXPECT_EQ(ai_image::convertMat2Base64(other), PREFIX);
+        EXPECT_EQ(ai_image::convertMat2Base64(other), dataPrefix);
 }
 
 TEST(DataText, OnlyAColourJpegIsDecoded)
@@ -60,12 +61,12 @@ TEST(DataText, OnlyAColourJpegIsDecoded)
     const QString good = encoded(red, "JPG").toBase64();
     const QString grey = encoded(flatImage(QImage::Format_Grayscale8, Qt::gray), "JPG").toBase64();
     for (const QString &text :
-         {QString(), good, PREFIX, PREFIX + good + ",", "data:image/png;base64," + good,
-          "data:image/JPG;base64," + good, " " + PREFIX + good, PREFIX + "!!!!", PREFIX + good.left(40),
-          PREFIX + encoded(red, "PNG").toBase64(), PREFIX + grey, textWithSize(8193), textWithSize(65500),
-          textWithSize(8192, 8192)})
+         {QString(), good, dataPrefix, dataPrefix + good + ",", "data:image/png;base64," + good,
+          "data:image/JPG;base64," + good, " " + dataPrefix + good, dataPrefix + "!!!!",
+          dataPrefix + good.left(40), dataPrefix + encoded(red, "PNG").toBase64(), dataPrefix + grey,
+          textWithSize(8193), textWithSize(65500), textWithSize(8192, 8192)})
         EXPECT_TRUE(ai_image::convertBase642Mat(text).empty()) << qPrintable(text.left(60));
-    EXPECT_FALSE(ai_image::convertBase642Mat(PREFIX + good).empty());
+    EXPECT_FALSE(ai_image::convertBase642Mat(dataPrefix + good).empty());
     EXPECT_EQ(ai_image::convertBase642Mat(textWithSize(8192)).size(), cv::Size(16, 8192));
     const int rows = encoded(red, "JPG").size(); // of 512 pixels, one for each byte
     EXPECT_EQ(ai_image::convertBase642Mat(textWithSize(rows, 512)).size(), cv::Size(512, rows));

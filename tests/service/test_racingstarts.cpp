@@ -1,5 +1,5 @@
 // Analyses that end by themselves while the client starts the next ones. A long run by hand:
-// AI_STARTS_SECONDS=600 build/tests/bin/startstest
+// AI_STARTS_SECONDS=600 build/tests/bin/test_racingstarts
 
 #include "classroom.h"
 

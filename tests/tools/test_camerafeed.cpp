@@ -2,14 +2,13 @@
 #include "imagereader.h"
 
 #include <gtest/gtest.h>
+#include <opencv2/imgcodecs.hpp>
 
 #include <QFile>
 #include <QMutexLocker>
 #include <QProcess>
 #include <QSharedMemory>
 #include <QTemporaryDir>
-
-#include <opencv2/imgcodecs.hpp>
 
 #include <vector>
 

@@ -1,8 +1,9 @@
-#include "datamanager.h"
 #include "atonce.h"
+#include "datamanager.h"
 #include "externalgallery.h"
 
 #include <gtest/gtest.h>
+
 #include <limits>
 
 namespace {

@@ -1,15 +1,14 @@
+#include "eventually.h"
 #include "imagereader.h"
 #include "imagewritter.h"
-
-#include "eventually.h"
 #include "logcapture.h"
+
+#include <gtest/gtest.h>
 
 #include <QDir>
 #include <QSemaphore>
 #include <QSharedMemory>
 #include <QSystemSemaphore>
-
-#include <gtest/gtest.h>
 
 #include <limits>
 #include <sys/sem.h>

@@ -1,7 +1,7 @@
-#include "serviceserver.h"
 #include "eventually.h"
 #include "iservice.h"
 #include "logcapture.h"
+#include "serviceserver.h"
 #include "testclient.h"
 
 #include <gtest/gtest.h>
@@ -11,9 +11,8 @@
 #include <QThreadPool>
 #include <QUrl>
 
-#include <sys/resource.h>
-
 #include <memory>
+#include <sys/resource.h>
 
 namespace {
 
