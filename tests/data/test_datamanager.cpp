@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <QStringList>
+
 #include <limits>
 
 namespace {
@@ -150,6 +152,34 @@ TEST_F(DataManagerTest, EveryOperationMayMeetEveryOther)
                       manager->sortStudentRows();
                   }});
     qInstallMessageHandler(nullptr);
+}
+
+TEST_F(DataManagerTest, ListsAreByWhatWasFound)
+{
+    const auto add = [this](const QString &stuID, int status, const cv::Rect &body, bool faceIDValid) {
+        StudentInfo info = student(stuID, manager->count());
+        info.status = status;
+        info.bodyRect = body;
+        info.faceIDValid = faceIDValid;
+        manager->addStudent(info);
+    };
+    const cv::Rect smallest(0, 0, 1, 1);
+    add("by body", 1, smallest, true);
+    add("by face", 2, smallest, true);
+    add("seen before", 0, smallest, true);
+    add("narrow", 0, cv::Rect(0, 0, 0, 1), true);
+    add("flat", 0, cv::Rect(0, 0, 1, 0), false);
+    const auto names = [](const QVector<StudentInfo> &students) {
+        QStringList result;
+        for (const StudentInfo &info : students)
+            result.append(info.stuID);
+        return result;
+    };
+    EXPECT_EQ(names(manager->getFoundStudents()), (QStringList{"by body", "by face"}));
+    EXPECT_EQ(names(manager->getUnfoundBodyStudents()), QStringList{"seen before"});
+    EXPECT_EQ(names(manager->getNoFaceIDStudents()), QStringList{"flat"});
+    manager->resetStatus();
+    EXPECT_EQ(names(manager->getFoundStudents()), QStringList());
 }
 
 TEST_F(DataManagerTest, NumbersRowsFromTheirLowestStudent)

@@ -194,6 +194,15 @@ TEST_F(Wrappers, OneCallAtATimeReachesARecogniser)
                   }});
 }
 
+TEST_F(Settings, TheIdentificationMayBeReadWhileItChanges)
+{
+    AIConfig &config = AIConfig::instance();
+    config.setIdentify("room");
+    atOnce(2000, {[&](int round) { config.setIdentify(QString("room %1").arg(round)); },
+                  [&](int) { EXPECT_TRUE(config.identify().startsWith("room")); }});
+    config.setIdentify({});
+}
+
 TEST_F(Wrappers, HeadCropPutsTheEyesLevelAtTheirPlaces)
 {
     // Two eyes 80 apart on a slope, drawn as dots.
@@ -208,6 +217,7 @@ TEST_F(Wrappers, HeadCropPutsTheEyesLevelAtTheirPlaces)
     const auto model = manager.createMTCNNModel(frame, true);
     ASSERT_TRUE(model->detect());
     const std::vector<cv::Mat> heads = model->cropHeads(40);
+    EXPECT_EQ(model->landmarkOffsets(), (std::vector<int>{5954, 13205})); // squares added up by hand
     ASSERT_EQ(heads.size(), 1U); // the second face has no eye distance
     ASSERT_EQ(heads[0].size(), cv::Size(128, 128));
     EXPECT_GT(heads[0].at<cv::Vec3b>(58, 44)[0], 200);
