@@ -196,7 +196,6 @@ TEST_F(Wrappers, OneCallAtATimeReachesARecogniser)
 
 TEST_F(Settings, TheIdentificationMayBeReadWhileItChanges)
 {
-    AIConfig &config = AIConfig::instance();
     config.setIdentify("room");
     atOnce(2000, {[&](int round) { config.setIdentify(QString("room %1").arg(round)); },
                   [&](int) { EXPECT_TRUE(config.identify().startsWith("room")); }});
