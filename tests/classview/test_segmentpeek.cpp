@@ -72,7 +72,7 @@ protected:
 
 TEST_F(SegmentPeekTest, NobodyNoticesItAlsoWhileTheCameraIsStoppedInsideACopy)
 {
-    startCamera(5);
+    startCamera(20);
     ASSERT_TRUE(isWhole(newFrame()));
     EXPECT_NE(semaphore(GETPID), getpid());
     peek.detach();
