@@ -7,6 +7,7 @@
 // clients; and after many that have come and gone.
 #include "benchlog.h"
 #include "benchmain.h"
+#include "heap.h"
 #include "imageutil.h"
 #include "iservice.h"
 #include "protocol.h"
@@ -27,7 +28,6 @@
 #include <chrono>
 #include <cstring>
 #include <ctime>
-#include <malloc.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
@@ -349,8 +349,6 @@ BENCHMARK(smallEventToMany)
 
 int main(int argc, char **argv)
 {
-    // As the service does, so that the heap is not given back and faulted in again for each event.
-    mallopt(M_MMAP_THRESHOLD, 32 * 1024 * 1024);
-    mallopt(M_TRIM_THRESHOLD, 256 * 1024 * 1024);
+    heap::keepFreed(); // as the service does
     return runBenchmarks(argc, argv, noteMessages);
 }

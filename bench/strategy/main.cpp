@@ -1,6 +1,7 @@
 // What the analyses add to the recognisers, which cost nothing here, and to the bare operations on pictures:
 // a handled frame, a skipped one, a registration, a tracking pass. Times are processor times of the threads
 // at work, and OpenCV keeps to one thread, so that a busy machine changes little.
+#include "heap.h"
 #include "rectutil.h"
 #include "support.h"
 
@@ -9,7 +10,6 @@
 #include <QDir>
 #include <QTemporaryDir>
 
-#include <malloc.h>
 
 namespace {
 
@@ -53,9 +53,7 @@ double dropped_log::takeSeconds()
 
 int main(int argc, char **argv)
 {
-    // As the service does, so that the heap is not given back and faulted in again for each frame.
-    mallopt(M_MMAP_THRESHOLD, 32 * 1024 * 1024);
-    mallopt(M_TRIM_THRESHOLD, 256 * 1024 * 1024);
+    heap::keepFreed(); // as the service does
     QTemporaryDir home;
     qputenv("TMPDIR", home.path().toLocal8Bit());
     if (!home.isValid() || !QDir::setCurrent(home.path()))

@@ -25,8 +25,8 @@ protected:
         ASSERT_EQ(executeWhenConnected(*client, 1022)["rsp_error"], -12);
     }
 
-    /// Keeps so many of the requests in flight for the time, and until the last start was told of. Every
-    /// start that was answered with 0 runs and is told of by an event under its identifier.
+    /// Keeps so many of the requests in flight for the time and two starts, and until the last was told of.
+    /// Every start that was answered with 0 runs and is told of by an event under its identifier.
     void keepInFlight(int command, int event, int count)
     {
         const qint64 seconds = qEnvironmentVariable("AI_STARTS_SECONDS", "3").toInt();
@@ -58,11 +58,10 @@ protected:
                 last = message["rsp_id"].toString();
                 started.insert(last);
             }
-            if (clock.elapsed() < 1000 * seconds)
+            if (clock.elapsed() < 1000 * seconds || started.size() < 2)
                 ask();
         }
         std::printf("%d requests, %d starts\n", asked, started.size());
-        EXPECT_GT(started.size(), 1);
         EXPECT_EQ(started - ran, QSet<QString>());
     }
 
