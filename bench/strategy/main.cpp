@@ -10,7 +10,6 @@
 #include <QDir>
 #include <QTemporaryDir>
 
-
 namespace {
 
 thread_local int messages = 0;
