@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <memory>
 #include <new>
+#include <vector>
 
 namespace {
 
@@ -72,7 +73,7 @@ bool counters::open(const QDir &folder, QString &problem)
         problem = QStringLiteral("process %1 counts in %2").arg(former->process).arg(path);
         return false;
     }
-    // Lives as long as the process: a mapping ends with its file object.
+    // Kept as long as the process lives: a mapping ends with its file object.
     auto file = std::make_unique<QFile>(path + QStringLiteral(".new"));
     uchar *const memory = mapNew(*file);
     if (!memory) {
@@ -91,9 +92,8 @@ bool counters::open(const QDir &folder, QString &problem)
         return false;
     }
     presentPage = page;
-    static const QFile *opened = nullptr;
-    opened = file.release();
-    Q_UNUSED(opened)
+    static auto &kept = *new std::vector<std::unique_ptr<QFile>>; // never destroyed: threads count up to the end
+    kept.push_back(std::move(file));
     return true;
 }
 

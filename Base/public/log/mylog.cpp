@@ -10,6 +10,7 @@
 #include <QFile>
 #include <QHash>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -174,7 +175,7 @@ void append(spdlog::memory_buf_t &line, std::string_view text)
 {
     const std::size_t end = line.size();
     line.resize(end + text.size()); // fmt's own appending goes byte by byte
-    std::memcpy(line.data() + end, text.data(), text.size());
+    std::copy(text.begin(), text.end(), line.data() + end);
 }
 
 /// Gives lines on as messageHandler() has made them, so that no sink makes one under its lock.
