@@ -92,8 +92,8 @@ bool counters::open(const QDir &folder, QString &problem)
         return false;
     }
     presentPage = page;
-    static auto &kept =
-        *new std::vector<std::unique_ptr<QFile>>; // never destroyed: threads count up to the end
+    // Never destroyed: threads count up to the end.
+    static auto &kept = *new std::vector<std::unique_ptr<QFile>>;
     kept.push_back(std::move(file));
     return true;
 }
