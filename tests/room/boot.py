@@ -15,15 +15,16 @@ from room import BUILD, await_true
 OVERLAY = r"""
 set -eu
 mount -t tmpfs tmpfs "$1"
-mkdir "$1/upper" "$1/work" "$1/root"
-mount -t overlay overlay -o "lowerdir=/,upperdir=$1/upper,workdir=$1/work" "$1/root"
+mkdir "$1/upper" "$1/work" "$1/machine"
+mount -t overlay overlay -o "lowerdir=/,upperdir=$1/upper,workdir=$1/work" "$1/machine"
 # A machine on which nothing of ours was ever installed or enabled.
-rm -rf "$1"/root/etc/systemd/system/* "$1"/root/etc/aiservice "$1"/root/var/lib/aiservice "$1/root/etc/machine-id"
-touch "$1/root/etc/machine-id"
-mkdir -p "$1/root/packages" "$1/root/usr/share/doc/opencv-doc/opencv4"
-cp "$2"/*.deb "$1/root/packages"
-cp -r "$3" "$1/root/usr/share/doc/opencv-doc/opencv4/html"
-exec unshare --mount --pid --uts --ipc --cgroup --fork --kill-child sh -c "$4" sh "$1/root"
+rm -rf "$1"/machine/etc/systemd/system/* "$1"/machine/etc/aiservice "$1"/machine/var/lib/aiservice \
+    "$1/machine/etc/machine-id"
+touch "$1/machine/etc/machine-id"
+mkdir -p "$1/machine/packages" "$1/machine/usr/share/doc/opencv-doc/opencv4"
+cp "$2"/*.deb "$1/machine/packages"
+cp -r "$3" "$1/machine/usr/share/doc/opencv-doc/opencv4/html"
+exec unshare --mount --pid --uts --ipc --cgroup --fork --kill-child sh -c "$4" sh "$1/machine"
 """
 INIT = r"""
 set -eu

@@ -113,10 +113,8 @@ std::vector<Command> counterCommands()
         {"top",
          "[--once] [--json] [--all] [--interval SECONDS]",
          "Shows the counters of the service, again and again until Ctrl-C. It reads them from the temporary "
-         "folder "
-         "and needs no connection, so it ends nothing and works while the service answers nobody. Stays "
-         "while a "
-         "service is away and shows the next one. docs/counters.md tells what each number means.",
+         "folder and needs no connection, so it ends nothing and works while the service answers nobody. "
+         "Stays while a service is away and shows the next one. docs/counters.md tells what each means.",
          0,
          0,
          {{"once", "Show them once, with rates since the service's start. Exit code 1 when it is gone."},

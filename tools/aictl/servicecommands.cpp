@@ -168,8 +168,7 @@ std::vector<Command> serviceCommands()
         {"quit",
          "",
          "Ends the process of the service in order. Like close it waits for a camera when none has come "
-         "since the "
-         "service was opened.",
+         "since the service was opened.",
          0,
          0,
          {},

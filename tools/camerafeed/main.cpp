@@ -267,8 +267,7 @@ Settings settingsFrom(const QCoreApplication &application)
     settings.source = sources.value(0);
     if (address::hasSecret(settings.source))
         refuse("an address on the command line can be seen by every user; put one with a password into a "
-               "file, and "
-               "give that with --address-file");
+               "file, and give that with --address-file");
     settings.demo = parser.isSet("demo");
     if (settings.source.isEmpty() && parser.isSet("address-file"))
         settings.source = address::fromFile(parser.value("address-file"), settings.problem);
