@@ -131,21 +131,22 @@ TEST_F(RecogniserFaults, AHangHoldsUpOnlyWhoNeedsThatRecogniser)
     };
     ASSERT_TRUE(client->send(enrolment("Eve")));
     ASSERT_TRUE(service.waitForHang(faceId));
+    const int left = service.standardOutput().count("ServiceServer connection disconnect end");
     {
         TestClient other(service.socketPath());
         EXPECT_EQ(other.info(1001)["rsp_data"].toMap()["status"], QVariant(2));
         service.behave(Behaviour::works);
         EXPECT_FALSE(client->event(1018).isEmpty());
     }
+    ASSERT_TRUE(service.waitForOutput("ServiceServer connection disconnect end", left + 1));
 
     // For ever: the process is killed, and nothing that was answered is lost.
     // A client that leaves meanwhile makes the server wait as well.
     service.behave(faceId, Behaviour::hangs);
     ASSERT_TRUE(client->send(enrolment("Finn")));
     ASSERT_TRUE(service.waitForHang(faceId));
-    const int left = service.standardOutput().count("ServiceServer connection disconnect: socket");
     client.reset();
-    ASSERT_TRUE(service.waitForOutput("ServiceServer connection disconnect: socket", left + 1));
+    ASSERT_TRUE(service.waitForOutput("ServiceServer connection disconnect: socket", left + 2));
     service.crash();
     service.behave(Behaviour::works);
     startService({"--recovery"});
