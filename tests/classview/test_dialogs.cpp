@@ -8,8 +8,8 @@
 
 #include <gmock/gmock.h>
 
-#include <QDir>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QInputDialog>
 #include <QListWidget>
 #include <QProgressBar>
@@ -138,11 +138,16 @@ protected:
         strike(Qt::Key_F2);
         person::await(done);
     }
+    /// Chooses a file or a folder. Qt's dialog is not pressed: while its list fills in the background, it
+    /// takes what was selected away.
     static void choose(const QString &path)
     {
         person::whenOpen<QFileDialog>([path](QFileDialog *dialog) {
-            dialog->selectFile(path);
-            person::press<QPushButton>(dialog, dialog->labelText(QFileDialog::Accept));
+            if (QFileInfo(path).isDir())
+                dialog->setDirectory(path);
+            else
+                dialog->selectFile(path);
+            static_cast<QDialog *>(dialog)->done(QDialog::Accepted);
         });
     }
     QString save(const QString &name, const QByteArray &content) const
