@@ -2,6 +2,7 @@
 
 #include "faultyservice.h"
 
+#include <QDateTime>
 #include <QElapsedTimer>
 #include <QFile>
 
@@ -105,6 +106,33 @@ TEST_F(ProcessFaults, StudentsAreSavedEverySixMinutes)
     EXPECT_FALSE(saved());
     service.faults.steadySeconds = 360;
     EXPECT_TRUE(eventually(saved));
+}
+
+/// Over two midnights. What wakes the thread that awaits them is the end of an analysis, which is deleted
+/// there.
+TEST_F(ProcessFaults, LogsAndDumpsAgeAtEachMidnight)
+{
+    constexpr long moreThanADay = 26 * 3600;
+    const QString old = service.filePath("Orelia/logs/AI_2020-01-01_00-00-00.log");
+    const QString older =
+        service.filePath("Orelia/logs/dump/aidump/01234567-89ab-cdef-0123-456789abcdef.dmp");
+    for (const auto &[path, days] : {std::pair(old, -28), std::pair(older, -29)}) {
+        QDir().mkpath(QFileInfo(path).path());
+        QFile file(path);
+        ASSERT_TRUE(file.open(QFile::WriteOnly));
+        ASSERT_TRUE(
+            file.setFileTime(QDateTime::currentDateTime().addDays(days), QFile::FileModificationTime));
+    }
+    startClass(40);
+    const auto wake = [&] { return code(1030) == 0 && code(1031) == 0; };
+    ASSERT_TRUE(wake());
+    for (const QString &due : {older, old}) {
+        EXPECT_TRUE(QFile::exists(due)) << qPrintable(due);
+        service.faults.clockSeconds += moreThanADay;
+        service.faults.steadySeconds += moreThanADay;
+        EXPECT_TRUE(eventually([&] { return wake() && !QFile::exists(due); })) << qPrintable(due);
+        EXPECT_EQ(QFile::exists(old), due == older);
+    }
 }
 
 /// The log changes its file at midnight. When it can't, lines are lost until it can.

@@ -1,8 +1,12 @@
 """camerafeed and cameras of the network: real servers on the loopback, killed and started again."""
+import functools
+import http.server
 import pathlib
 import signal
 import socket
+import ssl
 import subprocess
+import threading
 import unittest
 
 from room import BIN, HERE, Room, Segment, await_true, free_port
@@ -30,6 +34,23 @@ class NetworkCamera(unittest.TestCase):
         server = self.room.start("rtspserver", "/usr/bin/python3", HERE / "rtspserver.py", self.port, colour, *login)
         server.await_output("serving")
         return server
+
+    def https_server(self, folder):
+        """Serves files under a certificate that nobody else has signed; what it returns ends that."""
+        class Files(http.server.SimpleHTTPRequestHandler):
+            def log_message(self, *_):
+                pass
+
+        tls = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+        tls.load_cert_chain(self.room.folder / "certificate", self.room.folder / "key")
+        server = http.server.ThreadingHTTPServer(("127.0.0.1", self.port), functools.partial(Files, directory=folder))
+        server.socket = tls.wrap_socket(server.socket, server_side=True)
+        threading.Thread(target=server.serve_forever, args=(0.05,), daemon=True).start()
+
+        def end():
+            server.shutdown()
+            server.server_close()
+        return end
 
     def shows(self, feed, colour, x=960):
         """Waits until the newest frame has the colour there."""
@@ -81,6 +102,37 @@ class NetworkCamera(unittest.TestCase):
                 self.assertNotIn(secret, text)
         self.assertIn(f"rtsp://***@127.0.0.1:{self.port}/camera", feed.output())
 
+    def test_hls_over_https_shows_every_picture_and_not_only_the_last_of_a_segment(self):
+        folder = self.room.folder / "stream"
+        folder.mkdir()
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", "key", "-out", "certificate",
+                        "-days", "2", "-subj", "/CN=camera"], check=True, cwd=self.room.folder, capture_output=True)
+        writer = self.room.start("writer", "ffmpeg", "-nostdin", "-loglevel", "error", "-re", "-f", "lavfi", "-i",
+                                 "color=red:size=640x480:rate=15", "-c:v", "libx264", "-preset", "ultrafast", "-g", "15",
+                                 "-f", "hls", "-hls_time", "1", "-hls_flags", "delete_segments", folder / "camera.m3u8")
+
+        def segments():
+            """How many the writer has begun, of 15 pictures each."""
+            return max((int(file.stem[len("camera"):]) for file in folder.glob("camera*.ts")), default=-1)
+
+        await_true(lambda: segments() >= 4, writer.must_live)
+        end_server = self.https_server(folder)
+        feed = self.room.camerafeed(f"https://127.0.0.1:{self.port}/camera.m3u8")
+        segment = self.shows(feed, RED)
+        begin, shown = segments(), set()
+
+        def five_more():
+            shown.add(segment.change())
+            return segments() >= begin + 5
+
+        await_true(five_more, feed.must_live)
+        self.assertGreater(len(shown), 30, "each segment is shown at once")
+        end_server()
+        feed.await_output("gives no more pictures")
+        self.addCleanup(self.https_server(folder))
+        feed.await_output("receiving", 2)
+        await_true(segment.moves, feed.must_live)
+
     def test_server_that_stalls_counts_as_gone(self):
         with socket.create_server(("127.0.0.1", self.port)) as silent:
             feed = self.room.camerafeed(f"http://127.0.0.1:{self.port}/camera")
@@ -102,7 +154,8 @@ class NetworkCamera(unittest.TestCase):
         exposed.write_text("rtsp://a:b@127.0.0.1/\n")
         exposed.chmod(0o644)
         for arguments, reason in ((["rtsp://a:b@127.0.0.1/"], "every user"), (["--address-file", exposed], "others"),
-                                  (["--fit", "exact", video], "320 by 180"), (["--still", "http://127.0.0.1/"], "--still")):
+                                  (["--fit", "exact", video], "320 by 180"), (["--still", "http://127.0.0.1/"], "--still"),
+                                  (["99"], "/dev/video99: it is not there"), (["/dev/null"], "it is no camera")):
             feed = self.room.start("refused", BIN / "camerafeed", *arguments)
             self.assertNotEqual(feed.process.wait(), 0)
             self.assertIn(reason, feed.lines()[-1])

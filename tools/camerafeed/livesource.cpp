@@ -6,6 +6,7 @@
 #include <opencv2/videoio.hpp>
 
 #include <QElapsedTimer>
+#include <QFileInfo>
 
 #include <algorithm>
 #include <chrono>
@@ -15,21 +16,37 @@
 
 namespace {
 
-constexpr int stallTimeout = 5000;  // milliseconds without a byte
-constexpr int firstPause = 500;     // milliseconds
-constexpr int longestPause = 10000; // milliseconds
-constexpr int steadyAfter = 5000;   // milliseconds of pictures, after which pauses begin anew
+constexpr int stallTimeout = 5000;         // milliseconds without a byte
+constexpr int segmentStallTimeout = 20000; // the same of a stream in segments, each of which takes its time
+constexpr int firstPause = 500;            // milliseconds
+constexpr int longestPause = 10000;        // milliseconds
+constexpr int steadyAfter = 5000;          // milliseconds of pictures, after which pauses begin anew
+
+/// HLS, whose server gives pictures out in segments of some seconds.
+bool comesInSegments(const QString &source)
+{
+    return address::isNetwork(source) && source.section('?', 0, 0).endsWith(".m3u8", Qt::CaseInsensitive);
+}
+
+// One that takes the wishes for size and rate; the first of all that open a device need not.
+#ifdef Q_OS_LINUX
+constexpr int deviceBackEnd = cv::CAP_V4L2;
+#else
+constexpr int deviceBackEnd = cv::CAP_ANY;
+#endif
 
 bool openCapture(cv::VideoCapture &capture, const QString &source, const LiveSource::Wanted &wanted)
 {
-    if (address::isNetwork(source))
+    if (address::isNetwork(source)) {
+        const int timeout = comesInSegments(source) ? segmentStallTimeout : stallTimeout;
         return capture.open(
             source.toStdString(), cv::CAP_FFMPEG,
-            {cv::CAP_PROP_OPEN_TIMEOUT_MSEC, stallTimeout, cv::CAP_PROP_READ_TIMEOUT_MSEC, stallTimeout});
+            {cv::CAP_PROP_OPEN_TIMEOUT_MSEC, stallTimeout, cv::CAP_PROP_READ_TIMEOUT_MSEC, timeout});
+    }
     bool isNumber = false;
     const int number = source.toInt(&isNumber);
-    const bool opened =
-        isNumber ? capture.open(number) : capture.open(source.toLocal8Bit().toStdString(), cv::CAP_V4L2);
+    const bool opened = isNumber ? capture.open(number, deviceBackEnd)
+                                 : capture.open(source.toLocal8Bit().toStdString(), deviceBackEnd);
     if (!opened)
         return false;
     const cv::Size size = wanted.size.empty() ? cv::Size(1920, 1080) : wanted.size;
@@ -42,6 +59,29 @@ bool openCapture(cv::VideoCapture &capture, const QString &source, const LiveSou
     capture.set(cv::CAP_PROP_BUFFERSIZE, 1);
     return true;
 }
+
+/// When pictures of a stream in segments are due: as far apart as they were taken.
+class Pace
+{
+public:
+    /// Milliseconds until the picture is due, 0 for at once.
+    /// @param position when it was taken, in milliseconds since any time
+    int wait(double position)
+    {
+        constexpr int mostLate = 200;   // milliseconds; beyond them the next segment was late
+        constexpr int mostAhead = 5000; // milliseconds; beyond them the stream has left something out
+        const double ahead = position - m_first - double(m_clock.isValid() ? m_clock.elapsed() : 0);
+        if (m_clock.isValid() && ahead > -mostLate && ahead < mostAhead)
+            return std::max(0, int(ahead));
+        m_first = position;
+        m_clock.start();
+        return 0;
+    }
+
+private:
+    QElapsedTimer m_clock; ///< since the first picture
+    double m_first = 0;    ///< the position of that one
+};
 
 } // namespace
 
@@ -68,8 +108,7 @@ struct LiveSource::Shared
             noiselog::say(QStringLiteral("waiting for %1: it %2; next try in %3 s")
                               .arg(shown, what)
                               .arg(pause / 1000.0));
-            std::unique_lock<std::mutex> lock(mutex);
-            end.wait_for(lock, std::chrono::milliseconds(pause), [this] { return ending; });
+            waitFor(pause);
             pause = std::min(2 * pause, longestPause);
         }
     }
@@ -84,9 +123,13 @@ struct LiveSource::Shared
             return -1;
         noiselog::say(
             QStringLiteral("receiving %1, %2 by %3").arg(shown).arg(picture.cols).arg(picture.rows));
+        const bool inSegments = comesInSegments(source);
+        Pace pace;
         QElapsedTimer clock;
         clock.start();
         do {
+            if (inSegments)
+                waitFor(pace.wait(capture.get(cv::CAP_PROP_POS_MSEC)));
             std::lock_guard<std::mutex> lock(mutex);
             if (ending)
                 break;
@@ -95,6 +138,13 @@ struct LiveSource::Shared
             picture.release();
         } while (capture.read(picture) && !picture.empty());
         return int(clock.elapsed());
+    }
+
+    /// Shorter when the source ends.
+    void waitFor(int milliseconds)
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        end.wait_for(lock, std::chrono::milliseconds(milliseconds), [this] { return ending; });
     }
 
     bool isEnding()
@@ -130,8 +180,8 @@ cv::Mat LiveSource::next()
 void LiveSource::configure(const QString &transport)
 {
     if (!qEnvironmentVariableIsSet("OPENCV_FFMPEG_CAPTURE_OPTIONS"))
-        qputenv("OPENCV_FFMPEG_CAPTURE_OPTIONS",
-                "rtsp_transport;" + transport.toLatin1() + "|fflags;nobuffer|flags;low_delay");
+        qputenv("OPENCV_FFMPEG_CAPTURE_OPTIONS", "rtsp_transport;" + transport.toLatin1() +
+                                                     "|live_start_index;-1|fflags;nobuffer|flags;low_delay");
 }
 
 bool LiveSource::canOpen(const QString &device, QString &error)
@@ -139,6 +189,13 @@ bool LiveSource::canOpen(const QString &device, QString &error)
     cv::VideoCapture capture;
     if (openCapture(capture, device, {}))
         return true;
-    error = QStringLiteral("cannot open the camera %1").arg(device);
+    bool isNumber = false;
+    device.toUInt(&isNumber);
+    const QFileInfo entry(isNumber ? "/dev/video" + device : device);
+    const char *const reason = !entry.exists() ? "it is not there"
+                               : !entry.isReadable() || !entry.isWritable()
+                                   ? "this user may not use it; the group video may"
+                                   : "it is no camera, or another program uses it";
+    error = QStringLiteral("cannot open the camera %1: %2").arg(entry.filePath(), reason);
     return false;
 }

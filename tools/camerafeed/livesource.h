@@ -7,9 +7,10 @@
 /**
  * A camera: a stream of the network, or a device. Only its newest picture counts.
  *
- * A thread of its own reads as fast as pictures come. When they end it opens the stream again, after pauses
- * that grow from half a second to ten; it tells what it waits for, never with the password of the address. A
- * stream that stalls counts as ended after five seconds.
+ * A thread of its own reads as fast as pictures come; those of HLS, which come a segment at a time, at the
+ * pace in which they were taken. When they end it opens the stream again, after pauses that grow from half a
+ * second to ten; it tells what it waits for, never with the password of the address. A stream that stalls
+ * counts as ended after five seconds, HLS after twenty, a device after ten, which is OpenCV's own limit.
  *
  * Threads: as every source. The thread isn't waited for at the end, since FFmpeg may hold it for seconds: a
  * program that had a live source ends without destroying static objects.

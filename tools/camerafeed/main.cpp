@@ -196,9 +196,10 @@ Settings settingsFrom(const QCoreApplication &application)
     parser.setApplicationDescription(QStringLiteral(
         "Puts pictures into the shared-memory segment of a camera, 1920 by 1080, until it gets Ctrl-C.\n\n"
         "A network camera, or a device, is a stream of which only the newest picture counts. When it\n"
-        "breaks or stalls for 5 s it is opened again, after pauses from 0.5 s doubling up to 10 s; nothing\n"
-        "is written meanwhile. Videos run at their own rate and begin again at their end, pictures and\n"
-        "folders at 30 a second; --once ends after one pass.\n\n"
+        "breaks or stalls for 5 s (HLS: 20 s, a device: 10 s) it is opened again, after pauses from 0.5 s\n"
+        "doubling up to 10 s; nothing is written meanwhile. HLS, an address that ends with .m3u8, is shown\n"
+        "at its own pace. Certificates of https and rtsps are not checked. Videos run at their own rate\n"
+        "and begin again at their end, pictures and folders at 30 a second; --once ends after one pass.\n\n"
         "An address with a password is taken from a file (--address-file, --config) or from the environment\n"
         "(CAMERAFEED_ADDRESS), never from the command line, which every user can see.\n\n"
         "Standard error tells what is waited for, and last how it ended. Exit code 0 at the end, 1 when the\n"
