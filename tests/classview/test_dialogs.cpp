@@ -2,9 +2,11 @@
 #include "fakeservice.h"
 #include "importdialog.h"
 #include "mainwindow.h"
+#include "markpainter.h"
 #include "messages.h"
 #include "person.h"
 #include "picture.h"
+#include "theme.h"
 
 #include <gmock/gmock.h>
 
@@ -335,6 +337,28 @@ TEST_F(DialogsTest, AfterAStopALateEventTellsNothing)
     EXPECT_EQ(lesson().model().lesson().size(), 1);
     tellHands(startOf(switchHands()));
     EXPECT_EQ(lesson().model().lesson().size(), 2);
+}
+
+TEST(Label, AHandThatIsOldFadesBesideAFreshFaceAndTellsItsAge)
+{
+    GeometryEngine geometry;
+    geometry.setFrameSize({400, 200});
+    geometry.setView({400, 200}, 1);
+    const Mark face{MarkKind::Face, "Ada", {100, 80, 80, 80}, 0, 20000, {}};
+    const Mark hand{MarkKind::Hand, "Ada", {90, 60, 100, 120}, 0, 15000, {}};
+    const auto label = labelsOf({face, hand}).value(0);
+    EXPECT_EQ(label.told(), 15000);
+    EXPECT_EQ(labelsOf({face}).value(0).told(), std::nullopt);
+    for (const double freshness : {1.0, 0.0}) {
+        QImage canvas(400, 200, QImage::Format_RGB32);
+        canvas.fill(Qt::black);
+        QPainter painter(&canvas);
+        MarkPainter pen(painter, geometry, canvas.rect(), 20000,
+                        [&](const Mark &mark) { return mark.kind == MarkKind::Hand ? freshness : 1.0; });
+        const QRect place = pen.paintLabel(label);
+        EXPECT_EQ(canvas.pixelColor(place.right() - 3, place.center().y()) == theme::mark(MarkKind::Hand),
+                  freshness == 1.0);
+    }
 }
 
 TEST_F(DialogsTest, AServiceThatBeginsAnewHasNoStudentsAndRecordsNothing)

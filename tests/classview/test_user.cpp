@@ -89,7 +89,7 @@ protected:
         EXPECT_EQ(import.enrolled(), 1);
         EXPECT_TRUE(import.result(0).contains("already")) << import.result(0).toStdString();
         EXPECT_EQ(import.result(1), "enrolled");
-        EXPECT_TRUE(import.result(2).contains("No face")) << import.result(2).toStdString();
+        EXPECT_TRUE(import.result(2).contains("not a picture")) << import.result(2).toStdString();
         EXPECT_TRUE(sees([&] { return window->lesson().model().students().size() == 4; }));
     }
 
@@ -145,6 +145,8 @@ TEST_F(UserTest, EnrolsTheClassWatchesHandsAndAttentionAndFindsTheRecording)
     EXPECT_TRUE(recording.exists()) << told.toStdString();
     pressTool("Record");
     ASSERT_TRUE(sees([&] { return !lesson.isRecording(); }));
+    const auto *const guide = window->findChild<GuideBar *>()->findChild<QLabel *>();
+    EXPECT_TRUE(sees([&] { return guide->text().contains(recording.filePath()); })) << "also after its end";
     QFile::remove(recording.filePath());
 
     const QJsonArray log = QJsonDocument::fromJson(window->findChild<LogPanel *>()->json()).array();
