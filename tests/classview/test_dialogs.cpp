@@ -105,7 +105,9 @@ protected:
                 saysNo(box);
             });
             deed();
-            person::await(done);
+            EXPECT_TRUE(eventually(
+                [&] { return times() != before || (*done && !QApplication::activeModalWidget()); }));
+            ASSERT_EQ(times(), before) << "it was not asked, or no was taken for yes";
             EXPECT_THAT(question.toStdString(), HasSubstr("?"));
         };
         refuse([](QMessageBox *box) { QTest::mouseClick(box->button(QMessageBox::No), Qt::LeftButton); });
