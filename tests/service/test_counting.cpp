@@ -76,6 +76,7 @@ TEST_F(Counting, EveryFrameRequestEventAndCall)
     EXPECT_FALSE(client->event(1011).isEmpty());
     EXPECT_FALSE(client->event(1020).isEmpty());
     EXPECT_EQ(client->execute(4711)["rsp_error"], -10);
+    EXPECT_EQ(client->info(code(ai::Question::Status))["rsp_error"], 0);
     awaitPage([](counters::Page &page) {
         const counters::AnalysisRow &hands = analysis(page, "HandupPickStrategy");
         return hands.handled.value() >= 1 && hands.skippedInterval.value() >= 1;

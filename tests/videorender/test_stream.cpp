@@ -34,13 +34,18 @@ protected:
 TEST_P(StreamTest, SizesAndFormatsMayChangeFromFrameToFrame)
 {
     showAs(*display, {160, 90});
+    int geometries = 0;
+    display->setGeometryWatcher([&geometries] { ++geometries; });
     for (const QSize &size : {QSize(1920, 1080), QSize(1, 1), QSize(333, 777), QSize(16, 16)}) {
+        const int before = geometries;
         give(*display, size, 0xff10f020);
         EXPECT_EQ(middleOf(*display), 0xff10f020) << size.width();
+        EXPECT_EQ(geometries, before + 1);
         EXPECT_EQ(display->frame().size(), size);
         const QByteArray grey(size.width() * size.height() * 3, char(70));
         display->showBytes(grey.constData(), grey.size(), size.width(), size.height(), 0, BGR);
         EXPECT_EQ(middleOf(*display), 0xff464646);
+        EXPECT_EQ(geometries, before + 1) << "only when it changes";
     }
     display->clear();
     EXPECT_EQ(middleOf(*display), 0xff000000);
