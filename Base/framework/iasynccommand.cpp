@@ -26,7 +26,7 @@ QVariantList codeList(const QSet<unsigned int> &codes)
 
 QVariantMap withoutDetail(ai::Error error)
 {
-    return {{"rsp_error", code(error)}, {"rsp_data", QVariant()}};
+    return {{QStringLiteral("rsp_error"), code(error)}, {QStringLiteral("rsp_data"), QVariant()}};
 }
 
 } // namespace
@@ -115,11 +115,11 @@ QVariantMap IAsyncCommand::open() const
 {
     LOG_DEBUG("run IAsyncCommand open: requestID=", shown(requestID));
     QVariantMap result = service->open(requestID);
-    result["all_use_queue"] = service->allUseQueue.load(std::memory_order_relaxed);
-    result["info_use_queue"] = codeList(service->infoQueueCodes);
-    result["cmd_use_queue"] = codeList(service->cmdQueueCodes);
-    result["use_share_memory"] = service->useShareMemory;
-    result["forbid_restart"] = service->forbidRestart.load(std::memory_order_relaxed);
+    result[QStringLiteral("all_use_queue")] = service->allUseQueue.load(std::memory_order_relaxed);
+    result[QStringLiteral("info_use_queue")] = codeList(service->infoQueueCodes);
+    result[QStringLiteral("cmd_use_queue")] = codeList(service->cmdQueueCodes);
+    result[QStringLiteral("use_share_memory")] = service->useShareMemory;
+    result[QStringLiteral("forbid_restart")] = service->forbidRestart.load(std::memory_order_relaxed);
     return result;
 }
 

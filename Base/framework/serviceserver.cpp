@@ -13,6 +13,8 @@
 
 namespace {
 
+constexpr int startedTogether = 16; // requests, at most
+constexpr int flushedTogether = 8;  // messages, at least
 constexpr int flushInterval = 2;    // milliseconds
 constexpr int writeTimeout = 30000; // milliseconds
 constexpr int probeTimeout = 10000; // milliseconds
@@ -172,43 +174,78 @@ void ServiceServer::handleSocketRead(Connection connection)
 {
     LOG_INFO("ServiceServer::handleSocketRead begin");
     QMutexLocker lock(&socketMutex);
+    QVector<IAsyncCommand *> commands;
+    const bool whole = takeRequests(connection, commands);
+    startCommands(commands);
+    lock.unlock();
+    if (whole)
+        LOG_INFO("ServiceServer::handleSocketRead end");
+}
+
+/// Makes a command of each request that has arrived. False when a part of a frame is left.
+bool ServiceServer::takeRequests(Connection connection, QVector<IAsyncCommand *> &commands)
+{
     QLocalSocket *socket = sockets.value(connection.serial);
     while (socket && socket->bytesAvailable() > wire::lengthFieldBytes) {
         std::optional<qint32> length = frameSizes.take(connection.serial);
         QByteArray payload;
         if (!wire::takePayload(*socket, length, payload)) {
             frameSizes.insert(connection.serial, length);
-            return;
+            return false;
         }
         QString refusal;
         const QVariantMap request = wire::decodePayload(payload, &refusal).toMap();
         if (!refusal.isEmpty())
             qWarning().noquote().nospace()
                 << "request does not parse: " << refusal << ": socket=" << connection.address;
-        startCommand(connection, request);
+        commands.append(makeCommand(connection, request));
+        if (commands.size() == startedTogether)
+            startCommands(commands);
     }
-    lock.unlock();
-    LOG_INFO("ServiceServer::handleSocketRead end");
+    return true;
 }
 
-void ServiceServer::startCommand(Connection connection, const QVariantMap &request)
+IAsyncCommand *ServiceServer::makeCommand(Connection connection, const QVariantMap &request)
 {
     auto *command = new IAsyncCommand(service, request);
     const void *const address = command; // the pool deletes the command when it has run
     LOG_INFO("new IAsyncCommand=", address, ": data=", command->describe());
-    connect(command, &IAsyncCommand::finished, this, [this, connection, address](const QVariant &result) {
-        LOG_INFO("finished IAsyncCommand=", address,
-                 ": ThreadPool active count=", QThreadPool::globalInstance()->activeThreadCount());
-        const auto running = runningRequests.find(connection.serial);
-        if (running != runningRequests.end())
-            --*running;
-        sendResponseData(connection, wire::encodePayload(result));
-        LOG_INFO("responsed IAsyncCommand=", address);
-    });
+    // Encoded where it was made, on the pool's thread, since all that this thread does is done one by one.
+    const auto respondEncoded = [this, connection, address](const QVariant &result) {
+        QMetaObject::invokeMethod(
+            this,
+            [this, connection, address, payload = wire::encodePayload(result)] {
+                respond(connection, address, payload);
+            },
+            Qt::QueuedConnection);
+    };
+    connect(command, &IAsyncCommand::finished, this, respondEncoded, Qt::DirectConnection);
     ++runningRequests[connection.serial];
-    QThreadPool::globalInstance()->start(command, 0);
-    LOG_INFO("started IAsyncCommand=", address,
+    return command;
+}
+
+/// Those that have arrived together one right after the other: the pool's threads then wake up once for all
+/// of them, while each waking would cost more than its request.
+void ServiceServer::startCommands(QVector<IAsyncCommand *> &commands)
+{
+    for (IAsyncCommand *command : qAsConst(commands)) {
+        const void *const address = command;
+        QThreadPool::globalInstance()->start(command, 0);
+        LOG_INFO("started IAsyncCommand=", address,
+                 ": ThreadPool active count=", QThreadPool::globalInstance()->activeThreadCount());
+    }
+    commands.clear();
+}
+
+void ServiceServer::respond(Connection connection, const void *command, const QByteArray &payload)
+{
+    LOG_INFO("finished IAsyncCommand=", command,
              ": ThreadPool active count=", QThreadPool::globalInstance()->activeThreadCount());
+    const auto running = runningRequests.find(connection.serial);
+    if (running != runningRequests.end())
+        --*running;
+    sendResponseData(connection, payload);
+    LOG_INFO("responsed IAsyncCommand=", command);
 }
 
 void ServiceServer::handleSocketDisconnect(Connection connection)
@@ -267,6 +304,7 @@ void ServiceServer::postMessage(unsigned int msg, const QVariant &eventInfo, con
 
 void ServiceServer::sendResponseData(Connection connection, const QByteArray &payload)
 {
+    int gathered = 0;
     {
         QMutexLocker lock(&queueMutex);
         const auto queue = responseQueues.find(connection.serial);
@@ -274,21 +312,23 @@ void ServiceServer::sendResponseData(Connection connection, const QByteArray &pa
             return;
         const int firstSize = queue->size();
         queue->append(payload);
+        gathered = queue->size();
         countWaiting(1, payload.size());
         LOG_DEBUG("ServiceServer::sendResponseData: socket=", connection.address,
-                  "queueFirstSize=", firstSize, ", queueLastSize=", queue->size());
+                  "queueFirstSize=", firstSize, ", queueLastSize=", gathered);
     }
-    awaitFlush(connection.serial);
+    awaitFlush(connection.serial, gathered);
 }
 
 /// A client that waits for nothing else gets its message at once. One with further requests under way may get
-/// it together with their responses, if it was written to within the interval.
-void ServiceServer::awaitFlush(quint64 serial)
+/// it together with their responses, if it was written to within the interval and only a few have gathered
+/// since: it reads those while the others are in the making.
+void ServiceServer::awaitFlush(quint64 serial, int gathered)
 {
     waiting.insert(serial);
     const auto flushed = flushTimes.constFind(serial);
     const bool quiet = flushed == flushTimes.cend() || clock.elapsed() - *flushed >= flushInterval;
-    if (!quiet && runningRequests.value(serial) > 0) {
+    if (!quiet && runningRequests.value(serial) > 0 && gathered < flushedTogether) {
         if (!flushTimer.isActive())
             flushTimer.start();
         return;

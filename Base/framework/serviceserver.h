@@ -15,6 +15,7 @@
 #include <optional>
 #include <set>
 
+class IAsyncCommand;
 class IService;
 class QLocalServer;
 
@@ -32,7 +33,8 @@ class QLocalServer;
  * finds the name in use, or can't listen, says so in the log and stays up without being reachable.
  *
  * Writing: a message leaves at once when nothing else is on its way to the same client, behind what the
- * server thread has already to do; otherwise what gathers within 2 ms of the last write leaves together.
+ * server thread has already to do; otherwise what gathers within 2 ms of the last write leaves together,
+ * eight messages at the latest. Requests that have arrived together start together, up to 16 of them.
  *
  * Limits: none on connections, on the length of a frame, or on what waits in a queue. When a client has not
  * read for 30 seconds, what waits for it is dropped with a warning.
@@ -68,13 +70,16 @@ private:
     void listenAgain();
     void readSocket(Connection connection);
     void handleSocketRead(Connection connection);
-    void startCommand(Connection connection, const QVariantMap &request);
+    bool takeRequests(Connection connection, QVector<IAsyncCommand *> &commands);
+    IAsyncCommand *makeCommand(Connection connection, const QVariantMap &request);
+    void startCommands(QVector<IAsyncCommand *> &commands);
+    void respond(Connection connection, const void *command, const QByteArray &payload);
     void handleSocketDisconnect(Connection connection);
     void handleSocketError(QLocalSocket::LocalSocketError error);
     void postMessage(unsigned int msg, const QVariant &eventInfo, const QString &type,
                      const QString &requestID);
     void sendResponseData(Connection connection, const QByteArray &payload);
-    void awaitFlush(quint64 serial);
+    void awaitFlush(quint64 serial, int gathered);
     QList<QByteArray> takeResponses(quint64 serial);
     void writeResponses(QLocalSocket &socket, const QList<QByteArray> &responses);
 

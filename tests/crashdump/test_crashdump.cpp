@@ -77,7 +77,7 @@ std::string logOf(void (*crashing)(), int signal)
 QStringList takeDumps()
 {
     QDir folder(QDir::temp().filePath(dumpFolder));
-    const QStringList dumps = folder.entryList({"*.dmp"});
+    QStringList dumps = folder.entryList({"*.dmp"});
     folder.removeRecursively();
     return dumps;
 }

@@ -22,7 +22,7 @@ std::string run(const QString &program, const QStringList &arguments)
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.start(program, arguments);
     const bool ended = process.waitForFinished(-1);
-    const std::string output = process.readAll().toStdString();
+    std::string output = process.readAll().toStdString();
     EXPECT_TRUE(ended && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0)
         << program.toStdString() << ' ' << arguments.join(' ').toStdString() << ":\n"
         << output;
@@ -67,7 +67,8 @@ QStringList brokenLinks(const QString &folder)
 TEST(Package, TheDebianPackageMayLieAnywhereAndOthersBuildWithIt)
 {
     const QTemporaryDir folder;
-    run(CPACK_PROGRAM, {"--config", BUILD_FOLDER "/CPackConfig.cmake", "-G", "DEB", "-B", folder.path()});
+    const QString build = BUILD_FOLDER;
+    run(CPACK_PROGRAM, {"--config", build + "/CPackConfig.cmake", "-G", "DEB", "-B", folder.path()});
     const QString file = folder.filePath(QDir(folder.path()).entryList({"aiservice_*.deb"}).value(0));
     const std::string depends = run("dpkg-deb", {"--field", file, "Depends"});
     EXPECT_THAT(depends, AllOf(HasSubstr("libqt5sql5-sqlite"), HasSubstr("libqt5gui5")));
@@ -124,8 +125,9 @@ TEST(Package, TheDebianPackageMayLieAnywhereAndOthersBuildWithIt)
     service.crash();
 
     const QString consumer = folder.filePath("consumer");
+    const QString source = SOURCE_FOLDER;
     run(CMAKE_PROGRAM,
-        {"-G", "Ninja", "-S", SOURCE_FOLDER "/consumer", "-B", consumer, "-DCMAKE_PREFIX_PATH=" + root});
+        {"-G", "Ninja", "-S", source + "/consumer", "-B", consumer, "-DCMAKE_PREFIX_PATH=" + root});
     run(CMAKE_PROGRAM, {"--build", consumer});
     service.setEnvironment("LD_LIBRARY_PATH", BUILD_FOLDER "/lib"); // others in the place of its own
     ASSERT_TRUE(service.start()) << service.standardError().constData();

@@ -189,7 +189,7 @@ Command randomCommand(QRandomGenerator &random, const QSet<QString> &students, c
         return rename(newcomer, {});
     case 3:
         if (known.size() > 1) {
-            const QString taken = known[(chosen + 1) % known.size()];
+            const QString &taken = known[(chosen + 1) % known.size()];
             return rename(taken, {taken});
         }
         [[fallthrough]];

@@ -13,7 +13,11 @@ struct YuvPicture
     QSize size;
     std::vector<std::array<int, 3>> pixels;
 
-    const std::array<int, 3> &at(int x, int y) const { return pixels[std::size_t(y * size.width() + x)]; }
+    std::size_t index(int x, int y) const
+    {
+        return std::size_t(y) * std::size_t(size.width()) + std::size_t(x);
+    }
+    const std::array<int, 3> &at(int x, int y) const { return pixels[index(x, y)]; }
 };
 
 /// Colours of all kinds, within the limited range.
@@ -21,10 +25,11 @@ YuvPicture makeYuv(const QSize &size)
 {
     std::mt19937 random(5);
     const auto from16To = [&random](int last) { return 16 + int(random() % unsigned(last - 15)); };
-    YuvPicture picture{size, std::vector<std::array<int, 3>>(std::size_t(size.width() * size.height()))};
+    YuvPicture picture{
+        size, std::vector<std::array<int, 3>>(std::size_t(size.width()) * std::size_t(size.height()))};
     for (int y = 0; y < size.height(); ++y) {
         for (int x = 0; x < size.width(); ++x) {
-            auto &pixel = picture.pixels[std::size_t(y * size.width() + x)];
+            auto &pixel = picture.pixels[picture.index(x, y)];
             pixel = {from16To(235), from16To(240), from16To(240)};
             const auto &corner = picture.at(x / 2 * 2, y / 2 * 2);
             pixel[1] = corner[1];
@@ -114,7 +119,9 @@ TEST_P(FormatTest, ThePackedColoursStandInTheOrderOfTheirNames)
     QImage picture(size, QImage::Format_RGB32);
     const std::vector<std::pair<int, std::array<int, 4>>> orders{
         {RGBA, {2, 1, 0, 3}}, {ARGB, {2, 1, 0, 3}}, {RGB, {0, 1, 2, 0}}, {BGR, {2, 1, 0, 0}}};
-    for (const auto &[format, order] : orders) {
+    for (const auto &entry : orders) {
+        const int format = entry.first;
+        const auto &order = entry.second;
         const int texel = format == RGBA || format == ARGB ? 4 : 3;
         for (const int padding : {0, texel, 5}) {
             const int stride = size.width() * texel + padding;
@@ -124,9 +131,8 @@ TEST_P(FormatTest, ThePackedColoursStandInTheOrderOfTheirNames)
                     const int red = int(random() % 256), green = int(random() % 256),
                               blue = int(random() % 256);
                     const int alpha = format == ARGB ? 51 * int(random() % 6) : int(random() % 256);
-                    const auto at = [&, start = y * stride + x * texel](int n) -> char & {
-                        return bytes[std::size_t(start + order[std::size_t(n)])];
-                    };
+                    char *const pixel = bytes.data() + y * stride + x * texel;
+                    const auto at = [&](int n) -> char & { return pixel[order[std::size_t(n)]]; };
                     if (texel == 4)
                         at(3) = char(alpha);
                     at(0) = char(red), at(1) = char(green), at(2) = char(blue);

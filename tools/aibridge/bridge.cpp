@@ -8,6 +8,8 @@
 #include <QDateTime>
 #include <QJsonArray>
 
+#include <cmath>
+
 namespace {
 
 constexpr int tickInterval = 250;    // milliseconds
@@ -21,7 +23,7 @@ QString now()
 
 QJsonValue seconds(qint64 milliseconds)
 {
-    return milliseconds < 0 ? QJsonValue() : QJsonValue(double(milliseconds / 100) / 10);
+    return milliseconds < 0 ? QJsonValue() : QJsonValue(std::floor(double(milliseconds) / 100) / 10);
 }
 
 QString stateWord(int state)

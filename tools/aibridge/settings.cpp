@@ -32,7 +32,7 @@ Hours hoursFrom(const RoomConfig &file, const char *key, const QString &otherwis
 /// The path of a file that only this user may read.
 QString secretFile(const RoomConfig &file, const char *key)
 {
-    const QString path = file.text(key);
+    QString path = file.text(key);
     const QString problem = path.isEmpty() ? QString() : RoomConfig::exposure(path);
     if (!problem.isEmpty())
         file.complain(key, problem);
@@ -41,7 +41,7 @@ QString secretFile(const RoomConfig &file, const char *key)
 
 QString publicFile(const RoomConfig &file, const char *key)
 {
-    const QString path = file.text(key);
+    QString path = file.text(key);
     if (!path.isEmpty() && !QFileInfo(path).isReadable())
         file.complain(key, QStringLiteral("cannot read %1").arg(path));
     return path;

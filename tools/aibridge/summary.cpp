@@ -28,7 +28,7 @@ void Summary::add(const AiEvent &event)
 
 QJsonObject Summary::take()
 {
-    const QJsonObject minute{
+    QJsonObject minute{
         {"attention", QJsonObject{{"events", m_attention.count}, {"mean", m_attention.mean()}}},
         {"hands", QJsonObject{{"events", m_hands.count}, {"mean", m_hands.mean()}, {"most", m_hands.most}}},
         {"presence",

@@ -302,8 +302,7 @@ void Erasure::forgetExternals()
     if (!m_isReady || !isExternal)
         return;
     const auto ask = [this](ai::Command command, const QVariant &data) {
-        const auto reply =
-            m_console.exchange(AiClient::Execute, code(command), data, m_console.newRequestID());
+        auto reply = m_console.exchange(AiClient::Execute, code(command), data, m_console.newRequestID());
         if (!reply.ok())
             remains(QStringLiteral("external faces: %1").arg(reply.errorText()));
         return reply;

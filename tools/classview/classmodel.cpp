@@ -278,11 +278,11 @@ void ClassModel::see(const QString &name, qint64 now)
         student(name).lastSeen = now;
 }
 
-void ClassModel::addMoment(LessonMoment moment)
+void ClassModel::addMoment(const LessonMoment &moment)
 {
     while (!m_lesson.isEmpty() && moment.time - m_lesson.first().time > lessonLength)
         m_lesson.removeFirst();
-    m_lesson.append(std::move(moment));
+    m_lesson.append(moment);
     emit lessonChanged();
 }
 

@@ -125,7 +125,7 @@ private:
     void takePictures(const QVariantMap &info);
     void takeAttributes(const QVariantMap &info);
     void see(const QString &student, qint64 now);
-    void addMoment(LessonMoment moment);
+    void addMoment(const LessonMoment &moment);
     Student &student(const QString &name);
     double rhythm(MarkKind kind) const;
 

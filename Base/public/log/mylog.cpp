@@ -2,7 +2,6 @@
 
 #include "picturetext.h"
 
-#include <spdlog/details/fmt_helper.h>
 #include <spdlog/sinks/daily_file_sink.h>
 #include <spdlog/sinks/stdout_color_sinks.h>
 #include <spdlog/spdlog.h>
@@ -30,16 +29,81 @@
 
 namespace {
 
+template <class Buffer>
+void append(Buffer &line, std::string_view text)
+{
+    const std::size_t end = line.size();
+    line.resize(end + text.size()); // fmt's own appending goes byte by byte
+    std::copy(text.begin(), text.end(), line.data() + end);
+}
+
+/// Gives lines on as messageHandler() has made them, so that no sink makes one under its lock.
+class ReadyLine : public spdlog::formatter
+{
+public:
+    void format(const spdlog::details::log_msg &message, spdlog::memory_buf_t &line) override
+    {
+        append(line, {message.payload.data(), message.payload.size()});
+    }
+
+    std::unique_ptr<spdlog::formatter> clone() const override { return std::make_unique<ReadyLine>(); }
+};
+
+/// Held for less time than going to sleep and waking up takes: who finds it taken gives way some times first.
+class BriefMutex
+{
+public:
+    void lock()
+    {
+        constexpr int attempts = 20;
+        for (int attempt = 0; attempt < attempts; ++attempt) {
+            if (mutex.try_lock())
+                return;
+            std::this_thread::yield();
+        }
+        mutex.lock();
+    }
+    bool try_lock() { return mutex.try_lock(); }
+    void unlock() { mutex.unlock(); }
+
+private:
+    std::mutex mutex;
+};
+
+/// Takes lines as messageHandler() has made them.
+class LineSink : public spdlog::sinks::sink
+{
+public:
+    void log(const spdlog::details::log_msg &message) final
+    {
+        const std::lock_guard lock(mutex);
+        write(message);
+    }
+    void flush() final
+    {
+        const std::lock_guard lock(mutex);
+        flushLines();
+    }
+    void set_pattern(const std::string &) final {}
+    void set_formatter(std::unique_ptr<spdlog::formatter>) final {}
+
+protected:
+    virtual void write(const spdlog::details::log_msg &message) = 0;
+    virtual void flushLines() = 0;
+
+    BriefMutex mutex;
+};
+
 /// Standard output that is a file or a pipe, where each write costs more than making a line does. A line goes
 /// there at once when the last write is 2 ms ago. What comes sooner gathers, and goes 2 ms later.
-class ConsoleSink : public spdlog::sinks::base_sink<std::mutex>
+class ConsoleSink : public LineSink
 {
 public:
     ConsoleSink() : writer([this] { writeWhatGathers(); }) {}
     ~ConsoleSink() override
     {
         {
-            const std::lock_guard lock(mutex_);
+            const std::lock_guard lock(mutex);
             ending = true;
         }
         wake.notify_one();
@@ -52,29 +116,26 @@ public:
     /// For a process that crashes, in which the lock may be held for ever: then it is done without.
     void writeAtOnce()
     {
-        std::unique_lock lock(mutex_, std::try_to_lock);
+        std::unique_lock lock(mutex, std::try_to_lock);
         for (int attempt = 0; attempt < 100 && !lock; ++attempt) {
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
             lock.try_lock();
         }
         gathering = false;
-        write();
+        flushLines();
     }
 
 protected:
-    void sink_it_(const spdlog::details::log_msg &message) override
+    void write(const spdlog::details::log_msg &message) override
     {
         const bool first = gathered.size() == 0;
-        formatter_->format(message, gathered);
+        append(gathered, {message.payload.data(), message.payload.size()});
         if (!gathering || message.time - written >= interval || gathered.size() >= longest)
-            write();
+            flushLines();
         else if (first)
             wake.notify_one();
     }
-    void flush_() override { write(); }
-
-private:
-    void write()
+    void flushLines() override
     {
         std::fwrite(gathered.data(), 1, gathered.size(), stdout);
         std::fflush(stdout);
@@ -82,13 +143,14 @@ private:
         written = spdlog::log_clock::now();
     }
 
+private:
     void writeWhatGathers()
     {
-        std::unique_lock lock(mutex_);
+        std::unique_lock lock(mutex);
         while (!ending) {
             wake.wait(lock, [this] { return ending || gathered.size() > 0; });
             wake.wait_for(lock, interval, [this] { return ending; });
-            write();
+            flushLines();
         }
     }
 
@@ -99,7 +161,7 @@ private:
     spdlog::log_clock::time_point written; ///< the last time
     bool gathering = true;
     bool ending = false;
-    std::condition_variable wake;
+    std::condition_variable_any wake;
     std::thread writer;
 };
 
@@ -140,13 +202,16 @@ struct TimedFileName
 
 /// A daily file. One that can't be opened at midnight would be tried again with each line, for a twentieth of
 /// a second and under the lock that all threads log under: with this sink once a second.
-class TimedFileSink : public spdlog::sinks::base_sink<std::mutex>
+class TimedFileSink : public LineSink
 {
 public:
-    explicit TimedFileSink(const spdlog::filename_t &path) : file(path, 0, 0, false) {}
+    explicit TimedFileSink(const spdlog::filename_t &path) : file(path, 0, 0, false)
+    {
+        file.set_formatter(std::make_unique<ReadyLine>());
+    }
 
 protected:
-    void sink_it_(const spdlog::details::log_msg &message) override
+    void write(const spdlog::details::log_msg &message) override
     {
         if (nextTry && std::chrono::steady_clock::now() < *nextTry)
             return;
@@ -159,36 +224,33 @@ protected:
             throw;
         }
     }
-    void flush_() override { file.flush(); }
-    void set_pattern_(const std::string &pattern) override { file.set_pattern(pattern); }
-    void set_formatter_(std::unique_ptr<spdlog::formatter> formatter) override
-    {
-        file.set_formatter(std::move(formatter));
-    }
+    void flushLines() override { file.flush(); }
 
 private:
     spdlog::sinks::daily_file_sink<spdlog::details::null_mutex, TimedFileName> file;
     std::optional<std::chrono::steady_clock::time_point> nextTry;
 };
 
-void append(spdlog::memory_buf_t &line, std::string_view text)
-{
-    const std::size_t end = line.size();
-    line.resize(end + text.size()); // fmt's own appending goes byte by byte
-    std::copy(text.begin(), text.end(), line.data() + end);
-}
+/// A line in the making. Most need no memory of the heap.
+using Line = fmt::basic_memory_buffer<char, 1000>;
 
-/// Gives lines on as messageHandler() has made them, so that no sink makes one under its lock.
-class ReadyLine : public spdlog::formatter
+/// In UTF-8, and without pictures. Nearly every text is plain ASCII.
+void appendText(Line &line, const QString &text)
 {
-public:
-    void format(const spdlog::details::log_msg &message, spdlog::memory_buf_t &line) override
-    {
-        append(line, {message.payload.data(), message.payload.size()});
+    const std::size_t begin = line.size();
+    line.resize(begin + std::size_t(text.size()));
+    char *bytes = line.data() + begin;
+    ushort units = 0;
+    for (const QChar unit : text) {
+        units |= unit.unicode();
+        *bytes++ = static_cast<char>(unit.unicode());
     }
-
-    std::unique_ptr<spdlog::formatter> clone() const override { return std::make_unique<ReadyLine>(); }
-};
+    if (units < 0x80 && !log_text::hasPicture({line.data() + begin, line.size() - begin}))
+        return;
+    line.resize(begin);
+    const QByteArray converted = log_text::withoutPictures(text).toUtf8();
+    append(line, {converted.constData(), std::size_t(converted.size())});
+}
 
 std::shared_ptr<spdlog::logger> createFileLogger(const QString &loggerName, const QString &baseName)
 {
@@ -238,12 +300,12 @@ spdlog::level::level_enum levelOf(QtMsgType type)
 }
 
 /// What the pattern "[%H:%M:%S:%e] [%t] [%l] " stands for, in local time.
-void appendHead(spdlog::memory_buf_t &line, spdlog::log_clock::time_point now,
-                spdlog::level::level_enum level)
+void appendHead(Line &line, spdlog::log_clock::time_point now, spdlog::level::level_enum level)
 {
     using namespace std::chrono;
     const auto time = duration_cast<milliseconds>(now.time_since_epoch());
     const auto second = duration_cast<seconds>(time);
+    thread_local const std::string thread = fmt::format("] [{}] [", spdlog::details::os::thread_id());
     thread_local seconds formattedSecond{-1};
     thread_local std::string timeOfDay;
     if (second != formattedSecond) {
@@ -252,10 +314,10 @@ void appendHead(spdlog::memory_buf_t &line, spdlog::log_clock::time_point now,
         timeOfDay = fmt::format("[{:02}:{:02}:{:02}:", local.tm_hour, local.tm_min, local.tm_sec);
     }
     append(line, timeOfDay);
-    spdlog::details::fmt_helper::pad3(static_cast<unsigned>((time - second).count()), line);
-    append(line, "] [");
-    spdlog::details::fmt_helper::append_int(spdlog::details::os::thread_id(), line);
-    append(line, "] [");
+    const auto thousandths = (time - second).count();
+    for (const auto digit : {thousandths / 100, thousandths / 10 % 10, thousandths % 10})
+        line.push_back(static_cast<char>('0' + digit));
+    append(line, thread);
     const auto name = spdlog::level::to_string_view(level);
     append(line, {name.data(), name.size()});
     append(line, "] ");
@@ -381,33 +443,34 @@ void MyLog::messageHandler(QtMsgType type, const QMessageLogContext &context, co
     spdlog::logger *const file = fileLoggerOf(context);
     if (!file)
         return;
-    const QByteArray bytes = log_text::toBytes(message);
-    std::string_view text(bytes.constData(), std::size_t(bytes.size()));
-    if (type == QtInfoMsg)
-        text = text.substr(0, settings().infoLimit);
-
-    // "    ==>>(function:line)"; in a debug line a comma follows the number, and the file has three tabs in
-    // place of the four blanks.
-    spdlog::memory_buf_t place;
-    append(place, "==>>(");
-    append(place, shortFunctionName(context.function));
-    place.push_back(':');
-    append(place, std::string_view(fmt::format_int(context.line).c_str()));
-    append(place, type == QtDebugMsg ? ",)\r\n" : ")\r\n");
-    spdlog::memory_buf_t line;
+    const spdlog::level::level_enum level = levelOf(type);
     const auto now = spdlog::log_clock::now();
-    appendHead(line, now, levelOf(type));
-    append(line, text);
+    Line line;
+    appendHead(line, now, level);
+    const std::size_t beginOfText = line.size();
+    appendText(line, message);
+    if (type == QtInfoMsg && line.size() - beginOfText > settings().infoLimit)
+        line.resize(beginOfText + settings().infoLimit);
     const std::size_t endOfText = line.size();
-    const auto write = [&](spdlog::logger &logger, std::string_view gap) {
-        line.resize(endOfText);
-        append(line, gap);
-        append(line, {place.data(), place.size()});
-        logger.log(now, {}, levelOf(type), spdlog::string_view_t(line.data(), line.size()));
+    append(line, "    ==>>(");
+    append(line, shortFunctionName(context.function));
+    line.push_back(':');
+    append(line, std::string_view(fmt::format_int(context.line).c_str()));
+    append(line, type == QtDebugMsg ? ",)\r\n" : ")\r\n");
+
+    const auto write = [&](spdlog::logger &logger) {
+        logger.log(now, {}, level, spdlog::string_view_t(line.data(), line.size()));
     };
     if (settings().console.load(std::memory_order_relaxed))
-        write(*settings().consoleLogger, "    ");
-    write(*file, type == QtDebugMsg ? "\t\t\t" : "    ");
+        write(*settings().consoleLogger);
+    if (type == QtDebugMsg) {
+        // The file has three tabs in place of the four blanks.
+        char *const gap = line.data() + endOfText;
+        std::fill(gap, gap + 3, '\t');
+        std::copy(gap + 4, line.data() + line.size(), gap + 3);
+        line.resize(line.size() - 1);
+    }
+    write(*file);
     if (type == QtFatalMsg) {
         writeAtOnce();
         std::abort();

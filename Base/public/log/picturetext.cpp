@@ -2,8 +2,6 @@
 
 #include <QCryptographicHash>
 
-#include <string_view>
-
 namespace {
 
 const QLatin1String mark("data:image/");
@@ -73,9 +71,14 @@ QString log_text::withoutPictures(const QString &text)
     return result + text.midRef(written);
 }
 
-QByteArray log_text::toBytes(const QString &text)
+bool log_text::hasPicture(std::string_view text)
 {
-    const QByteArray bytes = text.toUtf8();
-    const std::string_view searched(bytes.constData(), std::size_t(bytes.size()));
-    return searched.find(mark.latin1()) == std::string_view::npos ? bytes : withoutPictures(text).toUtf8();
+    // Its slash is the rarest of the mark's characters in a log.
+    const std::string_view searched(mark.latin1(), std::size_t(mark.size()));
+    for (auto slash = text.find('/'); slash != std::string_view::npos; slash = text.find('/', slash + 1)) {
+        const std::size_t end = slash + 1;
+        if (end >= searched.size() && text.substr(end - searched.size(), searched.size()) == searched)
+            return true;
+    }
+    return false;
 }

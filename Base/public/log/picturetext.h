@@ -1,7 +1,8 @@
 #pragma once
 
-#include <QByteArray>
 #include <QString>
+
+#include <string_view>
 
 /**
  * Pictures in lines of the log. They are those of children, and a log is kept and passed on, so no line shows
@@ -16,7 +17,7 @@ namespace log_text {
 /// 3f2a91c0>".
 QString withoutPictures(const QString &text);
 
-/// The same in UTF-8. Costs little more than the conversion when there is no picture.
-QByteArray toBytes(const QString &text);
+/// Whether a picture begins in a text in UTF-8.
+bool hasPicture(std::string_view text);
 
 } // namespace log_text
