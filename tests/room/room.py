@@ -204,10 +204,11 @@ class Subscriber:
             if not line.startswith("{"):
                 continue
             message = json.loads(line)
-            payload = message["payload"]
-            if isinstance(payload, str) and payload[:1] in "{[":
+            name, payload = message["topic"].split("/", 3)[-1], message["payload"]
+            # What is sent to the bridge may be anything.
+            if isinstance(payload, str) and payload[:1] in ("{", "[") and not name.startswith("command/"):
                 payload = json.loads(payload)
-            self.received.append((message["topic"].split("/", 3)[-1], payload, bool(message.get("retain"))))
+            self.received.append((name, payload, bool(message.get("retain"))))
         return [message for message in self.received if topic in (None, message[0])]
 
     def newest(self, topic):
