@@ -1,7 +1,7 @@
 #include "enroldialog.h"
-#include "eventually.h"
 #include "importdialog.h"
 #include "mainwindow.h"
+#include "person.h"
 #include "picture.h"
 #include "serviceprocess.h"
 
@@ -11,14 +11,10 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QMessageBox>
 #include <QProcess>
 #include <QSignalSpy>
-#include <QTest>
 #include <QToolBar>
 #include <QToolButton>
-
-#include <cstdio>
 
 namespace {
 
@@ -49,28 +45,10 @@ protected:
     {
         return eventually(condition);
     }
-    /// The button with this text in a part of the window, once it can be pressed.
-    template <class Button>
-    Button *button(QWidget *where, const QString &text)
-    {
-        std::printf("looking for the button %s\n", qPrintable(text)); // where it was when CTest ended it
-        std::fflush(stdout);
-        Button *found = nullptr;
-        EXPECT_TRUE(sees([&] {
-            for (auto *const each : where->findChildren<Button *>())
-                if (each->text() == text && each->isEnabled() && each->isVisible())
-                    found = each;
-            return found != nullptr;
-        }));
-        return found;
-    }
-    void pressTool(const QString &text)
-    {
-        QTest::mouseClick(button<QToolButton>(window->findChild<QToolBar *>(), text), Qt::LeftButton);
-    }
+    void pressTool(const QString &text) { person::press<QToolButton>(window->findChild<QToolBar *>(), text); }
     void pressGuide(const QString &text)
     {
-        QTest::mouseClick(button<QPushButton>(window->findChild<GuideBar *>(), text), Qt::LeftButton);
+        person::press<QPushButton>(window->findChild<GuideBar *>(), text);
     }
     void clickFace(int number)
     {
@@ -78,22 +56,10 @@ protected:
         const QPointF point = window->display().geometryEngine().toView(QRectF(place).center());
         QTest::mouseClick(&window->overlay(), Qt::LeftButton, {}, point.toPoint());
     }
-    /// Does something as soon as a dialog of this type is open.
-    template <class Dialog>
-    void whenOpen(std::function<void(Dialog *)> act)
-    {
-        QTimer::singleShot(50, window.get(), [this, act] {
-            auto *const dialog = qobject_cast<Dialog *>(QApplication::activeModalWidget());
-            if (dialog && dialog->isVisible())
-                act(dialog);
-            else
-                whenOpen<Dialog>(act);
-        });
-    }
     /// Types names into the dialog, one for each face, and an Enter after each.
     void nameFaces(const QStringList &names)
     {
-        whenOpen<EnrolDialog>([this, names](EnrolDialog *dialog) {
+        person::whenOpen<EnrolDialog>([this, names](EnrolDialog *dialog) {
             for (const auto &name : names) {
                 auto *const line = dialog->findChild<QLineEdit *>();
                 EXPECT_TRUE(sees([&] { return line->isEnabled() && line->text().isEmpty(); }));
@@ -105,11 +71,6 @@ protected:
             if (dialog->isVisible())
                 dialog->reject();
         });
-    }
-    void answer(QMessageBox::StandardButton choice)
-    {
-        whenOpen<QMessageBox>(
-            [choice](QMessageBox *box) { QTest::mouseClick(box->button(choice), Qt::LeftButton); });
     }
 
     /// A face that the service has cut out, one of a name that is taken, and a file that is no picture.
@@ -128,7 +89,7 @@ protected:
         EXPECT_EQ(import.enrolled(), 1);
         EXPECT_TRUE(import.result(0).contains("already")) << import.result(0).toStdString();
         EXPECT_EQ(import.result(1), "enrolled");
-        EXPECT_TRUE(import.result(2).contains("No face")) << import.result(2).toStdString();
+        EXPECT_TRUE(import.result(2).contains("not a picture")) << import.result(2).toStdString();
         EXPECT_TRUE(sees([&] { return window->lesson().model().students().size() == 4; }));
     }
 
@@ -175,7 +136,7 @@ TEST_F(UserTest, EnrolsTheClassWatchesHandsAndAttentionAndFindsTheRecording)
     pressGuide("Record");
     ASSERT_TRUE(sees([&] { return !lesson.model().recordingFile().isEmpty(); }));
     QString told;
-    whenOpen<QMessageBox>([&](QMessageBox *box) {
+    person::whenOpen<QMessageBox>([&](QMessageBox *box) {
         told = box->text();
         box->accept();
     });
@@ -184,13 +145,15 @@ TEST_F(UserTest, EnrolsTheClassWatchesHandsAndAttentionAndFindsTheRecording)
     EXPECT_TRUE(recording.exists()) << told.toStdString();
     pressTool("Record");
     ASSERT_TRUE(sees([&] { return !lesson.isRecording(); }));
+    const auto *const guide = window->findChild<GuideBar *>()->findChild<QLabel *>();
+    EXPECT_TRUE(sees([&] { return guide->text().contains(recording.filePath()); })) << "also after its end";
     QFile::remove(recording.filePath());
 
     const QJsonArray log = QJsonDocument::fromJson(window->findChild<LogPanel *>()->json()).array();
     EXPECT_GT(log.size(), 10);
     EXPECT_FALSE(QJsonDocument(log).toJson().contains("base64")) << "no pictures in the log";
 
-    answer(QMessageBox::No);
+    person::answer(QMessageBox::No);
     EXPECT_FALSE(window->close()) << "it asks while analyses run";
     service.crash();
     ASSERT_TRUE(sees([&] { return !lesson.link().isConnected(); }));

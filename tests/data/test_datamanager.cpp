@@ -102,6 +102,9 @@ TEST_F(DataManagerTest, WhoIsNotThereIsTold)
     EXPECT_FALSE(manager->updateStudentID("b", "a"));
     EXPECT_FALSE(manager->removeStudent("b"));
     EXPECT_FALSE(manager->updateBodyRect(2, cv::Rect(1, 2, 3, 4), 1));
+    EXPECT_TRUE(manager->updateBodyRect(1, cv::Rect(10, 20, 31, 60), 1));
+    EXPECT_EQ(manager->getStudentInfo(1).bodyCenterX, 25);
+    EXPECT_EQ(manager->getStudentInfo(1).bodyCenterY, 50);
     EXPECT_FALSE(manager->updateFaceRect(2, cv::Rect(1, 2, 3, 4), cv::Mat(), FACE));
     EXPECT_FALSE(manager->updateBodyMat(2, FACE));
     EXPECT_EQ(manager->getFaceID("b"), -1);

@@ -105,8 +105,10 @@ bool PortraitMaker::loadCascades(QString *error)
 
 bool PortraitMaker::make(const QString &file, Portrait *portrait, QString *error)
 {
+    m_problem = None;
     const auto picture = picture::load(file);
     if (picture.empty()) {
+        m_problem = NoPicture;
         *error = QStringLiteral("%1 is not a picture").arg(file);
         return false;
     }
@@ -119,13 +121,16 @@ bool PortraitMaker::make(const QString &file, Portrait *portrait, QString *error
             portrait->jpeg = jpegFile(picture);
         return true;
     }
-    if (!loadCascades(error))
+    if (!loadCascades(error)) {
+        m_problem = NoCascades;
         return false;
+    }
 
     cv::Mat grey;
     cv::cvtColor(picture, grey, cv::COLOR_BGR2GRAY);
     const auto face = findFace(grey);
     if (face.isEmpty()) {
+        m_problem = NoFace;
         *error = QStringLiteral("no face found in %1").arg(file);
         return false;
     }

@@ -24,12 +24,22 @@ struct Portrait
 class PortraitMaker
 {
 public:
+    enum Problem
+    {
+        None,
+        NoPicture,
+        NoFace,
+        NoCascades ///< OpenCV's files are not installed
+    };
+
     /// @param cascadeFolder where OpenCV's Haar cascades lie; empty looks in the model folder beside the
     ///        program and in the folder of the system's package
     explicit PortraitMaker(const QString &cascadeFolder = {});
 
     /// False, with a reason, for a file that is no picture and for a picture without a face.
     bool make(const QString &file, Portrait *portrait, QString *error);
+    /// Why the last picture was refused.
+    Problem problem() const { return m_problem; }
 
 private:
     bool loadCascades(QString *error);
@@ -38,6 +48,7 @@ private:
     std::pair<cv::Point2f, cv::Point2f> findEyes(const cv::Mat &grey, const QRect &face);
 
     const QStringList m_folders;
+    Problem m_problem = None;
     cv::CascadeClassifier m_faces;
     cv::CascadeClassifier m_eyes;
 };

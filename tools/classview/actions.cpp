@@ -53,8 +53,9 @@ void MainWindow::makeActions()
                         [this] { m_lesson.open(); });
     a.load = makeAction("load", tr("Load"), tr("Opens the service if need be and loads its recognisers"),
                         tr("Ctrl+L"), [this] { m_lesson.load(); });
-    a.close = makeAction({}, tr("Close the service"), tr("Ends everything; the service forgets its students"),
-                         {}, [this] { m_lesson.close(); });
+    a.close =
+        makeAction({}, tr("Close the service…"), tr("Ends everything; the service forgets its students"), {},
+                   [this] { confirmClose(); });
     a.faces = makeAction("faces", tr("Find faces"), tr("Looks once for all faces in the picture"),
                          tr("Ctrl+F"), [this] { m_lesson.findFaces(); });
     a.enrol = makeAction("enrol", tr("Name faces…"), tr("Asks for the names of unknown faces, one by one"),
@@ -65,7 +66,7 @@ void MainWindow::makeActions()
         });
     a.attention =
         makeSwitch("attention", tr("Attention"), tr("Watches the attention of the class, and smiles"),
-                   tr("Ctrl+A"), [this](bool wanted) {
+                   tr("Ctrl+D"), [this](bool wanted) {
                        wanted ? m_lesson.start(Analysis::Attention) : m_lesson.stop(Analysis::Attention);
                    });
     a.follow = makeSwitch("follow", tr("Follow"), tr("Follows the students who are selected in the list"),
@@ -88,7 +89,7 @@ void MainWindow::makeActions()
     a.showRecording =
         makeAction("folder", tr("Show the recording"), tr("Opens the folder of the recording"),
                    tr("Ctrl+Shift+O"), [this] {
-                       const QFileInfo file(m_lesson.model().recordingFile());
+                       const QFileInfo file(m_lesson.model().lastRecording());
                        QDesktopServices::openUrl(QUrl::fromLocalFile(file.path()));
                        QMessageBox::information(this, tr("Recording"),
                                                 tr("The recording is the file\n\n%1").arg(file.filePath()));
@@ -214,5 +215,5 @@ void MainWindow::updateActions()
     setSwitch(a.game, m_lesson.isRunning(Analysis::Game), anySelected);
     setSwitch(a.record, m_lesson.isRecording(), true);
     a.recordInto->setEnabled(isReady && !m_lesson.isRecording());
-    a.showRecording->setEnabled(!m_lesson.model().recordingFile().isEmpty());
+    a.showRecording->setEnabled(!m_lesson.model().lastRecording().isEmpty());
 }

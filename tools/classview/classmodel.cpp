@@ -87,7 +87,7 @@ void ClassModel::take(const AiEvent &event, qint64 now)
         break;
     }
     case ai::Event::Recording:
-        m_recording = info["videoLocalPath"].toString();
+        m_recording = m_lastRecording = info["videoLocalPath"].toString();
         emit stateChanged();
         break;
     case ai::Event::BestPictures:
@@ -361,8 +361,6 @@ void ClassModel::clear()
         marks.clear();
     m_faces.clear();
     m_students.clear();
-    m_recording.clear();
     emit marksChanged();
     emit studentsChanged();
-    emit stateChanged();
 }

@@ -93,6 +93,8 @@ public:
     std::optional<bool> video() const { return m_video; }
     /// The file that is being written; empty when none is known of.
     QString recordingFile() const { return m_recording; }
+    /// That one, or the one that was written last.
+    QString lastRecording() const { return m_lastRecording; }
 
     /// What the viewer's own requests have changed, which no event tells.
     void rename(const QString &from, const QString &to);
@@ -137,4 +139,5 @@ private:
     QList<LessonMoment> m_lesson;
     std::optional<bool> m_video;
     QString m_recording;
+    QString m_lastRecording;
 };

@@ -69,10 +69,17 @@ void EnrolDialog::showFace()
     m_count->setVisible(m_faces.size() > 1);
     m_problem->hide();
     m_name->clear();
-    m_name->setEnabled(true);
-    m_name->setFocus();
+    setWaiting(false);
     m_enrol->setEnabled(false);
-    emit faceShown(face.place);
+}
+
+void EnrolDialog::setWaiting(bool isWaiting)
+{
+    m_name->setEnabled(!isWaiting);
+    m_enrol->setEnabled(!isWaiting);
+    m_skip->setEnabled(!isWaiting);
+    if (!isWaiting)
+        m_name->setFocus();
 }
 
 void EnrolDialog::enrol()
@@ -80,8 +87,7 @@ void EnrolDialog::enrol()
     const QString name = m_name->text().trimmed();
     if (name.isEmpty() || !m_name->isEnabled())
         return;
-    m_name->setEnabled(false);
-    m_enrol->setEnabled(false);
+    setWaiting(true);
     const FoundFace &face = m_faces[m_current];
     m_lesson->enrol(name, face.faceText, face.place,
                     [dialog = QPointer<EnrolDialog>(this)](const QString &problem) {
@@ -94,9 +100,7 @@ void EnrolDialog::enrol()
                         }
                         dialog->m_problem->setText(problem);
                         dialog->m_problem->show();
-                        dialog->m_name->setEnabled(true);
-                        dialog->m_enrol->setEnabled(true);
-                        dialog->m_name->setFocus();
+                        dialog->setWaiting(false);
                         dialog->m_name->selectAll();
                     });
 }

@@ -18,12 +18,10 @@ public:
     /// How many were enrolled.
     int enrolled() const { return m_enrolled; }
 
-signals:
-    /// The face that is asked for.
-    void faceShown(const QRect &place);
-
 private:
     void showFace();
+    /// For the time of a request nothing can be done but to leave.
+    void setWaiting(bool isWaiting);
     void enrol();
     void next();
 

@@ -2,6 +2,7 @@
 
 #include "picture.h"
 #include "theme.h"
+#include "words.h"
 
 #include <QDialogButtonBox>
 #include <QDir>
@@ -13,9 +14,9 @@
 void PortraitWorker::make(const QString &file)
 {
     Portrait portrait;
-    QString problem;
-    m_maker.make(file, &portrait, &problem);
-    emit made(file, portrait.jpeg, portrait.place, problem);
+    QString error;
+    m_maker.make(file, &portrait, &error);
+    emit made(file, portrait.jpeg, portrait.place, words::portraitProblem(m_maker.problem()));
 }
 
 ImportDialog::ImportDialog(LessonControl *lesson, const QStringList &files, QWidget *parent)
@@ -104,8 +105,7 @@ void ImportDialog::takePortrait(const QString &file, const QByteArray &jpeg, con
                                 const QString &problem)
 {
     if (!problem.isEmpty()) {
-        tell(tr("No face was found in this file."));
-        m_table->item(m_current, 2)->setToolTip(problem);
+        tell(problem);
         next();
         return;
     }
@@ -125,5 +125,6 @@ void ImportDialog::tell(const QString &problem)
     auto *const item = m_table->item(m_current, 2);
     item->setText(problem.isEmpty() ? tr("enrolled") : problem);
     item->setForeground(problem.isEmpty() ? theme::good() : theme::bad());
+    m_table->resizeRowToContents(m_current);
     m_table->scrollToItem(item);
 }

@@ -34,6 +34,7 @@ LegendBar::LegendBar()
 {
     auto *const layout = new QHBoxLayout(this);
     layout->setContentsMargins(6, 2, 6, 2);
+    layout->setSizeConstraint(QLayout::SetNoConstraint);
     for (int i = 0; i < markKinds; ++i) {
         auto *const button = new QToolButton;
         const auto kind = MarkKind(i);
@@ -55,6 +56,19 @@ LegendBar::LegendBar()
     }
     layout->addStretch();
     paintIcons();
+    m_fullWidth = layout->sizeHint().width();
+}
+
+QSize LegendBar::minimumSizeHint() const
+{
+    return {markKinds * m_buttons[0]->iconSize().width() * 2, layout()->sizeHint().height()};
+}
+
+void LegendBar::resizeEvent(QResizeEvent *)
+{
+    const auto style = width() < m_fullWidth ? Qt::ToolButtonIconOnly : Qt::ToolButtonTextBesideIcon;
+    for (auto *const button : m_buttons)
+        button->setToolButtonStyle(style);
 }
 
 void LegendBar::paintIcons()

@@ -9,6 +9,8 @@ namespace {
 
 /// An analysis that another program runs counts as running for so long after its last event.
 constexpr qint64 toldFor = 12000; // milliseconds
+/// The frame in hand is finished after the answer to a stop, which takes slow recognisers some seconds.
+constexpr qint64 stragglersFor = 20000;
 constexpr int refreshInterval = 60000;
 
 struct AnalysisCodes
@@ -62,8 +64,11 @@ LessonControl::LessonControl(const QString &socketName, QObject *parent) : QObje
     connect(&m_link, &ServiceLink::eventReceived, this, &LessonControl::takeEvent);
     connect(&m_link, &ServiceLink::changed, this, &LessonControl::takeState);
     connect(&m_link, &ServiceLink::connectionChanged, this, [this](bool connected) {
-        if (!connected)
-            forgetRunning();
+        if (connected)
+            return;
+        // Whether a recording goes on is not known any more.
+        forgetRecording();
+        forgetRunning();
     });
     connect(&m_model, &ClassModel::stateChanged, this, &LessonControl::changed);
     connect(&m_model, &ClassModel::studentsChanged, this, &LessonControl::changed);
@@ -92,8 +97,22 @@ bool LessonControl::isAnythingRunning() const
            isRunning(Analysis::Game);
 }
 
+void LessonControl::end(const QString &requestID)
+{
+    if (!requestID.isEmpty())
+        m_ended[requestID] = m_clock.elapsed();
+}
+
+bool LessonControl::isStraggler(const AiEvent &event) const
+{
+    const auto ended = m_ended.constFind(event.requestID);
+    return ended != m_ended.constEnd() && m_clock.elapsed() - *ended < stragglersFor;
+}
+
 void LessonControl::takeEvent(const AiEvent &event)
 {
+    if (isStraggler(event))
+        return;
     if (event.event() == ai::Event::Registered) {
         QStringList names;
         for (const auto &value : event.info["successList"].toList())
@@ -105,6 +124,7 @@ void LessonControl::takeEvent(const AiEvent &event)
             continue;
         const bool wasRunning = isRunning(analysis);
         m_told[int(analysis)] = m_clock.elapsed();
+        m_requests[int(analysis)] = event.requestID;
         if (!wasRunning)
             emit changed();
     }
@@ -117,9 +137,9 @@ void LessonControl::takeState()
     m_state = m_link.state();
     if (m_state == code(ai::State::Initialised) && before != m_state)
         refreshStudents();
-    // A connection that is lost tells nothing of the students; a closed service has forgotten them.
-    if ((m_state == code(ai::State::Closed) || m_state == code(ai::State::Open)) &&
-        before == code(ai::State::Initialised)) {
+    // A connection that is lost tells nothing of the students; a service that begins anew has none.
+    if ((m_state == code(ai::State::Closed) || m_state == code(ai::State::Open)) && before != m_state) {
+        forgetRecording();
         forgetRunning();
         m_model.clear();
     }
@@ -136,6 +156,12 @@ void LessonControl::forgetRunning()
     m_followed.clear();
     m_registered.clear();
     emit changed();
+}
+
+void LessonControl::forgetRecording()
+{
+    m_recordingHere = false;
+    m_model.recordingStopped();
 }
 
 void LessonControl::setRunning(Analysis analysis, bool running)
@@ -188,11 +214,17 @@ void LessonControl::start(Analysis analysis, const QStringList &students)
             players.append(QVariantMap{{"stuID", student}});
         data["stuList"] = players;
     }
-    m_link.execute(codesOf(analysis).start, data, [this, analysis](const AiReply &reply) {
-        if (reply.ok() || reply.error == code(ai::Error::WrongState))
-            setRunning(analysis, reply.ok() || isReady());
-        emit changed();
-    });
+    const QString id = m_link.newRequestID("start");
+    m_link.execute(
+        codesOf(analysis).start, data,
+        [this, analysis, id](const AiReply &reply) {
+            if (reply.ok())
+                m_requests[int(analysis)] = id;
+            if (reply.ok() || reply.error == code(ai::Error::WrongState))
+                setRunning(analysis, reply.ok() || isReady());
+            emit changed();
+        },
+        id);
 }
 
 void LessonControl::stop(Analysis analysis)
@@ -204,8 +236,10 @@ void LessonControl::stop(Analysis analysis)
         return;
     }
     m_link.execute(codesOf(analysis).stop, QVariantMap{}, [this, analysis](const AiReply &reply) {
-        if (reply.ok() || reply.error == code(ai::Error::WrongState))
+        if (reply.ok() || reply.error == code(ai::Error::WrongState)) {
+            end(m_requests[int(analysis)]);
             setRunning(analysis, false);
+        }
         emit changed();
     });
 }
@@ -232,7 +266,7 @@ void LessonControl::stopFollowing(const QString &student)
                    [this, student](const AiReply &reply) {
                        if (!reply.ok())
                            return;
-                       m_followed.remove(student);
+                       end(m_followed.take(student));
                        if (m_followed.isEmpty())
                            setRunning(Analysis::Following, false);
                    });
@@ -255,10 +289,8 @@ void LessonControl::startRecording(const QString &folder)
 void LessonControl::stopRecording()
 {
     m_link.execute(ai::Command::StopRecording, QVariantMap{}, [this](const AiReply &reply) {
-        if (reply.ok() || reply.refusal() == AiReply::NotStarted) {
-            m_recordingHere = false;
-            m_model.recordingStopped();
-        }
+        if (reply.ok() || reply.refusal() == AiReply::NotStarted)
+            forgetRecording();
         emit changed();
     });
 }

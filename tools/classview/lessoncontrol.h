@@ -72,7 +72,10 @@ private:
     void takeEvent(const AiEvent &event);
     void takeState();
     void forgetRunning();
+    void forgetRecording();
     void setRunning(Analysis analysis, bool running);
+    void end(const QString &requestID);
+    bool isStraggler(const AiEvent &event) const;
 
     ServiceLink m_link;
     ClassModel m_model;
@@ -80,6 +83,8 @@ private:
     QTimer m_refresh;
     bool m_running[analyses] = {};           ///< started here
     qint64 m_told[analyses];                 ///< when an event of the analysis last came; -1 for never
+    QString m_requests[analyses];            ///< identifiers of the requests that started them
+    QMap<QString, qint64> m_ended;           ///< when an analysis was stopped, by that identifier
     QMap<QString, QString> m_followed;       ///< request identifiers, by student
     QMap<QString, QStringList> m_registered; ///< by request identifier
     bool m_recordingHere = false;

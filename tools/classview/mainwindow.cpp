@@ -3,6 +3,7 @@
 #include "enroldialog.h"
 #include "importdialog.h"
 #include "picture.h"
+#include "question.h"
 #include "theme.h"
 #include "words.h"
 
@@ -12,6 +13,7 @@
 #include <QFileInfo>
 #include <QMenu>
 #include <QMessageBox>
+#include <QScreen>
 #include <QSplitter>
 #include <QStandardPaths>
 #include <QStatusBar>
@@ -37,7 +39,7 @@ MainWindow::MainWindow(const QString &socketName, const QString &cameraKey) : m_
     makeToolBar();
     makeMenus();
     makeStatusBar();
-    resize(1360, 860);
+    resize(QSize(1360, 860).boundedTo(QApplication::primaryScreen()->availableSize()));
 
     connect(&m_lesson, &LessonControl::changed, this, &MainWindow::refresh);
     connect(&m_lesson.link(), &ServiceLink::exchanged, m_log, &LogPanel::append);
@@ -90,6 +92,7 @@ void MainWindow::makePanels()
     connect(m_students, &StudentPanel::enrolWanted, this, &MainWindow::enrolUnknown);
     connect(m_students, &StudentPanel::importWanted, this, &MainWindow::importFolder);
     connect(m_students, &StudentPanel::replaceWanted, this, &MainWindow::replaceFace);
+    connect(m_students, &StudentPanel::menuWanted, this, &MainWindow::showStudentMenu);
     connect(m_students, &StudentPanel::selectionChanged, this, &MainWindow::updateActions);
 
     auto *const picture = new QWidget;
@@ -106,8 +109,8 @@ void MainWindow::makePanels()
     left->setCollapsible(0, false);
 
     m_tabs = new QTabWidget;
-    m_tabs->addTab(m_students, tr("&Students"));
-    m_tabs->addTab(m_log, tr("&Log"));
+    m_tabs->addTab(m_students, tr("St&udents"));
+    m_tabs->addTab(m_log, tr("L&og"));
     m_tabs->setDocumentMode(true);
     auto *const all = new QSplitter(Qt::Horizontal);
     all->addWidget(left);
@@ -186,10 +189,9 @@ void MainWindow::updateNotice()
         m_overlay->setNotice(
             m_camera->hasSegment() ? tr("The camera sends no picture yet") : tr("No camera"),
             tr("Start a camera program on this computer, for example\n\ncamerafeed /dev/video0\n\nfor a "
-               "camera that is "
-               "plugged in, or\n\ncamerafeed --demo\n\nfor a class composed of photographs. The picture "
-               "appears here by "
-               "itself. Camera, service and viewer need the same temporary folder: here it is %1.")
+               "camera that is plugged in, or\n\ncamerafeed --demo\n\nfor a class composed of photographs. "
+               "The picture appears here by itself. Camera, service and viewer need the same temporary "
+               "folder: here it is %1.")
                 .arg(QDir::tempPath()));
         return;
     }
@@ -238,7 +240,7 @@ void MainWindow::updateStatus()
                                                    .arg(size.height())
                                                    .arg(m_rate, 0, 'f', 0)
                                                    .arg(age)
-                                             : tr("Camera: stands still since %1").arg(words::age(age))));
+                                             : tr("Camera: has stood still for %1").arg(words::age(age))));
     const QString running = whatRuns();
     m_runningStatus->setText(running.isEmpty() ? tr("Nothing runs").toHtmlEscaped()
                                                : coloured(theme::good(), tr("Runs: %1").arg(running)));
@@ -263,8 +265,7 @@ void MainWindow::updateGuide()
     m_problem.clear();
     if (!link.isConnected()) {
         m_guide->show(tr("The service is not running, so only the camera is shown. Start AIService on this "
-                         "computer; the "
-                         "viewer connects by itself."),
+                         "computer; the viewer connects by itself."),
                       {});
     } else if (link.state() == code(ai::State::Closed)) {
         m_guide->show(tr("Step 1: open the service and load its recognisers. That takes some seconds."),
@@ -278,15 +279,34 @@ void MainWindow::updateGuide()
         m_guide->show(
             tr("Step 2: click a face in the picture and type the name, or name all of them in turn."),
             {a.enrol, a.faces});
-    } else if (!m_lesson.isAnythingRunning()) {
-        m_guide->show(tr("Step 3: watch raised hands or the attention of the class."),
-                      {a.hands, a.attention});
-    } else if (m_lesson.isRecording()) {
-        m_guide->show(tr("The lesson is being recorded. Click a student in the picture for more."),
-                      {a.showRecording});
     } else {
-        m_guide->show(tr("Click a student in the picture for more. The lesson can be recorded."), {a.record});
+        guideThroughLesson();
     }
+}
+
+void MainWindow::guideThroughLesson()
+{
+    const auto &a = m_actions;
+    const QString file = QDir::toNativeSeparators(m_lesson.model().lastRecording());
+    const bool isRecording = m_lesson.isRecording();
+    QStringList texts;
+    QList<QAction *> actions;
+    if (isRecording)
+        texts.append(m_lesson.model().recordingFile().isEmpty()
+                         ? tr("The lesson is being recorded.")
+                         : tr("The lesson is being recorded into %1.").arg(file));
+    else if (!file.isEmpty())
+        texts.append(tr("The recording is the file %1.").arg(file));
+    if (!m_lesson.isAnythingRunning()) {
+        texts.append(tr("Step 3: watch raised hands or the attention of the class."));
+        actions = {a.hands, a.attention};
+    } else if (!isRecording) {
+        texts.append(tr("Click a student in the picture for more. The lesson can be recorded."));
+        actions = {a.record};
+    }
+    if (!file.isEmpty())
+        actions.append(a.showRecording);
+    m_guide->show(texts.join(' '), actions);
 }
 
 void MainWindow::enrolFaces(const QVector<FoundFace> &faces)
@@ -337,16 +357,16 @@ void MainWindow::replaceFace(const QString &student)
         return;
     Portrait portrait;
     QString problem;
+    PortraitMaker maker;
     QApplication::setOverrideCursor(Qt::WaitCursor);
-    const bool isMade = PortraitMaker().make(file, &portrait, &problem);
+    const bool isMade = maker.make(file, &portrait, &problem);
     QApplication::restoreOverrideCursor();
     if (!isMade) {
-        QMessageBox::warning(this, tr("New face"), tr("No face was found in this file."));
+        QMessageBox::warning(this, tr("New face"), words::portraitProblem(maker.problem()));
         return;
     }
-    const auto answer = QMessageBox::question(
-        this, tr("New face"), tr("Replace the face of %1? The old pictures are forgotten.").arg(student));
-    if (answer == QMessageBox::Yes)
+    if (isConfirmed(this, tr("New face"),
+                    tr("Replace the face of %1? The old pictures are forgotten.").arg(student)))
         m_lesson.replaceFace(student, picture::toDataText(portrait.jpeg), portrait.place,
                              [this](const QString &refusal) {
                                  if (!refusal.isEmpty())
@@ -386,13 +406,18 @@ void MainWindow::chooseRecordFolder()
 
 void MainWindow::confirmReset()
 {
-    const auto answer = QMessageBox::question(this, tr("Reset"),
-                                              tr("End all analyses and forget all students? This cannot be "
-                                                 "taken back, and nothing is stored until the service "
-                                                 "is closed and opened again."),
-                                              QMessageBox::Yes | QMessageBox::No, QMessageBox::No);
-    if (answer == QMessageBox::Yes)
+    if (isConfirmed(this, tr("Reset"),
+                    tr("End all analyses and forget all students? This cannot be taken back, and nothing is "
+                       "stored until the service is closed and opened again.")))
         m_lesson.reset();
+}
+
+void MainWindow::confirmClose()
+{
+    if (isConfirmed(this, tr("Close the service"),
+                    tr("End all analyses and the recording, and forget all students? This cannot be taken "
+                       "back.")))
+        m_lesson.close();
 }
 
 void MainWindow::toggleFollowing(bool wanted)
@@ -405,17 +430,13 @@ void MainWindow::toggleFollowing(bool wanted)
 
 void MainWindow::closeEvent(QCloseEvent *event)
 {
-    const QString running = whatRuns();
-    if (m_lesson.link().isConnected() && !running.isEmpty()) {
-        const auto answer = QMessageBox::question(this, windowTitle(),
-                                                  tr("This still runs: %1. It ends when the viewer is "
-                                                     "closed, also for other programs. Close all the same?")
-                                                      .arg(running),
-                                                  QMessageBox::Yes | QMessageBox::No, QMessageBox::No);
-        if (answer != QMessageBox::Yes) {
-            event->ignore();
-            return;
-        }
-    }
-    event->accept();
+    QStringList left;
+    if (const QString running = whatRuns(); !running.isEmpty())
+        left.append(tr("This still runs: %1. It ends when the viewer is closed, also for other programs.")
+                        .arg(running));
+    if (m_lesson.isRecording())
+        left.append(tr("The recording goes on when the viewer is closed."));
+    const bool mayClose = !m_lesson.link().isConnected() || left.isEmpty() ||
+                          isConfirmed(this, windowTitle(), left.join(' ') + ' ' + tr("Close all the same?"));
+    event->setAccepted(mayClose);
 }

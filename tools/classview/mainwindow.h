@@ -60,6 +60,7 @@ private:
     void refresh();
     void updateActions();
     void updateGuide();
+    void guideThroughLesson();
     void updateStatus();
     void updateNotice();
     void startWanted();
@@ -71,6 +72,7 @@ private:
     void showStudentMenu(const QString &student, const QPoint &position);
     void chooseRecordFolder();
     void confirmReset();
+    void confirmClose();
     void toggleFollowing(bool wanted);
     QString whatRuns() const;
 

@@ -13,6 +13,7 @@ const QColor ink(12, 16, 20);
 constexpr int labelHeight = 20;
 constexpr int iconSide = 14;
 constexpr int padding = 6;
+constexpr int levelWidth = 14; ///< of the bars of attention
 /// Behind this, a face and a body are told of different moments.
 constexpr qint64 sameMoment = 3000;
 
@@ -39,6 +40,15 @@ QVector<Mark> withoutStaleFaces(const QVector<Mark> &marks)
     return left;
 }
 
+std::optional<qint64> NameLabel::told() const
+{
+    std::optional<qint64> oldest;
+    for (const auto *const fact : {&hand, &smile, &attention})
+        if (*fact)
+            oldest = std::min(oldest.value_or((*fact)->time), (*fact)->time);
+    return oldest || anchor.kind == MarkKind::Face ? oldest : anchor.time;
+}
+
 QVector<NameLabel> labelsOf(const QVector<Mark> &marks)
 {
     // In the order in which the kinds are the better place for a name.
@@ -52,11 +62,12 @@ QVector<NameLabel> labelsOf(const QVector<Mark> &marks)
             if (!labels.contains(mark.student))
                 labels[mark.student].anchor = mark;
             NameLabel &label = labels[mark.student];
-            label.handUp |= kind == MarkKind::Hand;
-            label.smiles |= kind == MarkKind::Smile;
+            if (kind == MarkKind::Hand)
+                label.hand = mark;
+            if (kind == MarkKind::Smile)
+                label.smile = mark;
             if (kind == MarkKind::Attention)
-                label.attention = mark.state;
-            label.newest = std::max(label.newest, mark.time);
+                label.attention = mark;
         }
     }
     return labels.values().toVector();
@@ -89,9 +100,36 @@ void paintBanner(QPainter &painter, const QRect &area, const QString &text)
     painter.drawText(bar, Qt::AlignCenter, text);
 }
 
-MarkPainter::MarkPainter(QPainter &painter, const GeometryEngine &geometry, const QRect &area)
-    : m_painter(painter), m_toView(geometry.frameToView()), m_area(area)
+MarkPainter::MarkPainter(QPainter &painter, const GeometryEngine &geometry, const QRect &area, qint64 now,
+                         Opacity opacity)
+    : m_painter(painter),
+      m_toView(geometry.frameToView()),
+      m_area(area),
+      m_now(now),
+      m_opacity(std::move(opacity))
 {
+}
+
+QString MarkPainter::ageOf(qint64 time) const
+{
+    return m_now - time < 1000 ? QString() : words::age(m_now - time);
+}
+
+void MarkPainter::paintAge(const QRectF &box, const QString &age)
+{
+    QFont small = m_painter.font();
+    small.setPointSizeF(small.pointSizeF() * 0.8);
+    const QFontMetrics metrics(small);
+    const QSizeF size(metrics.horizontalAdvance(age) + 6, metrics.height());
+    const QRectF place(box.right() - size.width(), box.bottom() + 2, size.width(), size.height());
+    m_painter.save();
+    m_painter.setFont(small);
+    m_painter.setPen(Qt::NoPen);
+    m_painter.setBrush(withAlpha(ink, 0.6));
+    m_painter.drawRoundedRect(place, 3, 3);
+    m_painter.setPen(Qt::white);
+    m_painter.drawText(place, Qt::AlignCenter, age);
+    m_painter.restore();
 }
 
 QRectF MarkPainter::inView(const QRect &place) const
@@ -127,9 +165,9 @@ void MarkPainter::paintTrail(const QPolygon &points, const QColor &colour)
     }
 }
 
-void MarkPainter::paintShape(const Mark &mark, double opacity)
+void MarkPainter::paintShape(const Mark &mark)
 {
-    m_painter.setOpacity(opacity);
+    m_painter.setOpacity(m_opacity(mark));
     const QColor colour = theme::mark(mark.kind);
     const QRectF box = inView(mark.place);
     const auto outline = [&](Qt::PenStyle style, double width, double radius) {
@@ -142,6 +180,8 @@ void MarkPainter::paintShape(const Mark &mark, double opacity)
     switch (mark.kind) {
     case MarkKind::Face:
         outline(mark.student.isEmpty() ? Qt::DashLine : Qt::SolidLine, 2, 6);
+        if (const QString age = ageOf(mark.time); !age.isEmpty())
+            paintAge(box, age);
         break;
     case MarkKind::Body:
         paintCorners(box, colour, 1.5);
@@ -167,62 +207,70 @@ void MarkPainter::paintShape(const Mark &mark, double opacity)
     m_painter.setOpacity(1);
 }
 
-QRect MarkPainter::paintLabel(const NameLabel &label, qint64 now, double opacity)
+QRect MarkPainter::paintLabel(const NameLabel &label)
 {
     QFont bold = m_painter.font();
     bold.setBold(true);
     const QFontMetrics names(bold), ages(m_painter.font());
-    const QString age = now - label.newest < 1000 ? QString() : words::age(now - label.newest);
+    const QString age = label.told() ? ageOf(*label.told()) : QString();
     const double density = m_painter.device()->devicePixelRatioF();
 
-    QVector<QPixmap> icons;
-    if (label.handUp)
-        icons.append(theme::pixmap("hand", iconSide, ink, density));
-    if (label.smiles)
-        icons.append(theme::pixmap("smile", iconSide, ink, density));
     const int nameWidth = names.horizontalAdvance(label.anchor.student);
     const int ageWidth = age.isEmpty() ? 0 : ages.horizontalAdvance(age) + padding;
-    const int levelWidth = label.attention < 0 ? 0 : 14;
-    const int width = 2 * padding + nameWidth + ageWidth + levelWidth + icons.size() * (iconSide + 4);
+    const int width = 2 * padding + nameWidth + ageWidth + (label.attention ? levelWidth : 0) +
+                      (int(label.hand.has_value()) + int(label.smile.has_value())) * (iconSide + 4);
 
     const QRectF box = inView(label.anchor.place);
     QRect place(int(box.center().x()) - width / 2, int(box.top()) - labelHeight - 4, width, labelHeight);
     place.moveLeft(std::clamp(place.left(), 0, std::max(0, m_area.width() - width)));
     place.moveTop(std::clamp(place.top(), 0, std::max(0, m_area.height() - labelHeight)));
 
-    m_painter.setOpacity(opacity);
-    const QColor back = label.handUp ? theme::mark(MarkKind::Hand) : ink;
-    const QColor text = label.handUp ? ink : QColor(Qt::white);
-    m_painter.setPen(QPen(label.handUp ? ink : theme::mark(MarkKind::Face), 1));
-    m_painter.setBrush(withAlpha(back, label.handUp ? 1 : 0.82));
-    m_painter.drawRoundedRect(QRectF(place).adjusted(0.5, 0.5, -0.5, -0.5), 5, 5);
+    // As fresh as the freshest that it tells; each part fades by itself.
+    const double handUp = opacityOf(label.hand);
+    const double whole =
+        std::max({m_opacity(label.anchor), handUp, opacityOf(label.smile), opacityOf(label.attention)});
+    const QRectF frame = QRectF(place).adjusted(0.5, 0.5, -0.5, -0.5);
+    m_painter.setOpacity(whole);
+    m_painter.setPen(QPen(theme::mark(label.hand ? MarkKind::Hand : MarkKind::Face), 1));
+    m_painter.setBrush(withAlpha(ink, 0.82));
+    m_painter.drawRoundedRect(frame, 5, 5);
+    m_painter.setOpacity(handUp);
+    m_painter.setBrush(theme::mark(MarkKind::Hand));
+    m_painter.drawRoundedRect(frame, 5, 5);
+    const QColor text = handUp > 0.5 ? ink : QColor(Qt::white);
 
     int x = place.left() + padding;
-    for (const QPixmap &icon : icons) {
-        if (!label.handUp) { // dark on dark else
-            m_painter.setPen(Qt::NoPen);
-            m_painter.setBrush(theme::mark(MarkKind::Smile));
-            m_painter.drawEllipse(QRect(x - 1, place.top() + 2, iconSide + 2, iconSide + 2));
-        }
-        m_painter.drawPixmap(x, place.top() + 3, icon);
+    const auto drawIcon = [&](const std::optional<Mark> &mark) {
+        if (!mark)
+            return;
+        m_painter.setOpacity(m_opacity(*mark));
+        m_painter.setPen(Qt::NoPen);
+        m_painter.setBrush(theme::mark(mark->kind));
+        m_painter.drawEllipse(QRect(x - 1, place.top() + 2, iconSide + 2, iconSide + 2));
+        m_painter.drawPixmap(x, place.top() + 3,
+                             theme::pixmap(theme::markIcon(mark->kind), iconSide, ink, density));
         x += iconSide + 4;
-    }
+    };
     const auto write = [&](const QFont &font, const QString &what, int space, const QColor &colour) {
+        m_painter.setOpacity(whole);
         m_painter.setFont(font);
         m_painter.setPen(colour);
         m_painter.drawText(QRect(x, place.top(), space, labelHeight), Qt::AlignVCenter | Qt::AlignLeft, what);
         x += space;
     };
     const QFont usual = m_painter.font();
+    drawIcon(label.hand);
+    drawIcon(label.smile);
     write(bold, label.anchor.student, nameWidth, text);
-    if (label.attention >= 0) {
+    if (label.attention) {
         // Three bars: as many are full as the attention is high.
-        const double weight = words::attentionWeight(label.attention);
+        m_painter.setOpacity(m_opacity(*label.attention));
+        const double weight = words::attentionWeight(label.attention->state);
         const int level = weight > 0.5 ? 3 : weight > 0 ? 2 : 1;
+        const QColor full = handUp > 0.5 ? ink : theme::mark(MarkKind::Attention);
         for (int bar = 0; bar < 3; ++bar) {
             const QRect column(x + 3 + bar * 4, place.bottom() - 6 - bar * 3, 3, 3 + bar * 3);
-            m_painter.fillRect(column, bar < level ? (label.handUp ? ink : theme::mark(MarkKind::Attention))
-                                                   : withAlpha(text, 0.3));
+            m_painter.fillRect(column, bar < level ? full : withAlpha(text, 0.3));
         }
         x += levelWidth;
     }

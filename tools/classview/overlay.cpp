@@ -13,6 +13,7 @@
 namespace {
 
 constexpr int fadingInterval = 200; // milliseconds
+constexpr int keyStep = 40;         ///< an arrow key moves the picture so far
 
 } // namespace
 
@@ -21,6 +22,7 @@ Overlay::Overlay(VideoDisplay *display, const ClassModel *model, const QElapsedT
 {
     m_kinds.set();
     setMouseTracking(true);
+    setFocusPolicy(Qt::TabFocus);
     setAttribute(Qt::WA_TranslucentBackground);
     display->widget()->installEventFilter(this);
     display->setGeometryWatcher([this] { update(); });
@@ -83,17 +85,45 @@ void Overlay::paintEvent(QPaintEvent *)
     }
     const qint64 now = m_clock->elapsed();
     const auto marks = shownMarks();
-    MarkPainter pen(painter, m_display->geometryEngine(), rect());
+    const auto opacity = [this, now](const Mark &mark) { return m_model->opacity(mark, now); };
+    MarkPainter pen(painter, m_display->geometryEngine(), rect(), now, opacity);
     for (const Mark &mark : marks)
-        pen.paintShape(mark, m_model->opacity(mark, now));
+        pen.paintShape(mark);
     for (const Mark &mark : marks)
-        m_drawn.append({mark.kind, mark.student, mark.place, {}});
+        m_drawn.append({mark.kind, mark.student, mark.place, {}, opacity(mark)});
     for (const auto &label : labelsOf(marks)) {
-        const QRect place = pen.paintLabel(label, now, m_model->opacity(label.anchor, now));
-        m_drawn.append({MarkKind::Face, label.anchor.student, label.anchor.place, place});
+        const QRect place = pen.paintLabel(label);
+        m_drawn.append({MarkKind::Face, label.anchor.student, label.anchor.place, place, 1});
+    }
+    if (hasFocus()) { // only the keyboard gives it
+        painter.setPen(QPen(palette().color(QPalette::Highlight), 3));
+        painter.setBrush(Qt::NoBrush);
+        painter.drawRect(rect().adjusted(1, 1, -2, -2));
     }
     if (m_pictureAge > 0)
-        paintBanner(painter, rect(), tr("The picture stands still since %1").arg(words::age(m_pictureAge)));
+        paintBanner(painter, rect(), tr("The picture has stood still for %1").arg(words::age(m_pictureAge)));
+}
+
+QString Overlay::tipOf(const Mark &mark, const QVector<Mark> &marks)
+{
+    if (mark.student.isEmpty())
+        return tr("Nobody known. Click to give this face a name.");
+    QStringList facts;
+    for (const NameLabel &label : labelsOf(marks)) {
+        if (label.anchor.student != mark.student)
+            continue;
+        if (label.hand)
+            facts.append(tr("hand up"));
+        if (label.smile)
+            facts.append(tr("smiles"));
+        if (label.attention)
+            facts.append(words::attention(label.attention->state));
+    }
+    const QString name =
+        facts.isEmpty()
+            ? mark.student
+            : tr("%1 (%2)", "a name and what is known").arg(mark.student, facts.join(QStringLiteral(", ")));
+    return tr("%1: click for more").arg(name);
 }
 
 const Mark *Overlay::markAt(const QVector<Mark> &marks, const QPointF &point) const
@@ -129,9 +159,7 @@ void Overlay::mouseMoveEvent(QMouseEvent *event)
     const auto marks = shownMarks();
     const Mark *const mark = markAt(marks, event->localPos());
     setCursor(mark ? Qt::PointingHandCursor : Qt::ArrowCursor);
-    setToolTip(!mark                     ? QString()
-               : mark->student.isEmpty() ? tr("Nobody known. Click to give this face a name.")
-                                         : tr("%1: click for more").arg(mark->student));
+    setToolTip(mark ? tipOf(*mark, marks) : QString());
 }
 
 void Overlay::mouseReleaseEvent(QMouseEvent *event)
@@ -160,4 +188,16 @@ void Overlay::mouseDoubleClickEvent(QMouseEvent *)
 void Overlay::wheelEvent(QWheelEvent *event)
 {
     m_display->zoomAt(event->position(), std::pow(1.0015, event->angleDelta().y()));
+}
+
+void Overlay::keyPressEvent(QKeyEvent *event)
+{
+    const QMap<int, QPoint> steps{{Qt::Key_Left, {keyStep, 0}},
+                                  {Qt::Key_Right, {-keyStep, 0}},
+                                  {Qt::Key_Up, {0, keyStep}},
+                                  {Qt::Key_Down, {0, -keyStep}}};
+    if (steps.contains(event->key()))
+        m_display->moveBy(steps[event->key()]);
+    else
+        QWidget::keyPressEvent(event);
 }

@@ -11,7 +11,7 @@
 
 /**
  * Lies over the picture, draws what the service has told, and takes the mouse: a click on a face or a
- * student, the wheel to zoom, dragging to move, a double click to see everything again.
+ * student, the wheel to zoom, dragging or the arrow keys to move, a double click to see everything again.
  */
 class Overlay : public QWidget
 {
@@ -34,6 +34,7 @@ public:
         QString student;
         QRect place; ///< pixels of the frame
         QRect label; ///< pixels of this widget; empty for a mark without a name
+        double opacity = 1;
     };
     const QVector<Drawn> &drawn() const { return m_drawn; }
 
@@ -49,11 +50,14 @@ protected:
     void mouseReleaseEvent(QMouseEvent *event) override;
     void mouseDoubleClickEvent(QMouseEvent *event) override;
     void wheelEvent(QWheelEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     QVector<Mark> shownMarks() const;
-    /// The newest mark under a point; null when there is none.
+    /// What is known of a student, in words.
+    static QString tipOf(const Mark &mark, const QVector<Mark> &marks);
+    /// The smallest mark under a point; null when there is none.
     const Mark *markAt(const QVector<Mark> &marks, const QPointF &point) const;
 
     VideoDisplay *const m_display;

@@ -1,5 +1,7 @@
 #include "screenshot.h"
 
+#include "theme.h"
+
 #include <opencv2/core.hpp>
 
 #include <QApplication>
@@ -24,11 +26,22 @@ const char *kindName(MarkKind kind)
     return names[int(kind)];
 }
 
+/// What is small in the picture and must keep its colour all the same.
+QVector<QRgb> meaningfulColours()
+{
+    QVector<QRgb> colours{theme::good().rgb(), theme::warning().rgb(), theme::bad().rgb()};
+    for (int kind = 0; kind < markKinds; ++kind)
+        colours.append(theme::mark(MarkKind(kind)).rgb());
+    return colours;
+}
+
 /// The 256 colours that stand for the picture best: with all of them a photograph makes a file several times
 /// as large.
 QImage inFewColours(const QImage &picture)
 {
-    constexpr int samples = 8000, colours = 256;
+    constexpr int samples = 8000;
+    QVector<QRgb> table = meaningfulColours();
+    const int colours = 256 - table.size();
     cv::Mat values(samples, 3, CV_32F);
     cv::RNG random(1);
     for (int i = 0; i < samples; ++i) {
@@ -40,7 +53,6 @@ QImage inFewColours(const QImage &picture)
     cv::theRNG().state = 1;
     cv::kmeans(values, colours, labels, cv::TermCriteria(cv::TermCriteria::COUNT, 8, 0), 1,
                cv::KMEANS_PP_CENTERS, centres);
-    QVector<QRgb> table;
     for (int i = 0; i < colours; ++i) {
         const auto centre = centres.at<cv::Vec3f>(i);
         table.append(qRgb(qRound(centre[0]), qRound(centre[1]), qRound(centre[2])));
@@ -62,8 +74,9 @@ bool Screenshot::isSeen() const
     int names = 0, hands = 0, attention = 0;
     for (const auto &drawn : m_window->overlay().drawn()) {
         names += drawn.kind == MarkKind::Face && !drawn.label.isEmpty();
-        hands += drawn.kind == MarkKind::Hand;
-        attention += drawn.kind == MarkKind::Attention;
+        // What has faded is told of another moment than the picture.
+        hands += drawn.kind == MarkKind::Hand && drawn.opacity >= 1;
+        attention += drawn.kind == MarkKind::Attention && drawn.opacity >= 1;
     }
     return names >= m_wish.names && hands >= m_wish.hands && attention >= m_wish.attention;
 }

@@ -1,5 +1,6 @@
 #include "studentpanel.h"
 
+#include "question.h"
 #include "theme.h"
 #include "words.h"
 
@@ -100,6 +101,10 @@ StudentPanel::StudentPanel(LessonControl *lesson)
     connect(m_replace, &QPushButton::clicked, this, [=] { emit replaceWanted(selected()); });
     connect(m_delete, &QPushButton::clicked, this, [=] { remove(selected()); });
     connect(m_list, &QListWidget::itemActivated, this, [=] { rename(selected()); });
+    connect(m_list, &QListWidget::customContextMenuRequested, this, [this](const QPoint &position) {
+        if (const auto *const item = m_list->itemAt(position))
+            emit menuWanted(item->data(nameRole).toString(), m_list->viewport()->mapToGlobal(position));
+    });
     connect(m_list, &QListWidget::itemSelectionChanged, this, [this] {
         updateButtons();
         emit selectionChanged();
@@ -152,7 +157,9 @@ void StudentPanel::refreshTexts()
         const Student &student = students[row];
         QStringList facts;
         facts.append(student.lastSeen < 0 ? tr("not seen yet")
-                                          : tr("seen: %1").arg(words::age(now - student.lastSeen)));
+                     : now - student.lastSeen < 1000
+                         ? tr("seen now")
+                         : tr("seen %1 ago").arg(words::age(now - student.lastSeen)));
         if (student.score > 0)
             facts.append(tr("picture %1 %").arg(qRound(student.score)));
         if (!student.attributes.isEmpty())
@@ -195,9 +202,7 @@ void StudentPanel::rename(const QString &student)
 
 void StudentPanel::remove(const QString &student)
 {
-    const auto answer = QMessageBox::question(
-        window(), tr("Delete"), tr("Forget %1 with all pictures? This cannot be taken back.").arg(student),
-        QMessageBox::Yes | QMessageBox::No, QMessageBox::No);
-    if (answer == QMessageBox::Yes)
+    if (isConfirmed(window(), tr("Delete"),
+                    tr("Forget %1 with all pictures? This cannot be taken back.").arg(student)))
         m_lesson->remove(student, [this](const QString &problem) { tell(problem); });
 }

@@ -28,6 +28,7 @@ signals:
     void enrolWanted();
     void importWanted();
     void replaceWanted(const QString &student);
+    void menuWanted(const QString &student, const QPoint &globalPosition);
     void selectionChanged();
 
 private:

@@ -97,7 +97,7 @@ QString markIcon(MarkKind kind)
     case MarkKind::Face:
         return QStringLiteral("faces");
     case MarkKind::Body:
-        return QStringLiteral("game");
+        return QStringLiteral("body");
     case MarkKind::Hand:
         return QStringLiteral("hand");
     case MarkKind::Attention:

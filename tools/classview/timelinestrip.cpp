@@ -14,6 +14,7 @@ namespace {
 constexpr int gutter = 96; ///< for the names of the rows
 constexpr int margin = 8;
 constexpr int axisHeight = 16;
+constexpr int narrow = 480; ///< here the minutes don't fit beside each other
 constexpr qint64 shownTime = 5 * 60 * 1000;
 /// The mean of a class lies between these: the lowest and the highest weight of a pose.
 constexpr double lowestAttention = -0.6;
@@ -47,6 +48,8 @@ void TimelineStrip::paintAxis(QPainter &painter, qint64 now) const
         const double x = positionOf(now - minute * 60000, now);
         painter.setPen(faint);
         painter.drawLine(QPointF(x, margin), QPointF(x, height() - axisHeight));
+        if (const bool isCrowded = width() < narrow; isCrowded && minute % 5 != 0)
+            continue;
         painter.setPen(palette().color(QPalette::PlaceholderText));
         const QString text = minute == 0 ? tr("now") : tr("−%1 min").arg(minute);
         const QRectF place(x - 40, height() - axisHeight, minute == 0 ? 40 : 80, axisHeight);

@@ -181,6 +181,21 @@ QString attention(int poseClass)
     return weight > 0.5 ? tr("attentive") : weight > 0 ? tr("partly") : tr("elsewhere");
 }
 
+QString portraitProblem(PortraitMaker::Problem problem)
+{
+    switch (problem) {
+    case PortraitMaker::NoPicture:
+        return tr("This file is not a picture.");
+    case PortraitMaker::NoFace:
+        return tr("No face was found in this picture.");
+    case PortraitMaker::NoCascades:
+        return tr("Faces cannot be found in files: the package opencv-data is not installed.");
+    case PortraitMaker::None:
+        break;
+    }
+    return {};
+}
+
 QString markKind(MarkKind kind)
 {
     switch (kind) {

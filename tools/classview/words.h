@@ -2,6 +2,7 @@
 
 #include "aiclient.h"
 #include "classmodel.h"
+#include "portrait.h"
 
 #include <QString>
 
@@ -24,6 +25,8 @@ QString serviceState(int state);
 double attentionWeight(int poseClass);
 /// What a pose class says of the attention: "attentive", "partly", "elsewhere".
 QString attention(int poseClass);
+/// Why a picture file gives no face to enrol, and what to do.
+QString portraitProblem(PortraitMaker::Problem problem);
 QString markKind(MarkKind kind);
 /// "now", "3 s", "2 min".
 QString age(qint64 milliseconds);

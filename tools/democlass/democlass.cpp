@@ -156,7 +156,7 @@ QString DemoClass::findPhotographs()
     QDir place(QCoreApplication::applicationDirPath());
     do {
         for (const char *unpacked : {"opencv-doc/", "build/opencv-doc/"}) {
-            const QString folder = place.filePath(QLatin1String(unpacked) + photographs);
+            QString folder = place.filePath(QLatin1String(unpacked) + photographs);
             if (lieIn(folder))
                 return folder;
         }

@@ -83,7 +83,9 @@
     </message>
     <message numerus="yes">
         <source>All %n student(s) were enrolled.</source>
-        <translation><numerusform>全部 %n 名学生已登记。</numerusform></translation>
+        <translation>
+            <numerusform>全部 %n 名学生已登记。</numerusform>
+        </translation>
     </message>
     <message>
         <source>%1 of %2 were enrolled; the list tells why the others were not.</source>
@@ -92,10 +94,6 @@
     <message>
         <source>Close</source>
         <translation>关闭</translation>
-    </message>
-    <message>
-        <source>No face was found in this file.</source>
-        <translation>此文件中没有找到人脸。</translation>
     </message>
     <message>
         <source>enrolled</source>
@@ -204,10 +202,6 @@
     <message>
         <source>Watches the attention of the class, and smiles</source>
         <translation>观察全班专注度和微笑</translation>
-    </message>
-    <message>
-        <source>Ctrl+A</source>
-        <translation>Ctrl+A</translation>
     </message>
     <message>
         <source>Follow</source>
@@ -446,14 +440,6 @@
         <translation>课堂查看器</translation>
     </message>
     <message>
-        <source>&amp;Students</source>
-        <translation>学生(&amp;S)</translation>
-    </message>
-    <message>
-        <source>&amp;Log</source>
-        <translation>日志(&amp;L)</translation>
-    </message>
-    <message>
         <source>The camera sends no picture yet</source>
         <translation>摄像头还没有画面</translation>
     </message>
@@ -510,7 +496,7 @@ camerafeed --demo
         <translation>摄像头：无</translation>
     </message>
     <message>
-        <source>Camera: stands still since %1</source>
+        <source>Camera: has stood still for %1</source>
         <translation>摄像头：画面停止已 %1</translation>
     </message>
     <message>
@@ -550,10 +536,6 @@ camerafeed --demo
         <translation>第三步：观察举手或全班专注度。</translation>
     </message>
     <message>
-        <source>The lesson is being recorded. Click a student in the picture for more.</source>
-        <translation>课堂正在录制。点击画面中的学生可进行更多操作。</translation>
-    </message>
-    <message>
         <source>Click a student in the picture for more. The lesson can be recorded.</source>
         <translation>点击画面中的学生可进行更多操作。也可以录制课堂。</translation>
     </message>
@@ -590,10 +572,6 @@ camerafeed --demo
         <translation>新人脸</translation>
     </message>
     <message>
-        <source>No face was found in this file.</source>
-        <translation>此文件中没有找到人脸。</translation>
-    </message>
-    <message>
         <source>Replace the face of %1? The old pictures are forgotten.</source>
         <translation>替换 %1 的人脸吗？旧照片将被清除。</translation>
     </message>
@@ -626,10 +604,6 @@ camerafeed --demo
         <translation>结束所有分析并清除所有学生吗？此操作无法撤销，而且在服务关闭并重新打开之前不会保存任何内容。</translation>
     </message>
     <message>
-        <source>This still runs: %1. It ends when the viewer is closed, also for other programs. Close all the same?</source>
-        <translation>仍在运行：%1。关闭查看器后会结束，对其他程序也是如此。仍要关闭吗？</translation>
-    </message>
-    <message>
         <source>Close the service</source>
         <translation>关闭服务</translation>
     </message>
@@ -641,6 +615,50 @@ camerafeed --demo
         <source>Camera: %1 × %2, %3 frames/s, %4 ms old</source>
         <translation>摄像头：%1 × %2，%3 帧/秒，%4 毫秒前</translation>
     </message>
+    <message>
+        <source>Close the service…</source>
+        <translation>关闭服务…</translation>
+    </message>
+    <message>
+        <source>Ctrl+D</source>
+        <translation>Ctrl+D</translation>
+    </message>
+    <message>
+        <source>St&amp;udents</source>
+        <translation>学生(&amp;U)</translation>
+    </message>
+    <message>
+        <source>L&amp;og</source>
+        <translation>日志(&amp;O)</translation>
+    </message>
+    <message>
+        <source>The lesson is being recorded.</source>
+        <translation>课堂正在录制。</translation>
+    </message>
+    <message>
+        <source>The lesson is being recorded into %1.</source>
+        <translation>课堂正在录制到 %1。</translation>
+    </message>
+    <message>
+        <source>The recording is the file %1.</source>
+        <translation>录像文件是 %1。</translation>
+    </message>
+    <message>
+        <source>End all analyses and the recording, and forget all students? This cannot be taken back.</source>
+        <translation>结束所有分析和录制，并清除所有学生吗？此操作无法撤销。</translation>
+    </message>
+    <message>
+        <source>This still runs: %1. It ends when the viewer is closed, also for other programs.</source>
+        <translation>仍在运行：%1。关闭查看器后会结束，对其他程序也是如此。</translation>
+    </message>
+    <message>
+        <source>The recording goes on when the viewer is closed.</source>
+        <translation>关闭查看器后录制会继续。</translation>
+    </message>
+    <message>
+        <source>Close all the same?</source>
+        <translation>仍要关闭吗？</translation>
+    </message>
 </context>
 <context>
     <name>Overlay</name>
@@ -649,7 +667,7 @@ camerafeed --demo
         <translation>摄像头画面与服务告知的内容</translation>
     </message>
     <message>
-        <source>The picture stands still since %1</source>
+        <source>The picture has stood still for %1</source>
         <translation>画面停止已 %1</translation>
     </message>
     <message>
@@ -659,6 +677,38 @@ camerafeed --demo
     <message>
         <source>%1: click for more</source>
         <translation>%1：点击查看更多</translation>
+    </message>
+    <message>
+        <source>hand up</source>
+        <translation>举手</translation>
+    </message>
+    <message>
+        <source>smiles</source>
+        <translation>微笑</translation>
+    </message>
+    <message>
+        <source>%1 (%2)</source>
+        <comment>a name and what is known</comment>
+        <translation>%1（%2）</translation>
+    </message>
+</context>
+<context>
+    <name>QPlatformTheme</name>
+    <message>
+        <source>&amp;Yes</source>
+        <translation>是(&amp;Y)</translation>
+    </message>
+    <message>
+        <source>&amp;No</source>
+        <translation>否(&amp;N)</translation>
+    </message>
+    <message>
+        <source>OK</source>
+        <translation>确定</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation>取消</translation>
     </message>
 </context>
 <context>
@@ -724,15 +774,21 @@ Press “Find faces”, then click a face in the picture and type the name. Or i
     </message>
     <message numerus="yes">
         <source>%n student(s)</source>
-        <translation><numerusform>%n 名学生</numerusform></translation>
+        <translation>
+            <numerusform>%n 名学生</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>seen now</source>
+        <translation>现在看到</translation>
     </message>
     <message>
         <source>not seen yet</source>
         <translation>尚未看到</translation>
     </message>
     <message>
-        <source>seen: %1</source>
-        <translation>看到：%1</translation>
+        <source>seen %1 ago</source>
+        <translation>%1前看到</translation>
     </message>
     <message>
         <source>picture %1 %</source>
@@ -1055,6 +1111,18 @@ Press “Find faces”, then click a face in the picture and type the name. Or i
     <message>
         <source>%1 min</source>
         <translation>%1 分</translation>
+    </message>
+    <message>
+        <source>This file is not a picture.</source>
+        <translation>此文件不是图片。</translation>
+    </message>
+    <message>
+        <source>No face was found in this picture.</source>
+        <translation>此图片中没有找到人脸。</translation>
+    </message>
+    <message>
+        <source>Faces cannot be found in files: the package opencv-data is not installed.</source>
+        <translation>无法在文件中寻找人脸：未安装软件包 opencv-data。</translation>
     </message>
 </context>
 </TS>

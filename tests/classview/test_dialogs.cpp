@@ -1,0 +1,378 @@
+#include "enroldialog.h"
+#include "fakeservice.h"
+#include "importdialog.h"
+#include "mainwindow.h"
+#include "markpainter.h"
+#include "messages.h"
+#include "person.h"
+#include "picture.h"
+#include "theme.h"
+
+#include <gmock/gmock.h>
+
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QInputDialog>
+#include <QListWidget>
+#include <QProgressBar>
+#include <QSemaphore>
+#include <QTemporaryDir>
+
+#include <atomic>
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+/// The viewer before a service that does what it is asked to, and tells what that was.
+class DialogsTest : public ::testing::Test
+{
+protected:
+    DialogsTest()
+    {
+        QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
+        service.setAnswer([this](const QVariantMap &request) { return answerTo(request); });
+        window = std::make_unique<MainWindow>("AI", "NoCamera");
+        window->show();
+        list = window->findChild<QListWidget *>();
+        EXPECT_TRUE(eventually([this] { return list->count() == 3 && !lesson().link().isBusy(); }));
+    }
+
+    LessonControl &lesson() { return window->lesson(); }
+
+    QVariantList answerTo(const QVariantMap &request)
+    {
+        const auto data = request["req_data"].toMap();
+        const QString id = request["req_id"].toString();
+        if (request["req_code"].toInt() == AiClient::Info)
+            return {FakeService::reply(0, {}, QVariantMap{{"status", state.load()}, {"version", "1"}})};
+        const auto command = data["command_code"].toUInt();
+        if (command == code(ai::Command::RegisterStudents)) {
+            held.acquire();
+            held.release();
+            QVariantList enrolled;
+            for (const auto &entry : data["data"].toMap()["galleries"].toList())
+                if (!QStringList({"Ada", "Blurred"}).contains(entry.toMap()["stuID"].toString()))
+                    enrolled.append(entry);
+            return {FakeService::event(code(ai::Event::Registered), {{"successList", enrolled}}, id),
+                    FakeService::reply()};
+        }
+        if (command == code(ai::Command::BestPictures))
+            return {FakeService::event(code(ai::Event::BestPictures), {{"bestGalleries", students}}, id),
+                    FakeService::reply()};
+        return {FakeService::reply()};
+    }
+    /// The data of all requests with this code.
+    QVariantList sent(ai::Command command) const
+    {
+        QVariantList data;
+        for (const auto &request : service.requests())
+            if (request["req_data"].toMap()["command_code"].toUInt() == code(command))
+                data.append(request["req_data"].toMap()["data"]);
+        return data;
+    }
+    int closings() const
+    {
+        const auto requests = service.requests();
+        return int(std::count_if(requests.begin(), requests.end(), [](const QVariantMap &request) {
+            return request["req_code"].toInt() == AiClient::Close;
+        }));
+    }
+    /// A key on the window, which no window manager makes the active one here.
+    void strike(Qt::Key key, Qt::KeyboardModifiers modifiers = {})
+    {
+        QApplication::setActiveWindow(window.get());
+        QTest::keyClick(list, key, modifiers);
+    }
+    void select(const QString &student)
+    {
+        const auto found = list->findItems(student, Qt::MatchStartsWith);
+        ASSERT_EQ(found.size(), 1) << student.toStdString();
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualItemRect(found[0]).center());
+        ASSERT_EQ(window->findChild<StudentPanel *>()->selectedStudents(), QStringList{student});
+    }
+    /// Does something that asks before: each way of saying no leaves it, yes does it.
+    void expectAsked(const std::function<void()> &deed, const std::function<int()> &times)
+    {
+        const int before = times();
+        const auto refuse = [&](const std::function<void(QMessageBox *)> &saysNo) {
+            QString question;
+            const auto done = person::whenOpen<QMessageBox>([&](QMessageBox *box) {
+                question = box->text();
+                saysNo(box);
+            });
+            deed();
+            EXPECT_TRUE(eventually(
+                [&] { return times() != before || (*done && !QApplication::activeModalWidget()); }));
+            ASSERT_EQ(times(), before) << "it was not asked, or no was taken for yes";
+            EXPECT_THAT(question.toStdString(), HasSubstr("?"));
+        };
+        refuse([](QMessageBox *box) { QTest::mouseClick(box->button(QMessageBox::No), Qt::LeftButton); });
+        refuse([](QMessageBox *box) { QTest::keyClick(box, Qt::Key_Escape); });
+        refuse([](QMessageBox *box) { QTest::keyClick(box, Qt::Key_Return); });
+        // Requests go out one at a time, so one that comes after them tells that none of them is on its way.
+        expectNothingLeft();
+        EXPECT_EQ(times(), before);
+        const auto isAnswered = person::answer(QMessageBox::Yes);
+        deed();
+        person::await(isAnswered);
+        EXPECT_TRUE(eventually([&] { return times() == before + 1; }));
+        expectNothingLeft();
+        EXPECT_EQ(times(), before + 1) << "and only once";
+    }
+    void expectNothingLeft()
+    {
+        const int before = sent(ai::Command::BestPictures).size();
+        strike(Qt::Key_F5);
+        EXPECT_TRUE(eventually(
+            [&] { return sent(ai::Command::BestPictures).size() > before && !lesson().link().isBusy(); }));
+    }
+    /// Types a name into the dialog that a deed opens.
+    void typeName(const QString &name, Qt::Key end)
+    {
+        const auto done = person::whenOpen<QInputDialog>([=](QInputDialog *dialog) {
+            auto *const line = dialog->findChild<QLineEdit *>();
+            line->selectAll();
+            QTest::keyClicks(line, name);
+            QTest::keyClick(line, end);
+        });
+        strike(Qt::Key_F2);
+        person::await(done);
+    }
+    /// Chooses a file or a folder. Qt's dialog is not pressed: while its list fills in the background, it
+    /// takes what was selected away.
+    static void choose(const QString &path)
+    {
+        person::whenOpen<QFileDialog>([path](QFileDialog *dialog) {
+            if (QFileInfo(path).isDir())
+                dialog->setDirectory(path);
+            else
+                dialog->selectFile(path);
+            static_cast<QDialog *>(dialog)->done(QDialog::Accepted);
+        });
+    }
+    QString save(const QString &name, const QByteArray &content) const
+    {
+        QString error;
+        EXPECT_TRUE(picture::save(folder.filePath(name), content, &error)) << error.toStdString();
+        return folder.filePath(name);
+    }
+    /// A picture of the size of a portrait, which is taken as it is.
+    static QByteArray portrait(uchar grey)
+    {
+        return picture::jpegOf(picture::toDataText(cv::Mat(128, 128, CV_8UC3, cv::Scalar(grey, grey, 200))));
+    }
+
+    QVariantList students{QVariantMap{{"stuID", "Ada"}, {"score", 71.0}}, QVariantMap{{"stuID", "Ben"}},
+                          QVariantMap{{"stuID", "Cleo"}}};
+    std::atomic<int> state{2};
+    QSemaphore held{1};
+    QTemporaryDir folder;
+    FakeService service;
+    std::unique_ptr<MainWindow> window;
+    QListWidget *list;
+};
+
+TEST_F(DialogsTest, AStudentIsRenamedOnceANewNameStands)
+{
+    select("Ben");
+    typeName("Bea", Qt::Key_Escape);
+    typeName("  ", Qt::Key_Return);
+    typeName("Ben", Qt::Key_Return);
+    QString told;
+    person::whenOpen<QMessageBox>([&](QMessageBox *box) {
+        told = box->text();
+        QTest::keyClick(box, Qt::Key_Return);
+    });
+    typeName("Cleo", Qt::Key_Return);
+    EXPECT_THAT(told.toStdString(), HasSubstr("Cleo already"));
+    expectNothingLeft();
+    EXPECT_THAT(sent(ai::Command::RenameStudent), IsEmpty());
+
+    typeName(" Bea ", Qt::Key_Return);
+    ASSERT_TRUE(eventually([&] { return !sent(ai::Command::RenameStudent).isEmpty(); }));
+    EXPECT_EQ(sent(ai::Command::RenameStudent),
+              (QVariantList{QVariantMap{{"oldStuID", "Ben"}, {"newStuID", "Bea"}}}));
+    EXPECT_TRUE(eventually([&] { return lesson().model().knows("Bea") && !lesson().model().knows("Ben"); }));
+}
+
+TEST_F(DialogsTest, WhatCannotBeTakenBackIsAskedForAndSentOnceAfterAYes)
+{
+    const auto count = [this](ai::Command command) {
+        return [this, command] { return int(sent(command).size()); };
+    };
+    select("Cleo");
+    expectAsked([&] { strike(Qt::Key_Delete); }, count(ai::Command::DeleteStudent));
+    EXPECT_EQ(sent(ai::Command::DeleteStudent), (QVariantList{QVariantMap{{"stuID", "Cleo"}}}));
+
+    select("Ada");
+    const QByteArray face = portrait(80);
+    const QString file = save("new.jpg", face);
+    expectAsked(
+        [&] {
+            choose(file);
+            person::press<QPushButton>(window.get(), "New face…");
+        },
+        count(ai::Command::ReplaceFace));
+    const auto replaced = sent(ai::Command::ReplaceFace).value(0).toMap();
+    EXPECT_EQ(replaced["oldStuID"], "Ada");
+    EXPECT_EQ(picture::jpegOf(replaced["faceImageBase64"].toString()), face);
+
+    expectAsked([&] { strike(Qt::Key_Backspace, Qt::ControlModifier | Qt::ShiftModifier); },
+                count(ai::Command::Reset));
+    QAction *close = nullptr;
+    for (auto *const action : window->findChildren<QAction *>())
+        if (action->text() == "Close the service…")
+            close = action;
+    ASSERT_NE(close, nullptr);
+    expectAsked([&] { close->trigger(); }, [this] { return closings(); });
+}
+
+TEST_F(DialogsTest, AFolderOfPortraitsIsImportedAndTheRefusedOnesAreListedWithTheReason)
+{
+    save("Ada.jpg", portrait(10));
+    save("Blurred.jpg", portrait(60));
+    QString error;
+    picture::save(folder.filePath("Cat.png"), cv::Mat(300, 300, CV_8UC3, cv::Scalar::all(128)), &error);
+    save("Emil.jpg", portrait(90));
+    save("Notes.jpg", "no picture");
+    save("list.txt", "not even a name of a picture");
+
+    choose(folder.path());
+    QStringList results;
+    int halfWay = -1;
+    held.acquire();
+    const auto done = person::whenOpen<ImportDialog>([&](ImportDialog *dialog) {
+        auto *const progress = dialog->findChild<QProgressBar *>();
+        EXPECT_EQ(progress->maximum(), 5);
+        halfWay = progress->value();
+        held.release();
+        EXPECT_NE(person::findButton<QPushButton>(dialog, "Close"), nullptr);
+        EXPECT_EQ(progress->value(), 5);
+        for (int file = 0; file < 5; ++file)
+            results.append(dialog->result(file));
+        EXPECT_EQ(dialog->enrolled(), 1);
+        QTest::keyClick(dialog, Qt::Key_Escape);
+    });
+    person::press<QPushButton>(window.get(), "Import…");
+    person::await(done);
+    EXPECT_EQ(halfWay, 0) << "it stands at what is done";
+    ASSERT_EQ(results.size(), 5);
+    EXPECT_THAT(results[0].toStdString(), HasSubstr("enrolled already"));
+    EXPECT_THAT(results[1].toStdString(), HasSubstr("did not take this face"));
+    EXPECT_THAT(results[2].toStdString(), HasSubstr("No face"));
+    EXPECT_EQ(results[3], "enrolled");
+    EXPECT_THAT(results[4].toStdString(), HasSubstr("not a picture"));
+}
+
+TEST_F(DialogsTest, AFaceIsNeitherSkippedNorAskedForTwiceWhileItIsEnrolled)
+{
+    QVariantList faces;
+    for (int i = 0; i < 3; ++i)
+        faces.append(QVariantMap{{"stuID", ""},
+                                 {"x", 100 * i},
+                                 {"y", 10},
+                                 {"width", 50},
+                                 {"height", 50},
+                                 {"faceImg", picture::toDataText(portrait(uchar(40 * i)))}});
+    service.send(FakeService::event(code(ai::Event::Faces), {{"galleries", faces}}, "x"));
+    ASSERT_TRUE(eventually([&] { return lesson().model().faces().size() == 3; }));
+    held.acquire();
+    const auto done = person::whenOpen<EnrolDialog>([&](EnrolDialog *dialog) {
+        auto *const line = dialog->findChild<QLineEdit *>();
+        auto *const skip = person::findButton<QPushButton>(dialog, "Skip");
+        QTest::keyClicks(line, "Dora");
+        QTest::keyClick(line, Qt::Key_Return);
+        QTest::keyClick(line, Qt::Key_Return);
+        QTest::mouseClick(skip, Qt::LeftButton);
+        held.release();
+        EXPECT_TRUE(eventually([&] { return dialog->enrolled() == 1 && line->isEnabled(); }));
+        QTest::mouseClick(skip, Qt::LeftButton);
+        QTest::keyClicks(line, "Emil");
+        QTest::keyClick(line, Qt::Key_Return);
+    });
+    strike(Qt::Key_E, Qt::ControlModifier);
+    person::await(done);
+    const auto enrolled = sent(ai::Command::RegisterStudents);
+    ASSERT_EQ(enrolled.size(), 2);
+    const auto entry = [&](int request) {
+        return enrolled[request].toMap()["galleries"].toList()[0].toMap();
+    };
+    EXPECT_EQ(entry(0)["stuID"], "Dora");
+    EXPECT_EQ(entry(0)["x"], 0);
+    EXPECT_EQ(entry(1)["stuID"], "Emil");
+    EXPECT_EQ(entry(1)["x"], 200) << "the second one was skipped";
+}
+
+TEST_F(DialogsTest, AfterAStopALateEventTellsNothing)
+{
+    const auto tellHands = [this](const QString &id) {
+        const QVariantMap who{{"stuID", "Ada"}, {"x", 1}, {"y", 2}, {"width", 3}, {"height", 4}};
+        service.send(FakeService::event(code(ai::Event::Hands), {{"handupStudents", QVariantList{who}}}, id));
+        service.send(FakeService::event(code(ai::Event::Recording), {{"videoLocalPath", "/of " + id}}, "r"));
+        EXPECT_TRUE(eventually([&] { return lesson().model().recordingFile() == "/of " + id; }));
+    };
+    const auto switchHands = [this] {
+        const bool before = lesson().isRunning(Analysis::Hands);
+        strike(Qt::Key_H, Qt::ControlModifier);
+        EXPECT_TRUE(eventually(
+            [&] { return lesson().isRunning(Analysis::Hands) != before && !lesson().link().isBusy(); }));
+        return service.requests();
+    };
+    const auto startOf = [](const QList<QVariantMap> &requests) {
+        QString id;
+        for (const auto &request : requests)
+            if (request["req_data"].toMap()["command_code"].toUInt() == code(ai::Command::StartHands))
+                id = request["req_id"].toString();
+        return id;
+    };
+    const QString first = startOf(switchHands());
+    tellHands(first);
+    EXPECT_EQ(lesson().model().lesson().size(), 1);
+    switchHands();
+    service.send(FakeService::event(code(ai::Event::Recording), {{"videoLocalPath", "/another"}}, "r"));
+    tellHands(first);
+    EXPECT_FALSE(lesson().isRunning(Analysis::Hands));
+    EXPECT_EQ(lesson().model().lesson().size(), 1);
+    tellHands(startOf(switchHands()));
+    EXPECT_EQ(lesson().model().lesson().size(), 2);
+}
+
+TEST(Label, AHandThatIsOldFadesBesideAFreshFaceAndTellsItsAge)
+{
+    GeometryEngine geometry;
+    geometry.setFrameSize({400, 200});
+    geometry.setView({400, 200}, 1);
+    const Mark face{MarkKind::Face, "Ada", {100, 80, 80, 80}, 0, 20000, {}};
+    const Mark hand{MarkKind::Hand, "Ada", {90, 60, 100, 120}, 0, 15000, {}};
+    const auto label = labelsOf({face, hand}).value(0);
+    EXPECT_EQ(label.told(), 15000);
+    EXPECT_EQ(labelsOf({face}).value(0).told(), std::nullopt);
+    for (const double freshness : {1.0, 0.0}) {
+        QImage canvas(400, 200, QImage::Format_RGB32);
+        canvas.fill(Qt::black);
+        QPainter painter(&canvas);
+        MarkPainter pen(painter, geometry, canvas.rect(), 20000,
+                        [&](const Mark &mark) { return mark.kind == MarkKind::Hand ? freshness : 1.0; });
+        const QRect place = pen.paintLabel(label);
+        EXPECT_EQ(canvas.pixelColor(place.right() - 3, place.center().y()) == theme::mark(MarkKind::Hand),
+                  freshness == 1.0);
+    }
+}
+
+TEST_F(DialogsTest, AServiceThatBeginsAnewHasNoStudentsAndRecordsNothing)
+{
+    service.send(FakeService::event(code(ai::Event::Recording), {{"videoLocalPath", "/films/a.mp4"}}, "r"));
+    ASSERT_TRUE(eventually([this] { return lesson().isRecording(); }));
+    state = 0;
+    service.dropClients();
+    ASSERT_TRUE(eventually([this] { return lesson().link().state() == 0; }));
+    EXPECT_EQ(list->count(), 0);
+    EXPECT_FALSE(lesson().isRecording());
+    EXPECT_EQ(lesson().model().lastRecording(), "/films/a.mp4") << "where it is can still be looked up";
+}
+
+} // namespace
