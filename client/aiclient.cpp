@@ -4,6 +4,7 @@
 #include "wire.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QtEndian>
 
 #ifdef Q_OS_LINUX
@@ -127,6 +128,11 @@ qint64 AiClient::serviceProcessId() const
         return other.pid;
 #endif
     return 0;
+}
+
+bool AiClient::isThroughBridge() const
+{
+    return m_connected && QFileInfo(m_socket.serverName()).fileName() == QLatin1String(bridgeName);
 }
 
 void AiClient::request(Kind kind, uint code, const QVariant &data, const QString &requestID,

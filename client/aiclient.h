@@ -116,8 +116,11 @@ public:
     /// Ends the connection. Outstanding requests get their callback with the outcome Disconnected.
     void disconnectFromService();
     bool isConnected() const;
-    /// The process at the other end; 0 without a connection and where the system doesn't tell.
+    /// The process at the other end, be it a bridge; 0 without a connection and where the system doesn't
+    /// tell.
     qint64 serviceProcessId() const;
+    /// Whether a bridge is at the other end.
+    bool isThroughBridge() const;
     /// Why the last connection could not be made, or why it ended.
     QString errorString() const { return m_error; }
 

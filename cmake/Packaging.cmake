@@ -136,7 +136,7 @@ Keeps the vision service of a room running as it is configured, lets other clien
 look without ending anything, and tells a broker what happens.")
     set(CPACK_DEBIAN_BRIDGE_PACKAGE_DEPENDS "${AI_SAME_VERSION}")
     set(CPACK_DEBIAN_BRIDGE_PACKAGE_CONTROL_EXTRA ${AI_MAINTAINER_SCRIPTS}/bridge/postinst
-        ${AI_MAINTAINER_SCRIPTS}/bridge/prerm)
+        ${AI_MAINTAINER_SCRIPTS}/bridge/prerm ${AI_MAINTAINER_SCRIPTS}/bridge/postrm)
 endif()
 
 if(AI_VIEWER)

@@ -190,25 +190,26 @@ class Subscriber:
     def __init__(self, room, port, topic="#", name="subscriber", options=(), host="127.0.0.1"):
         self.process = room.start(name, "mosquitto_sub", "-V", "5", "-h", host, "-p", port, "-t", topic, "-q", "1",
                                   "-i", name, "-c", "-x", "3600", "-F", "%j", *options)
+        self.received = []
+        self.read = 0  # bytes of the output that are in there
 
     def messages(self, topic=None):
         """(topic below the room, payload, retained), oldest first; a payload that is JSON is decoded."""
-        found = []
-        for line in self.process.lines():
+        with open(self.process.log, "rb") as output:
+            output.seek(self.read)
+            news = output.read()
+        whole = news[:news.rfind(b"\n") + 1]  # the line that is being written comes later
+        self.read += len(whole)
+        for line in whole.decode(errors="replace").split("\n"):
             if not line.startswith("{"):
                 continue
-            try:
-                message = json.loads(line)
-            except ValueError:
-                continue  # the line that is being written
-            name = message["topic"].split("/", 3)[-1]
-            if topic is not None and name != topic:
-                continue
-            payload = message["payload"]
-            if isinstance(payload, str) and payload[:1] in "{[":
+            message = json.loads(line)
+            name, payload = message["topic"].split("/", 3)[-1], message["payload"]
+            # What is sent to the bridge may be anything.
+            if isinstance(payload, str) and payload[:1] in ("{", "[") and not name.startswith("command/"):
                 payload = json.loads(payload)
-            found.append((name, payload, bool(message.get("retain"))))
-        return found
+            self.received.append((name, payload, bool(message.get("retain"))))
+        return [message for message in self.received if topic in (None, message[0])]
 
     def newest(self, topic):
         found = self.messages(topic)

@@ -54,6 +54,9 @@ class Boot(unittest.TestCase):
         stopped = [line.split()[1] for line in journal if line.startswith("Stopped ") and "@101.service" in line]
         self.assertEqual(stopped[-3:], [f"{name}@101.service" for name in ("aibridge", "aiservice", "camerafeed")])
         self.assertIn("aiservice@101.service: Deactivated successfully.", journal)
+        told = machine.run("journalctl", "--no-pager", "-o", "cat", "-u", "*@101.service").stdout
+        for words in ("camerafeed: ended by a signal, after", "aibridge: the broker is there"):
+            self.assertIn(words, told)
         machine.run("dpkg", "--remove", "aiservice-bridge", "aiservice")
         machine.run("test", "-s", STORE)
         machine.run("sh", "-c", "DEBIAN_FRONTEND=noninteractive dpkg --purge aiservice")

@@ -70,6 +70,11 @@ class Bridge(unittest.TestCase):
         self.assertEqual(sequence, sorted(set(sequence)), "an analysis was started twice")
         self.assertGreater(len(sequence), before)
 
+        # An erasure looks at what the service has left and has open, not the bridge.
+        erased = self.room.aictl("erase", "--all", "--logs", "--yes").stdout
+        self.assertIn(f"service: process {self.service.pid}\n", erased)
+        self.assertTrue(list(self.room.folder.glob("Orelia/logs/AI_*.log")), "the open log was removed")
+
         self.room.aictl("--direct", "status")
         self.bridge.await_output("hands had been ended by another client")
         self.await_hands(2)

@@ -25,6 +25,13 @@ const char *textOrNull(const QByteArray &text)
     return text.isEmpty() ? nullptr : text.constData();
 }
 
+/// What a code of libmosquitto means; its own table leaves this one out.
+QString meaningOf(int code)
+{
+    return code == MOSQ_ERR_KEEPALIVE ? QStringLiteral("the broker has stopped answering")
+                                      : QString::fromUtf8(mosquitto_strerror(code));
+}
+
 } // namespace
 
 /// What libmosquitto calls, on the broker's thread.
@@ -60,7 +67,7 @@ struct Broker::Calls
         broker->m_closed = true;
         if (code != 0 && broker->m_refusal.isEmpty())
             broker->m_refusal =
-                QString::fromUtf8(code < 128 ? mosquitto_strerror(code) : mosquitto_reason_string(code));
+                code < 128 ? meaningOf(code) : QString::fromUtf8(mosquitto_reason_string(code));
     }
 
     static void onPublish(mosquitto *, void *object, int number, int, const mosquitto_property *)
@@ -199,8 +206,7 @@ QString Broker::serve()
             break;
         }
     }
-    const QString reason =
-        code == MOSQ_ERR_ERRNO ? qt_error_string() : QString::fromUtf8(mosquitto_strerror(code));
+    const QString reason = code == MOSQ_ERR_ERRNO ? qt_error_string() : meaningOf(code);
     std::lock_guard<std::mutex> lock(m_mutex);
     m_client = nullptr;
     return m_refusal.isEmpty() ? reason : m_refusal;

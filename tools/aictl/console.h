@@ -39,7 +39,8 @@ public:
     /// The same, without a complaint.
     bool tryToConnect();
     bool isConnected() const { return m_client.isConnected(); }
-    qint64 serviceProcessId() const { return m_client.serviceProcessId(); }
+    /// 0 where it isn't told, as through a bridge.
+    qint64 serviceProcessId() const { return m_client.isThroughBridge() ? 0 : m_client.serviceProcessId(); }
     QString socketName() const { return m_socketName; }
 
     /// Sends a request, waits for the answer, prints it, and complains when it is not a success.

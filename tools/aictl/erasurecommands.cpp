@@ -1,6 +1,7 @@
 // The erasure of students from the service and from the files that it has left.
 
 #include "command.h"
+#include "countersreader.h"
 #include "leftfiles.h"
 #include "picture.h"
 #include "storefile.h"
@@ -32,6 +33,14 @@ QString counted(int count, const char *one, const char *many)
 bool isShared(const QDir &folder)
 {
     return folder.isRoot() || folder == QDir::home();
+}
+
+/// As the service itself tells in its page of counters; 0 when none counts there.
+qint64 countingProcess(const QDir &temporary)
+{
+    QString problem;
+    const auto page = counters::read(temporary, problem);
+    return page && counters::writerOf(*page) == counters::Writer::Counts ? page->process : 0;
 }
 
 /// One call of the command: what it found out first, and what it could not remove.
@@ -103,9 +112,11 @@ void Erasure::remains(const QString &text)
 bool Erasure::findPlaces()
 {
     const bool connected = m_console.tryToConnect();
-    m_process = connected ? m_console.serviceProcessId() : 0;
     const QString socket = m_console.socketName();
     m_temporary = QDir::isAbsolutePath(socket) ? QFileInfo(socket).dir() : QDir::temp();
+    m_process = connected ? m_console.serviceProcessId() : 0;
+    if (connected && m_process == 0)
+        m_process = countingProcess(m_temporary);
 
     const QString process = QStringLiteral("/proc/%1").arg(m_process);
     const QString itsFolder = m_process > 0 ? QFileInfo(process + "/cwd").symLinkTarget() : QString();

@@ -56,7 +56,8 @@ bool openCapture(cv::VideoCapture &capture, const QString &source, const LiveSou
     capture.set(cv::CAP_PROP_FRAME_WIDTH, size.width);
     capture.set(cv::CAP_PROP_FRAME_HEIGHT, size.height);
     capture.set(cv::CAP_PROP_FPS, wanted.rate);
-    capture.set(cv::CAP_PROP_BUFFERSIZE, 1);
+    // With one, the device would drop the picture that begins while the one before it is decoded.
+    capture.set(cv::CAP_PROP_BUFFERSIZE, 2);
     return true;
 }
 
