@@ -22,10 +22,8 @@
 
 namespace {
 
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::Not;
 
 /// The viewer before a service that does what it is asked to, and tells what that was.
 class DialogsTest : public ::testing::Test
