@@ -79,6 +79,7 @@ ServiceServer::~ServiceServer()
         Qt::DirectConnection);
     serverThread->quit();
     serverThread->wait();
+    QThreadPool::globalInstance()->waitForDone(); // commands answer to this object from the pool's threads
     qInfo("ServiceServer::~ServiceServer end");
 }
 

@@ -46,6 +46,7 @@ class ServiceServer : public QObject
 public:
     /// @param hosted the service that answers; not owned, lives longer than the server and all requests
     ServiceServer(QString name, IService *hosted, QObject *parent);
+    /// Ends the connections, and waits for the requests that still run.
     ~ServiceServer() override;
 
 signals:

@@ -8,7 +8,6 @@
 
 #include <QFile>
 #include <QSemaphore>
-#include <QThreadPool>
 #include <QUrl>
 
 #include <memory>
@@ -80,7 +79,6 @@ protected:
     void TearDown() override
     {
         service.gate.release(1000); // whoever is still held
-        QThreadPool::globalInstance()->waitForDone();
         server.reset();
     }
 
