@@ -24,6 +24,12 @@ if(AI_SANITIZE MATCHES "thread")
     include(${CMAKE_CURRENT_LIST_DIR}/../tests/tsan/ThreadSanitizer.cmake)
 endif()
 
+# Tests and the processes that they start leave out of the leaks what isn't ours.
+if(AI_SANITIZE MATCHES "address")
+    set(AI_SANITIZER_TEST_PROPERTIES
+        ENVIRONMENT LSAN_OPTIONS=suppressions=${CMAKE_CURRENT_LIST_DIR}/asan/suppressions.txt:print_suppressions=0)
+endif()
+
 # What programs with windows link besides: Mesa, Qt's platform plugin and the font library never free some of what
 # they allocate.
 add_library(ai_display INTERFACE)

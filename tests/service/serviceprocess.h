@@ -47,8 +47,8 @@ public:
     QByteArray standardError() const { return content("stderr.txt"); }
     /// The log files, which reach the disk with a delay of some seconds.
     QByteArray log() const;
-    /// Waits until the standard output, where log lines appear at once, holds the text `times` times. False
-    /// when the process ends before.
+    /// Waits until the standard output, where log lines appear within milliseconds, holds the text `times`
+    /// times. False when the process ends before.
     bool waitForOutput(const QByteArray &text, int times = 1) const;
 
     /// Kilobytes that the process has in memory; 0 when it is gone.

@@ -157,7 +157,7 @@ TEST_F(Counting, LivesKillsAndAFolderInThePlaceOfThePage)
     ASSERT_TRUE(QDir().mkdir(service.filePath("AICounters")));
     start();
     EXPECT_EQ(client->info(1001)["rsp_error"], 0);
-    EXPECT_EQ(service.standardOutput().count("[counters] nobody sees them: "), 1);
+    EXPECT_TRUE(service.waitForOutput("[counters] nobody sees them: "));
 }
 
 } // namespace

@@ -12,8 +12,8 @@ target_link_libraries(tsan_marks PRIVATE Qt5::Core ai_warnings)
 link_libraries($<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:tsan_marks>)
 
 set(tsan_reports ${CMAKE_BINARY_DIR}/tsan)
-set(AI_TSAN_TEST_PROPERTIES FIXTURES_REQUIRED tsan
-                            ENVIRONMENT TSAN_OPTIONS=log_path=${tsan_reports}/report:log_exe_name=1)
+set(AI_SANITIZER_TEST_PROPERTIES FIXTURES_REQUIRED tsan
+                                 ENVIRONMENT TSAN_OPTIONS=log_path=${tsan_reports}/report:log_exe_name=1)
 
 add_test(NAME tsan_clear COMMAND ${CMAKE_COMMAND} -E rm -rf ${tsan_reports})
 add_test(NAME tsan_folder COMMAND ${CMAKE_COMMAND} -E make_directory ${tsan_reports})
