@@ -162,6 +162,14 @@ TEST_F(ControllerTest, FetchingNeedsAKnownStudentAndOneRunAtATime)
     const auto found = event(1011, 1);
     EXPECT_EQ(found.requestID, "1");
     EXPECT_EQ(students::ids(found.info["galleries"]), QStringList("a"));
+    for (size_t times = 2; times <= 3; ++times) { // it had three looks from the start
+        sendFrames(30);
+        event(1011, times);
+    }
+    const auto start = [&] { return controller->fetchGalleryNew({{"stuID", "a"}}, "4") == error(0); };
+    EXPECT_TRUE(eventually(start));
+    sendFrame();
+    EXPECT_TRUE(eventually(start)) << "one student takes one look";
 }
 
 } // namespace

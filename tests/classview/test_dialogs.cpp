@@ -45,12 +45,12 @@ protected:
     {
         const auto data = request["req_data"].toMap();
         const QString id = request["req_id"].toString();
+        held.acquire();
+        held.release();
         if (request["req_code"].toInt() == AiClient::Info)
             return {FakeService::reply(0, {}, QVariantMap{{"status", state.load()}, {"version", "1"}})};
         const auto command = data["command_code"].toUInt();
         if (command == code(ai::Command::RegisterStudents)) {
-            held.acquire();
-            held.release();
             QVariantList enrolled;
             for (const auto &entry : data["data"].toMap()["galleries"].toList())
                 if (!QStringList({"Ada", "Blurred"}).contains(entry.toMap()["stuID"].toString()))
@@ -359,6 +359,23 @@ TEST(Label, AHandThatIsOldFadesBesideAFreshFaceAndTellsItsAge)
         EXPECT_EQ(canvas.pixelColor(place.right() - 3, place.center().y()) == theme::mark(MarkKind::Hand),
                   freshness == 1.0);
     }
+}
+
+TEST_F(DialogsTest, AServiceThatDoesNotAnswerIsToldUntilItDoes)
+{
+    const auto isShown = [this](const char *text) {
+        const auto labels = window->findChildren<QLabel *>();
+        return std::any_of(labels.begin(), labels.end(), [text](const QLabel *label) {
+            return label->isVisible() && label->text().contains(text);
+        });
+    };
+    EXPECT_TRUE(eventually([&] { return isShown("Service: ready"); }));
+    held.acquire();
+    EXPECT_TRUE(
+        eventually([&] { return isShown("Service: does not answer") && isShown("end it and start"); }));
+    EXPECT_TRUE(lesson().link().isConnected());
+    held.release();
+    EXPECT_TRUE(eventually([&] { return isShown("Service: ready"); }));
 }
 
 TEST_F(DialogsTest, AServiceThatBeginsAnewHasNoStudentsAndRecordsNothing)

@@ -267,6 +267,8 @@ void MainWindow::updateGuide()
         m_guide->show(tr("The service is not running, so only the camera is shown. Start AIService on this "
                          "computer; the viewer connects by itself."),
                       {});
+    } else if (link.state() == ServiceLink::noAnswer) {
+        m_guide->show(tr("The service does not answer. If that lasts, end it and start it anew."), {});
     } else if (link.state() == code(ai::State::Closed)) {
         m_guide->show(tr("Step 1: open the service and load its recognisers. That takes some seconds."),
                       {a.load});

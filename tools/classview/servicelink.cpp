@@ -13,6 +13,8 @@ namespace {
 constexpr int connectInterval = 1000; // milliseconds
 constexpr int stateInterval = 2000;
 constexpr int connectTimeout = 200;
+/// Even a busy service tells its state at once.
+constexpr int longestAnswer = 5000;
 /// Closing finishes a video file, loading takes long on a slow disk.
 constexpr int requestTimeout = 180000;
 
@@ -69,9 +71,13 @@ void ServiceLink::tryToConnect()
 
 void ServiceLink::askForState()
 {
-    if (m_asking)
+    if (m_asking) {
+        if (m_asked.hasExpired(longestAnswer))
+            setState(noAnswer);
         return;
+    }
     m_asking = true;
+    m_asked.start();
     m_client.request(AiClient::Info, code(ai::Question::Status), {}, "viewer-state",
                      [this](const AiReply &reply) {
                          m_asking = false;

@@ -43,7 +43,9 @@ public:
     void start();
 
     bool isConnected() const { return m_client.isConnected(); }
-    /// An ai::State; -1 without a connection, and until the service has told.
+    /// In place of a state: the service is there and tells none.
+    static constexpr int noAnswer = -2;
+    /// An ai::State; -1 without a connection, and until the service has told; noAnswer.
     int state() const { return m_state; }
     QString version() const { return m_version; }
 
@@ -93,6 +95,7 @@ private:
     QQueue<Request> m_queue;
     bool m_waiting = false;
     bool m_asking = false;
+    QElapsedTimer m_asked; ///< for the state, the last time
     QString m_currentTitle;
     int m_state = -1;
     QString m_version;

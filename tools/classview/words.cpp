@@ -1,6 +1,7 @@
 #include "words.h"
 
 #include "messages.h"
+#include "servicelink.h"
 
 #include <QCoreApplication>
 
@@ -157,6 +158,8 @@ QString failure(AiClient::Kind kind, uint code, const AiReply &reply)
 
 QString serviceState(int state)
 {
+    if (state == ServiceLink::noAnswer)
+        return tr("does not answer");
     switch (ai::State{state}) {
     case ai::State::Closed:
         return tr("closed");

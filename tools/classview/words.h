@@ -19,7 +19,7 @@ inline QString failure(ai::Command command, const AiReply &reply)
 {
     return failure(AiClient::Execute, code(command), reply);
 }
-/// "not running", "closed", "open", "ready"; -1 stands for no connection.
+/// "not running", "does not answer", "closed", "open", "ready", of what ServiceLink::state() tells.
 QString serviceState(int state);
 /// What a pose class adds to the attention of the class.
 double attentionWeight(int poseClass);

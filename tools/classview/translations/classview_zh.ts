@@ -516,6 +516,10 @@ camerafeed --demo
         <translation>服务没有运行，因此只显示摄像头画面。请在本机启动 AIService；查看器会自动连接。</translation>
     </message>
     <message>
+        <source>The service does not answer. If that lasts, end it and start it anew.</source>
+        <translation>服务没有响应。如果一直如此，请结束它并重新启动。</translation>
+    </message>
+    <message>
         <source>Step 1: open the service and load its recognisers. That takes some seconds.</source>
         <translation>第一步：打开服务并加载识别器，需要几秒钟。</translation>
     </message>
@@ -1067,6 +1071,10 @@ Press “Find faces”, then click a face in the picture and type the name. Or i
     <message>
         <source>ready</source>
         <translation>就绪</translation>
+    </message>
+    <message>
+        <source>does not answer</source>
+        <translation>没有响应</translation>
     </message>
     <message>
         <source>not running</source>
