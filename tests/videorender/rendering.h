@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 
 #include <QCoreApplication>
+#include <QOpenGLContext>
+#include <QOpenGLFunctions>
 
 /// Both widgets, to be held against the same expectations.
 inline VideoDisplay *makeDisplay(bool withOpenGL)
@@ -14,13 +16,41 @@ inline VideoDisplay *makeDisplay(bool withOpenGL)
     return withOpenGL ? static_cast<VideoDisplay *>(new VideoRender) : new VideoPainter;
 }
 
+/// A layer leaves the context as it was, and no textures behind.
+inline void expectTidyContext(VideoRender &render)
+{
+    render.makeCurrent();
+    auto *const gl = render.context()->functions();
+    EXPECT_EQ(gl->glGetError(), GLenum(GL_NO_ERROR));
+    constexpr GLenum unpackRowLength = 0x0CF2;
+    const std::pair<GLenum, GLint> usual[] = {{GL_UNPACK_ALIGNMENT, 4},
+                                              {unpackRowLength, 0},
+                                              {GL_ACTIVE_TEXTURE, GL_TEXTURE0},
+                                              {GL_CURRENT_PROGRAM, 0}};
+    for (const auto &[name, value] : usual) {
+        GLint found = -1;
+        gl->glGetIntegerv(name, &found);
+        EXPECT_EQ(found, value) << std::hex << name;
+    }
+    GLint enabled = -1;
+    gl->glGetVertexAttribiv(0, GL_VERTEX_ATTRIB_ARRAY_ENABLED, &enabled);
+    EXPECT_EQ(enabled, 0);
+    int textures = 0;
+    for (GLuint name = 1; name < 100; ++name)
+        textures += gl->glIsTexture(name);
+    EXPECT_LE(textures, 8);
+}
+
 /// What the widget shows, once it has shown everything that it was given.
 inline QImage shownBy(VideoDisplay &display)
 {
     QCoreApplication::processEvents();
     display.widget()->repaint();
-    if (auto *const render = dynamic_cast<VideoRender *>(&display))
-        return render->grabFramebuffer().convertToFormat(QImage::Format_RGB32);
+    if (auto *const render = dynamic_cast<VideoRender *>(&display)) {
+        const QImage image = render->grabFramebuffer().convertToFormat(QImage::Format_RGB32);
+        expectTidyContext(*render);
+        return image;
+    }
     return display.widget()->grab().toImage().convertToFormat(QImage::Format_RGB32);
 }
 

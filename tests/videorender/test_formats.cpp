@@ -3,6 +3,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include <cmath>
+#include <numeric>
 #include <random>
 
 namespace {
@@ -130,7 +131,7 @@ TEST_P(FormatTest, ThePackedColoursStandInTheOrderOfTheirNames)
                 for (int x = 0; x < size.width(); ++x) {
                     const int red = int(random() % 256), green = int(random() % 256),
                               blue = int(random() % 256);
-                    const int alpha = format == ARGB ? 51 * int(random() % 6) : int(random() % 256);
+                    const int alpha = int(random() % 256);
                     char *const pixel = bytes.data() + y * stride + x * texel;
                     const auto at = [&](int n) -> char & { return pixel[order[std::size_t(n)]]; };
                     if (texel == 4)
@@ -147,7 +148,8 @@ TEST_P(FormatTest, ThePackedColoursStandInTheOrderOfTheirNames)
             ColourSettings colours;
             colours.background = Qt::blue;
             display->setColours(colours);
-            EXPECT_LE(largestDifference(shown(bytes, size, stride, format), picture), format == ARGB ? 1 : 0)
+            const bool isBlendedByOpenGL = format == ARGB && GetParam();
+            EXPECT_LE(largestDifference(shown(bytes, size, stride, format), picture), int(isBlendedByOpenGL))
                 << "format " << format << " padding " << padding;
         }
     }
@@ -203,6 +205,41 @@ TEST_P(FormatTest, TheStandardFollowsTheNumberOfLines)
                                     converted(picture, height == 720, true)),
                   2)
             << height;
+    }
+}
+
+TEST(ColourConversion, IsExact)
+{
+    for (const bool is709 : {false, true}) {
+        for (const bool isLimited : {false, true}) {
+            ColourSettings settings;
+            settings.standard = is709 ? ColourSettings::BT709 : ColourSettings::BT601;
+            settings.range = isLimited ? ColourSettings::Limited : ColourSettings::Full;
+            const YuvToRgb conversion = yuvToRgb(settings, 480);
+            const double red = is709 ? 0.2126 : 0.299, blue = is709 ? 0.0722 : 0.114;
+            for (const auto &rgb : {std::array{1., 0., 0.}, {0., 1., 0.}, {0., 0., 1.}, {1., 1., 1.}}) {
+                const double luma = red * rgb[0] + (1 - red - blue) * rgb[1] + blue * rgb[2];
+                const double size = isLimited ? 224 : 255;
+                const double yuv[] = {isLimited ? (16 + 219 * luma) / 255 : luma,
+                                      (128 + (rgb[2] - luma) / 2 / (1 - blue) * size) / 255,
+                                      (128 + (rgb[0] - luma) / 2 / (1 - red) * size) / 255};
+                for (std::size_t row = 0; row < 3; ++row) {
+                    double level = 0;
+                    for (std::size_t i = 0; i < 3; ++i)
+                        level += conversion.matrix[3 * row + i] * (yuv[i] - conversion.offset[i]);
+                    EXPECT_NEAR(level, rgb[row], 1e-6) << is709 << isLimited << row;
+                }
+            }
+        }
+    }
+    // Each grey of the limited range, as the processor converts it.
+    const auto bytes = std::make_shared<std::vector<char>>(220 + 2 * 110, char(128));
+    std::iota(bytes->begin(), bytes->begin() + 220, char(16));
+    QString error;
+    const QImage greys = toImage(VideoFrame::adopt(bytes, 220, 1, 0, YUV420P, DisplayFit, &error), {});
+    for (int x = 0; x < 220; ++x) {
+        const int grey = int(std::lround(x * 255 / 219.0));
+        EXPECT_EQ(greys.pixel(x, 0), qRgb(grey, grey, grey)) << x;
     }
 }
 

@@ -1,9 +1,12 @@
 #include "rendering.h"
 
+#include <cmath>
+#include <functional>
+
 namespace {
 
 constexpr QRgb red = 0xffff0000, green = 0xff00ff00, blue = 0xff0000ff, white = 0xffffffff,
-               black = 0xff000000;
+               brown = 0xff604020;
 
 /// A grey frame whose corners are red, green, white and blue, clockwise from the top left one.
 QByteArray markedFrame(const QSize &size)
@@ -51,10 +54,13 @@ protected:
 
 TEST_P(GeometryTest, FitFillAndOneToOnePutTheCornersWhereTheyBelong)
 {
+    ColourSettings colours;
+    colours.background = brown;
+    display->setColours(colours);
     show({200, 300}, {100, 50});
     EXPECT_EQ(corners({0, 100, 200, 100}), (QList<QRgb>{red, green, white, blue}));
-    EXPECT_EQ(shownBy(*display).pixel(100, 96), black) << "a bar above";
-    EXPECT_EQ(shownBy(*display).pixel(100, 203), black) << "and below";
+    EXPECT_EQ(shownBy(*display).pixel(100, 96), brown) << "a bar above";
+    EXPECT_EQ(shownBy(*display).pixel(100, 203), brown) << "and below";
 
     show({200, 300}, {100, 50}, DisplayFill);
     EXPECT_EQ(corners({0, 0, 200, 300}), (QList<QRgb>{0xff808080, 0xff808080, 0xff808080, 0xff808080}))
@@ -63,7 +69,7 @@ TEST_P(GeometryTest, FitFillAndOneToOnePutTheCornersWhereTheyBelong)
     display->setMode(GeometryEngine::OneToOne);
     EXPECT_EQ(corners({50, 125, 100, 50}), (QList<QRgb>{red, green, white, blue}));
     EXPECT_EQ(shownBy(*display).pixel(50, 125), red);
-    EXPECT_EQ(shownBy(*display).pixel(49, 125), black) << "exact to the pixel";
+    EXPECT_EQ(shownBy(*display).pixel(49, 125), brown) << "exact to the pixel";
 
     display->followDisplayModel();
     EXPECT_EQ(display->geometryEngine().mode(), GeometryEngine::Fill) << "told by the frame";
@@ -114,10 +120,52 @@ TEST_P(GeometryTest, ZoomKeepsThePointUnderTheMouseAndMovingEndsAtTheEdge)
     EXPECT_EQ(display->geometryEngine().zoom(), 1);
     EXPECT_EQ(corners({0, 0, 200, 100}), (QList<QRgb>{red, green, white, blue}));
     display->zoomAt(mouse, 1e9);
-    EXPECT_EQ(display->geometryEngine().zoom(), GeometryEngine::largestZoom);
-    display->zoomAt(mouse, -1);
+    for (const double none : {0.0, -1.0, std::nan("")})
+        display->zoomAt(mouse, none);
+    EXPECT_EQ(display->geometryEngine().zoom(), 32);
     display->resetZoom();
     EXPECT_EQ(corners({0, 0, 200, 100}), (QList<QRgb>{red, green, white, blue}));
+}
+
+TEST_P(GeometryTest, EnlargedPixelsAreSmoothAndTheEdgesTheirOwn)
+{
+    showAs(*display, {200, 200});
+    const char pixels[] = {0, 0, 9, char(255), 0, 9, 0, char(255), 9, char(255), char(255), 9};
+    display->showBytes(pixels, sizeof pixels, 2, 2, 0, RGB);
+    const QImage image = shownBy(*display);
+    for (const auto &[at, level] : {std::pair(5, 0), {100, 128}, {194, 255}}) {
+        EXPECT_NEAR(qRed(image.pixel(at, 100)), level, 3) << at;
+        EXPECT_NEAR(qGreen(image.pixel(100, at)), level, 3) << at;
+    }
+}
+
+TEST(Geometry, NoBarIsLeftByWhateverChangesAfterAMoveToTheEdge)
+{
+    GeometryEngine moved;
+    moved.setFrameSize({100, 50});
+    moved.setView({200, 100}, 1);
+    moved.zoomAt({100, 50}, 4);
+    moved.moveBy({-1000, -1000});
+    const auto place = [](const GeometryEngine &geometry) {
+        return geometry.frameToView().mapRect(QRectF({}, geometry.frameSize()));
+    };
+    EXPECT_EQ(place(moved), QRectF(-600, -300, 800, 400));
+    moved.moveBy({1000, 1000});
+    const std::function<void(GeometryEngine &)> changes[] = {
+        [](auto &geometry) {
+            geometry.setView({150, 75}, 1);
+        },
+        [](auto &geometry) {
+            geometry.setFrameSize({50, 50});
+        },
+        [](auto &geometry) { geometry.setMode(GeometryEngine::OneToOne); },
+        [](auto &geometry) { geometry.setQuarterTurns(3); },
+    };
+    for (const auto &change : changes) {
+        GeometryEngine changed = moved;
+        change(changed);
+        EXPECT_EQ(place(changed).topLeft(), QPointF(0, 0)) << &change - changes;
+    }
 }
 
 TEST(Geometry, DensityCountsInOneToOneAndNothingComesOfEmptySizes)

@@ -18,9 +18,9 @@ public:
         for (int row = 0; row < 3; ++row) {
             double constant = 0.5;
             for (int column = 0; column < 3; ++column) {
-                const double factor = conversion.matrix[std::size_t(row)][std::size_t(column)];
+                const double factor = double(conversion.matrix[std::size_t(3 * row + column)]);
                 m_factors[row][column] = int(std::lround(factor * (1 << fractionBits)));
-                constant -= factor * conversion.offset[std::size_t(column)] * 255;
+                constant -= factor * double(conversion.offset[std::size_t(column)]) * 255;
             }
             m_constants[row] = int(std::lround(constant * (1 << fractionBits)));
         }
@@ -67,16 +67,16 @@ YuvToRgb yuvToRgb(const ColourSettings &settings, int frameHeight)
     const bool is709 =
         settings.standard == ColourSettings::BT709 ||
         (settings.standard == ColourSettings::Automatic && frameHeight >= linesOfHighDefinition);
-    const double red = is709 ? 0.2126 : 0.299;
-    const double blue = is709 ? 0.0722 : 0.114;
-    const double green = 1 - red - blue;
+    const float red = is709 ? 0.2126F : 0.299F;
+    const float blue = is709 ? 0.0722F : 0.114F;
+    const float green = 1 - red - blue;
     const bool limited = settings.range == ColourSettings::Limited;
-    const double luma = limited ? 255.0 / 219 : 1;
-    const double chroma = limited ? 255.0 / 224 : 1;
-    return {{{{luma, 0, 2 * (1 - red) * chroma},
-              {luma, -2 * (1 - blue) * blue / green * chroma, -2 * (1 - red) * red / green * chroma},
-              {luma, 2 * (1 - blue) * chroma, 0}}},
-            {limited ? 16.0 / 255 : 0, 128.0 / 255, 128.0 / 255}};
+    const float luma = limited ? 255.0F / 219 : 1;
+    const float chroma = limited ? 255.0F / 224 : 1;
+    const float redOfV = 2 * (1 - red) * chroma;
+    const float blueOfU = 2 * (1 - blue) * chroma;
+    return {{luma, 0, redOfV, luma, -blueOfU * blue / green, -redOfV * red / green, luma, blueOfU, 0},
+            {limited ? 16.0F / 255 : 0, 128.0F / 255, 128.0F / 255}};
 }
 
 QImage toImage(const VideoFrame &frame, const ColourSettings &settings)

@@ -27,11 +27,11 @@ struct ColourSettings
     QColor background = Qt::black; ///< of the bars, and behind what is transparent
 };
 
-/// rgb = matrix * (yuv - offset): all values from 0 to 1, rows are red, green, blue.
+/// rgb = matrix * (yuv - offset): all values from 0 to 1.
 struct YuvToRgb
 {
-    std::array<std::array<double, 3>, 3> matrix;
-    std::array<double, 3> offset;
+    std::array<float, 9> matrix; ///< the rows for red, green and blue, one after the other
+    std::array<float, 3> offset;
 };
 
 YuvToRgb yuvToRgb(const ColourSettings &settings, int frameHeight);

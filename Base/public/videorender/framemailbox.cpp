@@ -8,7 +8,6 @@ bool FrameMailbox::put(VideoFrame frame)
     const bool waited = !m_frame.isNull();
     std::swap(m_frame, frame); // the old one goes after the lock
     ++m_received;
-    m_dropped += waited;
     return !waited;
 }
 
@@ -22,10 +21,4 @@ std::uint64_t FrameMailbox::received() const
 {
     const std::lock_guard<std::mutex> guard(m_mutex);
     return m_received;
-}
-
-std::uint64_t FrameMailbox::dropped() const
-{
-    const std::lock_guard<std::mutex> guard(m_mutex);
-    return m_dropped;
 }

@@ -18,13 +18,11 @@ public:
     /// The frame that waits; null when none does.
     VideoFrame take();
 
-    /// Frames that were put in, and those of them that were never taken, since the beginning.
+    /// Frames that were put in since the beginning.
     std::uint64_t received() const;
-    std::uint64_t dropped() const;
 
 private:
     mutable std::mutex m_mutex;
     VideoFrame m_frame;
     std::uint64_t m_received = 0;
-    std::uint64_t m_dropped = 0;
 };

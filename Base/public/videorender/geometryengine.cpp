@@ -8,7 +8,7 @@
 void GeometryEngine::setView(const QSizeF &size, double density)
 {
     m_viewSize = size;
-    m_density = density > 0 ? density : 1;
+    m_density = density;
     keepInView();
 }
 
@@ -148,5 +148,5 @@ QTransform GeometryEngine::unitToClip() const
 
 bool GeometryEngine::isPixelExact() const
 {
-    return !isEmpty() && std::abs(scale() * m_density - 1) < 1e-6;
+    return !isEmpty() && qFuzzyCompare(scale() * m_density, 1.0);
 }

@@ -4,6 +4,8 @@
 #include <QGenericMatrix>
 #include <QOpenGLContext>
 
+#include <iterator>
+
 namespace {
 
 // ES 2 knows neither and Qt's header for it does not tell; in the contexts that have it, it is this.
@@ -76,8 +78,7 @@ RenderLayerBase::RenderLayerBase(std::vector<Texture> textures, QByteArray colou
 
 RenderLayerBase::~RenderLayerBase()
 {
-    if (m_names[0] != 0)
-        glDeleteTextures(GLsizei(m_names.size()), m_names.data());
+    glDeleteTextures(GLsizei(m_names.size()), m_names.data());
 }
 
 bool RenderLayerBase::build()
@@ -154,28 +155,13 @@ void RenderLayerBase::draw(const GeometryEngine &geometry, const ColourSettings 
     static const GLfloat corners[] = {0, 0, 1, 0, 0, 1, 1, 1};
 
     m_program.bind();
-    const QTransform map = geometry.unitToClip();
-    const float rows[] = {float(map.m11()),
-                          float(map.m21()),
-                          float(map.m31()),
-                          float(map.m12()),
-                          float(map.m22()),
-                          float(map.m32()),
-                          0,
-                          0,
-                          1};
-    m_program.setUniformValue("unitToClip", QMatrix3x3(rows));
+    m_program.setUniformValue("unitToClip", geometry.unitToClip());
     m_program.setUniformValue("background", float(settings.background.redF()),
                               float(settings.background.greenF()), float(settings.background.blueF()));
     if (m_isYuv) {
         const YuvToRgb conversion = yuvToRgb(settings, m_frameSize.height());
-        QMatrix3x3 matrix;
-        for (int row = 0; row < 3; ++row)
-            for (int column = 0; column < 3; ++column)
-                matrix(row, column) = float(conversion.matrix[std::size_t(row)][std::size_t(column)]);
-        m_program.setUniformValue("yuvToRgb", matrix);
-        m_program.setUniformValue("yuvOffset", float(conversion.offset[0]), float(conversion.offset[1]),
-                                  float(conversion.offset[2]));
+        m_program.setUniformValue("yuvToRgb", QMatrix3x3(conversion.matrix.data()));
+        m_program.setUniformValueArray("yuvOffset", conversion.offset.data(), 1, 3);
     }
     const GLint filter = geometry.isPixelExact() ? GL_NEAREST : GL_LINEAR;
     for (std::size_t i = 0; i < m_textures.size(); ++i) {
@@ -193,10 +179,9 @@ void RenderLayerBase::draw(const GeometryEngine &geometry, const ColourSettings 
     }
     glActiveTexture(GL_TEXTURE0);
 
-    glBindBuffer(GL_ARRAY_BUFFER, 0);
     m_program.enableAttributeArray(cornerAttribute);
     m_program.setAttributeArray(cornerAttribute, corners, 2);
-    glDrawArrays(GL_TRIANGLE_STRIP, 0, 4);
+    glDrawArrays(GL_TRIANGLE_STRIP, 0, GLsizei(std::size(corners) / 2));
     m_program.disableAttributeArray(cornerAttribute);
     m_program.release();
 }

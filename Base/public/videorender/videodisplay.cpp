@@ -9,6 +9,7 @@
 #include <QOpenGLContext>
 
 #include <cstring>
+#include <utility>
 
 VideoDisplay::~VideoDisplay() = default;
 
@@ -21,9 +22,7 @@ bool VideoDisplay::hasOpenGL()
     context.setFormat(VideoRender::surfaceFormat());
     if (!surface.isValid() || !context.create() || !context.makeCurrent(&surface))
         return false;
-    const auto version = context.format().version();
-    context.doneCurrent();
-    return version >= qMakePair(2, context.isOpenGLES() ? 0 : 1);
+    return context.format().version() >= qMakePair(2, context.isOpenGLES() ? 0 : 1);
 }
 
 VideoDisplay *VideoDisplay::create(QWidget *parent)
@@ -78,17 +77,19 @@ void VideoDisplay::clear()
 {
     m_mailbox.take();
     m_frame = {};
+    m_isStale = true;
     updateView();
+    widget()->update();
 }
 
 bool VideoDisplay::fetchFrame()
 {
     VideoFrame frame = m_mailbox.take();
+    const bool wasStale = std::exchange(m_isStale, false);
     if (frame.isNull())
-        return false;
+        return wasStale;
     m_frame = std::move(frame);
     m_shown.fetch_add(1, std::memory_order_relaxed);
-    updateView();
     return true;
 }
 
@@ -153,5 +154,6 @@ void VideoDisplay::resetZoom()
 void VideoDisplay::setColours(const ColourSettings &colours)
 {
     m_colours = colours;
+    m_isStale = true;
     widget()->update();
 }

@@ -67,7 +67,8 @@ public:
     void setGeometryWatcher(std::function<void()> watcher) { m_geometryWatcher = std::move(watcher); }
 
 protected:
-    /// Fetches the frame that waits. True when there is a new one.
+    /// Fetches the frame that waits. True when the picture has to be made anew: there is a new frame, or none
+    /// any more, or it has other colours.
     bool fetchFrame();
     void updateView();
 
@@ -84,5 +85,6 @@ private:
     GeometryEngine m_geometry;
     ColourSettings m_colours;
     bool m_followsModel = true;
+    bool m_isStale = false; ///< the picture, for another reason than a new frame
     std::function<void()> m_geometryWatcher;
 };

@@ -91,11 +91,6 @@ VideoFrame VideoFrame::adopt(Bytes bytes, int width, int height, int stride, int
     return frame;
 }
 
-bool VideoFrame::isYuv() const
-{
-    return m_format == NV12 || m_format == UYVY || m_format == YUV420P || m_format == YUYV;
-}
-
 std::shared_ptr<std::vector<char>> FramePool::take(std::size_t size)
 {
     const std::lock_guard<std::mutex> guard(m_mutex);

@@ -71,7 +71,6 @@ public:
     QSize size() const { return {m_width, m_height}; }
     int format() const { return m_format; }
     int displayModel() const { return m_displayModel; }
-    bool isYuv() const;
 
     /// One plane for packed formats, two for NV12, three for YUV420P.
     const std::vector<FramePlane> &planes() const { return m_planes; }

@@ -14,7 +14,7 @@ void VideoPainter::resizeEvent(QResizeEvent *)
 
 void VideoPainter::paintEvent(QPaintEvent *)
 {
-    if (fetchFrame() || frame().isNull())
+    if (fetchFrame())
         m_image = toImage(frame(), colours());
     updateView();
     QPainter painter(this);

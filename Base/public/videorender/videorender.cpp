@@ -11,9 +11,7 @@ VideoRender::~VideoRender()
 {
     if (context())
         disconnect(context(), nullptr, this, nullptr);
-    makeCurrent();
-    m_layer.reset();
-    doneCurrent();
+    releaseLayer();
 }
 
 QSurfaceFormat VideoRender::surfaceFormat()
