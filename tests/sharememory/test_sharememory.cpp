@@ -6,12 +6,15 @@
 #include <gtest/gtest.h>
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QSemaphore>
 #include <QSharedMemory>
 #include <QSystemSemaphore>
 
+#include <future>
 #include <limits>
 #include <sys/sem.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -129,12 +132,13 @@ TEST_F(FramesTest, ComeOnceAndOldestFirstWhileTheRingTurns)
             expected.append(number);
         }
         EXPECT_EQ(copyAndPoll(), expected);
-        EXPECT_EQ(copyAndPoll(), QList<int>());
     }
     QSharedMemory memory(m_key);
     ASSERT_TRUE(memory.attach(QSharedMemory::ReadOnly));
     ShmHeader ring;
     std::memcpy(&ring, memory.constData(), sizeof ring);
+    EXPECT_EQ(copyAndPoll(), QList<int>());
+    EXPECT_EQ(std::memcmp(&ring, memory.constData(), sizeof ring), 0) << "nothing came, nothing is written";
     EXPECT_EQ(ring.totalSize, 124 + 3 * stride);
     EXPECT_EQ(ring.used, 3);
     EXPECT_EQ(ring.writeIndex, number % 3);
@@ -178,6 +182,32 @@ TEST_F(FramesTest, RestartDeliversNoFrameTwice)
     EXPECT_EQ(poll(), QList<int>{2});
 }
 
+/// A frame that is being delivered is through before a start or a stop returns.
+TEST_F(FramesTest, StartAndStopWaitForARunningPoll)
+{
+    write(m_writer, 1);
+    m_writer.copyDataToShm();
+    QSemaphore begun;
+    std::atomic<int> returned{0};
+    std::future<void> calls[2];
+    QObject::connect(
+        &m_reader, &ImageReader::newImageBlockSignal, &m_reader,
+        [&] {
+            for (const auto call : {&ImageReader::startToRead, &ImageReader::stopToRead})
+                calls[call == &ImageReader::stopToRead] = std::async(std::launch::async, [&, call] {
+                    begun.release();
+                    (m_reader.*call)();
+                    ++returned;
+                });
+            begun.acquire(2);
+            // Time enough for one that does not wait; no time is too long for one that does.
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            EXPECT_EQ(returned, 0);
+        },
+        Qt::DirectConnection);
+    EXPECT_EQ(poll(), QList<int>{1});
+}
+
 TEST_F(FramesTest, WriterDropsWhatIsNoFrame)
 {
     ImageBlock ib;
@@ -185,6 +215,8 @@ TEST_F(FramesTest, WriterDropsWhatIsNoFrame)
     EXPECT_TRUE(m_writer.writeImageBlock(ib));
     for (int size : {frameSize + 1, 0, -1, lowest, highest})
         write(m_writer, 2, size);
+    for (int count : {0, -1, highest})
+        write(*std::make_unique<ImageWritter>("none", count, frameSize), 2);
     write(m_writer, 1);
     EXPECT_EQ(copyAndPoll(), QList<int>{1});
 }
@@ -214,8 +246,9 @@ TEST_F(SegmentTest, WriterAndReaderNeedNoEventLoopOfOthers)
             &reader, &ImageReader::newImageBlockSignal, &reader, [&] { come.release(); },
             Qt::DirectConnection);
         ASSERT_TRUE(reader.startToRead());
-        write(writer, 1);
-        come.acquire();
+        for (int number = 1; come.available() < 20; ++number)
+            write(writer, number % 100);
+        takeOverTimer(reader);
     }
     EXPECT_EQ(log.takeLines().filter("warning"), QStringList());
 }
@@ -263,14 +296,18 @@ protected:
 
 TEST_F(StillWriterTest, AStopEndsTheWaitOfThePoll)
 {
-    for (int round = 0; round < 2; ++round) {
-        ASSERT_TRUE(m_reader.startToRead());
+    for (const bool byDestroying : {false, true}) {
+        auto reader = std::make_unique<ImageReader>(m_key);
+        ASSERT_TRUE(reader->startToRead());
         EXPECT_TRUE(eventually([this] {
             if (semaphore(GETVAL) > 0) // a poll may have had the lock for a moment
                 standStill();
             return semaphore(GETNCNT) == 1;
         }));
-        EXPECT_TRUE(m_reader.stopToRead());
+        if (byDestroying)
+            reader.reset();
+        else
+            EXPECT_TRUE(reader->stopToRead());
         EXPECT_EQ(semaphore(GETVAL), 1) << "released once";
         EXPECT_EQ(semaphore(GETNCNT), 0);
     }
@@ -280,8 +317,19 @@ TEST_F(StillWriterTest, AStopOfAReaderThatDoesNotPollEndsItsOwnWait)
 {
     startReader();
     standStill();
+    QElapsedTimer waiting;
+    waiting.start();
     EXPECT_TRUE(m_reader.stopToRead());
+    EXPECT_GE(waiting.elapsed(), 1000) << "who has the lock for less is not disturbed";
     EXPECT_EQ(semaphore(GETVAL), 1) << "released once";
+}
+
+TEST_F(StillWriterTest, TheEndOfAnotherWriterWaitsForNobody)
+{
+    ImageWritter other(m_key, 3, frameSize);
+    standStill();
+    write(other, 1);
+    EXPECT_TRUE(eventually([this] { return semaphore(GETNCNT) == 1; }));
 }
 
 TEST_F(StillWriterTest, StartsAndStopsWithoutAWaitReleaseNothingMore)
@@ -361,6 +409,24 @@ TEST_F(HostileSegmentTest, TextsWithoutAnEndStopWithTheirField)
     EXPECT_EQ(poll(), QList<int>{1});
     putText(24, "other");
     EXPECT_EQ(poll(), QList<int>()) << "the same identifier again";
+}
+
+TEST_F(HostileSegmentTest, OnlyUsedBlocksAreReadAndEachIdentifierOnce)
+{
+    putGoodFrame(1);
+    put(8, 2);
+    for (int block = 1; block < 3; ++block)
+        std::memcpy(at(124 + block * stride), at(124), stride);
+    EXPECT_EQ(poll(), QList<int>{1});
+    putText(124 + stride + 32, "second");
+    putText(124 + 2 * stride + 32, "third");
+    putText(24, "two");
+    EXPECT_EQ(poll(), QList<int>{1});
+    put(8, 3);
+    putText(24, "three");
+    EXPECT_EQ(poll(), QList<int>{1});
+    putText(24, "all are known");
+    EXPECT_EQ(poll(), QList<int>());
 }
 
 TEST_F(HostileSegmentTest, ALaterLayoutIsHeldAgainstTheFirstBuffers)

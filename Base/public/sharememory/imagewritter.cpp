@@ -6,7 +6,6 @@
 #include <QSystemSemaphore>
 #include <QUuid>
 
-#include <algorithm>
 #include <limits>
 
 namespace {
@@ -14,9 +13,7 @@ namespace {
 template <std::size_t N>
 void setNewId(char (&field)[N])
 {
-    const QByteArray id = QUuid::createUuid().toString().toLatin1();
-    std::memset(field, 0, N);
-    std::memcpy(field, id.constData(), std::min(std::size_t(id.size()), N - 1));
+    qstrncpy(field, QUuid::createUuid().toString().toLatin1().constData(), N);
 }
 
 /// The header of an empty ring; without blocks when no segment can have the layout asked for.
@@ -30,7 +27,6 @@ ShmHeader emptyRing(int blockCount, unsigned int blockSize)
         header.capacity = blockCount;
     }
     header.totalSize = header.stride * header.capacity + std::int32_t(sizeof(ShmHeader));
-    std::strcpy(header.changeID, "create-changeID");
     return header;
 }
 
@@ -54,23 +50,16 @@ ImageWritter::ImageWritter(const QString &key, int blockCount, unsigned int bloc
 
 ImageWritter::~ImageWritter()
 {
-    if (thread) {
-        qInfo() << "force to release key";
-        releaseKey();
-        endThreadTimer(timer, thread);
-    }
-    if (memory.isAttached()) {
-        memory.unlock();
-        memory.detach();
-    }
+    qInfo() << "force to release key";
+    releaseKey();
+    endThreadTimer(timer, thread);
+    memory.detach();
     qDebug() << "force to release key";
     releaseKey();
 }
 
 void ImageWritter::openSegment()
 {
-    if (memory.isAttached())
-        memory.detach();
     if (memory.create(header.totalSize, QSharedMemory::ReadWrite))
         return;
     memory.attach(QSharedMemory::ReadWrite);
