@@ -69,8 +69,6 @@ QString AiReply::meaningOf(int error)
 AiClient::AiClient(QObject *parent) : QObject(parent)
 {
     qRegisterMetaType<AiEvent>();
-    m_clock.start();
-    m_expiry.setInterval(expiryInterval);
     connect(&m_expiry, &QTimer::timeout, this, &AiClient::expire);
     connect(&m_socket, &QLocalSocket::readyRead, this, &AiClient::readFrames);
     connect(&m_socket, &QLocalSocket::disconnected, this,
@@ -85,8 +83,7 @@ AiClient::~AiClient()
 
 bool AiClient::connectToService(const QString &name, int timeout)
 {
-    if (m_connected)
-        disconnectFromService();
+    disconnectFromService();
     m_socket.connectToServer(name, QIODevice::ReadWrite);
     if (!m_socket.waitForConnected(timeout)) {
         m_error = connectError(m_socket, name);
@@ -139,13 +136,16 @@ void AiClient::request(Kind kind, uint code, const QVariant &data, const QString
                        Callback callback, int timeout)
 {
     const auto id = ++m_lastID;
-    m_pending.insert(id, {std::move(callback), timeout > 0 ? m_clock.elapsed() + timeout : -1});
+    QDeadlineTimer deadline(QDeadlineTimer::Forever);
+    if (timeout > 0)
+        deadline.setRemainingTime(timeout);
+    m_pending.insert(id, {std::move(callback), deadline});
     if (!m_connected) {
         fail(id, AiReply::Disconnected, QStringLiteral("not connected to the service"));
         return;
     }
     if (!m_expiry.isActive())
-        m_expiry.start();
+        m_expiry.start(expiryInterval);
 
     QVariantMap message{{"req_code", int(kind)}, {"req_id", requestID}, {"req_id2", id}};
     if (kind == Execute || kind == Info)
@@ -248,11 +248,10 @@ void AiClient::fail(qint64 id, AiReply::Outcome outcome, const QString &detail)
 
 void AiClient::expire()
 {
-    const auto now = m_clock.elapsed();
     const auto ids = m_pending.keys();
     for (const auto id : ids) {
         const auto pending = m_pending.constFind(id);
-        if (pending != m_pending.constEnd() && pending->deadline >= 0 && pending->deadline <= now)
+        if (pending != m_pending.constEnd() && pending->deadline.hasExpired())
             fail(id, AiReply::TimedOut, QStringLiteral("the service did not answer in time"));
     }
     if (m_pending.isEmpty())

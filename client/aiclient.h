@@ -2,7 +2,7 @@
 
 #include "protocol.h"
 
-#include <QElapsedTimer>
+#include <QDeadlineTimer>
 #include <QLocalSocket>
 #include <QMap>
 #include <QObject>
@@ -172,7 +172,7 @@ private:
     struct Pending
     {
         Callback callback;
-        qint64 deadline; // on m_clock, milliseconds; -1 for none
+        QDeadlineTimer deadline;
     };
 
     void readFrames();
@@ -183,7 +183,6 @@ private:
 
     QLocalSocket m_socket;
     QTimer m_expiry;
-    QElapsedTimer m_clock;
     QMap<qint64, Pending> m_pending; // by "req_id2", so in the order of sending
     qint64 m_lastID = 0;
     QString m_error;

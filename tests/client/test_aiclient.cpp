@@ -4,7 +4,10 @@
 
 #include <gmock/gmock.h>
 
+#include <QCoreApplication>
 #include <QDir>
+
+#include <memory>
 
 using testing::HasSubstr;
 
@@ -78,20 +81,22 @@ TEST_F(AiClientTest, TakesFramesThatArriveInPieces)
 
 TEST_F(AiClientTest, ARequestTimesOutAndItsLateAnswerIsDropped)
 {
-    service.setAnswer([lateID = QVariant()](const QVariantMap &request) mutable -> QVariantList {
-        if (!lateID.isValid()) {
-            lateID = request["req_id2"];
-            return {};
-        }
-        auto late = FakeService::reply(-2, "too late");
-        late["rsp_id"] = lateID;
-        return {late, answerWithCode(request).first()};
+    service.setAnswer([held = QVariantList()](const QVariantMap &request) mutable -> QVariantList {
+        auto late = FakeService::reply(-2, "late");
+        late["rsp_id"] = request["req_id2"];
+        held.append(late);
+        return held.size() <= 2 ? QVariantList() : held.mid(0, 2) + answerWithCode(request);
     });
+    QList<int> patient;
+    client.request(
+        AiClient::Execute, 1022, {}, {}, [&](const AiReply &late) { patient.append(late.error); }, 0);
     const auto reply = client.call(AiClient::Execute, 1021, {}, {}, 30);
+    EXPECT_EQ(patient, QList<int>()) << "0 is no time-out";
     EXPECT_EQ(reply.outcome, AiReply::TimedOut);
     EXPECT_FALSE(reply.ok());
     EXPECT_FALSE(reply.errorText().isEmpty());
     EXPECT_EQ(codeOf(client.call(AiClient::Execute, 1026)), 1026u);
+    EXPECT_EQ(patient, QList<int>{-2});
 }
 
 TEST_F(AiClientTest, ALostConnectionEndsTheRequestsOnWayAndANewOneCanBeMade)
@@ -108,12 +113,28 @@ TEST_F(AiClientTest, ALostConnectionEndsTheRequestsOnWayAndANewOneCanBeMade)
     ASSERT_TRUE(eventually([&] { return ends.size() == 1; }));
     EXPECT_EQ(lost, 3);
     EXPECT_FALSE(client.isConnected());
+    EXPECT_EQ(client.serviceProcessId(), 0);
 
     EXPECT_EQ(client.call(AiClient::Info, 1001).outcome, AiReply::Disconnected);
     ASSERT_TRUE(client.connectToService());
+    EXPECT_EQ(client.errorString(), "");
+    EXPECT_EQ(client.serviceProcessId(), QCoreApplication::applicationPid());
     EXPECT_EQ(codeOf(client.call(AiClient::Info, 1001)), 1001u);
-    client.disconnectFromService();
-    EXPECT_EQ(ends.size(), 2);
+    client.request(AiClient::Info, 1002, {}, {}, {});
+    ASSERT_TRUE(client.connectToService());
+    EXPECT_EQ(ends.size(), 2) << "the former connection has ended";
+    EXPECT_TRUE(eventually([&] { return service.requests().size() == 5; })) << "and nothing was lost with it";
+    EXPECT_EQ(codeOf(client.call(AiClient::Info, 1003)), 1003u);
+}
+
+TEST_F(AiClientTest, ItsDeletionCallsNobodyBack)
+{
+    EXPECT_NE(QMetaType::type("AiEvent"), int(QMetaType::UnknownType)) << "events may be queued";
+    auto deleted = std::make_unique<AiClient>();
+    ASSERT_TRUE(deleted->connectToService());
+    deleted->request(AiClient::Open, 0, {}, {}, [](const AiReply &) { ADD_FAILURE(); });
+    deleted.reset();
+    EXPECT_TRUE(eventually([this] { return service.clientCount() == 1; }));
 }
 
 /// Of the service's answers to a request that it could not read, nobody can tell which that was.
@@ -147,15 +168,19 @@ TEST_F(AiClientTest, ARequestOfACallbackThatConnectsAnewTimesOutToo)
 
 TEST_F(AiClientTest, GarbageEndsTheConnectionWithAReason)
 {
-    for (const auto *garbage : {"ffffffffffffffff", "0000000900000008", "0000000000000000", // lengths
-                                "00000009000000090000000200000000ff",    // an int, not a map
-                                "000000090000000900000008007fffffff"}) { // a count without entries
+    const std::pair<const char *, const char *> reasons[] = {
+        {"ffffffffffffffff", "something that is not a frame"},
+        {"0000000900000008", "something that is not a frame"},
+        {"0000000000000000", "a frame without a map: a value is cut off"},
+        {"00000009000000090000000200000000ff", "a frame without a map: another value"},
+        {"000000090000000900000008007fffffff", "a frame without a map: count 2147483647 goes beyond"}};
+    for (const auto &[garbage, reason] : reasons) {
         ends.clear();
         service.sendBytes(QByteArray::fromHex(garbage));
         ASSERT_TRUE(eventually([&] { return ends.size() == 1; })) << garbage;
         EXPECT_FALSE(client.isConnected());
         EXPECT_EQ(client.errorString(), ends[0]);
-        EXPECT_THAT(ends[0].toStdString(), HasSubstr("frame"));
+        EXPECT_THAT(ends[0].toStdString(), HasSubstr(reason));
         ASSERT_TRUE(eventually([&] { return service.clientCount() == 0; }));
         ASSERT_TRUE(client.connectToService());
         ASSERT_TRUE(eventually([&] { return service.clientCount() == 1; }));

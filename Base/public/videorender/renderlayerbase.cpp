@@ -11,8 +11,6 @@ namespace {
 // ES 2 knows neither and Qt's header for it does not tell; in the contexts that have it, it is this.
 constexpr GLenum unpackRowLength = 0x0CF2;
 
-constexpr int cornerAttribute = 0;
-
 const char *const vertexShader = R"(
 attribute vec2 corner;
 uniform mat3 unitToClip;
@@ -89,7 +87,6 @@ bool RenderLayerBase::build()
 
     const QByteArray fragment =
         fragmentHead + sampling(m_textures.size(), m_colour) + (m_isYuv ? yuvTail : rgbTail);
-    m_program.bindAttributeLocation("corner", cornerAttribute);
     if (!m_program.addShaderFromSourceCode(QOpenGLShader::Vertex, vertexShader) ||
         !m_program.addShaderFromSourceCode(QOpenGLShader::Fragment, fragment) || !m_program.link()) {
         qWarning().noquote() << "no shaders for the video:" << m_program.log();
@@ -179,9 +176,9 @@ void RenderLayerBase::draw(const GeometryEngine &geometry, const ColourSettings 
     }
     glActiveTexture(GL_TEXTURE0);
 
-    m_program.enableAttributeArray(cornerAttribute);
-    m_program.setAttributeArray(cornerAttribute, corners, 2);
+    m_program.enableAttributeArray("corner");
+    m_program.setAttributeArray("corner", corners, 2);
     glDrawArrays(GL_TRIANGLE_STRIP, 0, GLsizei(std::size(corners) / 2));
-    m_program.disableAttributeArray(cornerAttribute);
+    m_program.disableAttributeArray("corner");
     m_program.release();
 }
