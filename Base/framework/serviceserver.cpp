@@ -56,8 +56,6 @@ ServiceServer::ServiceServer(QString name, IService *hosted, QObject *parent)
     connect(this, &ServiceServer::initSignal, this, &ServiceServer::initSlot);
     connect(&flushTimer, &QTimer::timeout, this, &ServiceServer::flushSocket);
     connect(serverThread, &QThread::finished, &flushTimer, &QTimer::stop);
-    flushTimer.setInterval(flushInterval);
-    flushTimer.setSingleShot(true);
     flushTimer.moveToThread(serverThread);
     clock.start();
     serverThread->start(QThread::InheritPriority);
@@ -331,7 +329,7 @@ void ServiceServer::awaitFlush(quint64 serial, int gathered)
     const bool quiet = flushed == flushTimes.cend() || clock.elapsed() - *flushed >= flushInterval;
     if (!quiet && runningRequests.value(serial) > 0 && gathered < flushedTogether) {
         if (!flushTimer.isActive())
-            flushTimer.start();
+            flushTimer.start(flushInterval);
         return;
     }
     if (flushPosted)

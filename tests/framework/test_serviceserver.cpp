@@ -1,4 +1,6 @@
+#include "counters.h"
 #include "eventually.h"
+#include "imageblock.h"
 #include "iservice.h"
 #include "logcapture.h"
 #include "serviceserver.h"
@@ -8,10 +10,13 @@
 
 #include <QFile>
 #include <QSemaphore>
+#include <QSharedMemory>
 #include <QUrl>
 
+#include <future>
 #include <memory>
 #include <sys/resource.h>
+#include <thread>
 
 namespace {
 
@@ -27,7 +32,10 @@ enum Command
 class ScriptedService : public IService
 {
 public:
-    ScriptedService() : IService("AI", false) {}
+    explicit ScriptedService(const QString &name = "AI", bool withShareMemory = false)
+        : IService(name, withShareMemory)
+    {
+    }
 
     QVariantMap open(const QString &) override { return {}; }
     QVariantMap close(const QString &) override { return {}; }
@@ -60,6 +68,12 @@ public:
     {
         ++resets;
         return false;
+    }
+
+    bool knowsDeadlines()
+    {
+        QMutexLocker lock(&deadlineMutex);
+        return !requestDeadlines.isEmpty();
     }
 
     QSemaphore waiting;
@@ -127,9 +141,12 @@ TEST_F(ServiceServerTest, FramesMayArriveTogetherOrInPieces)
 {
     TestClient client;
     const QByteArray one = TestClient::frame(makeRequest(Kind::execute, echo, 1));
-    client.sendBytes(one + one);
-    EXPECT_EQ(client.receive()["rsp_data"], 1);
-    EXPECT_EQ(client.receive()["rsp_data"], 1);
+    client.send(makeRequest(Kind::execute, hold));
+    client.sendBytes(one.repeated(100));
+    for (int i = 0; i < 100; ++i)
+        ASSERT_EQ(client.receive()["rsp_data"], 1) << "while another one takes its time";
+    service.gate.release();
+    EXPECT_EQ(client.receive()["rsp_data"], QVariant());
 
     // The last piece is larger than four bytes: the reading starts when all but four are there.
     for (const QByteArray &piece : {one.left(3), one.mid(3, 6), one.mid(9, 20), one.mid(29)})
@@ -138,6 +155,95 @@ TEST_F(ServiceServerTest, FramesMayArriveTogetherOrInPieces)
 
     const QByteArray large(20000000, 'x');
     EXPECT_EQ(client.execute(echo, large)["rsp_data"].toByteArray().size(), large.size());
+}
+
+TEST_F(ServiceServerTest, CountsWhatPassesAndKeepsNothingOfIt)
+{
+    counters::Page &page = counters::page();
+    const auto rowOf = [&](int kind, unsigned code) -> counters::RequestRow & {
+        counters::add(page.requests, counters::requestKey(kind, code), "request");
+        return counters::find(page.requests, counters::requestKey(kind, code));
+    };
+    const counters::RequestRow &good = rowOf(3, echo), &bad = rowOf(3, fail), &info = rowOf(4, 5),
+                               &opening = rowOf(1, 0);
+    counters::add(page.events, 1011, "event");
+    const counters::EventRow &event = counters::find(page.events, 1011);
+    const auto sent = [&] { return page.traffic.sentMessages.value(); };
+    // Servers that ended before may have left connections behind.
+    const auto connected = [&, left = page.traffic.connections.value()] {
+        return page.traffic.connections.value() - left;
+    };
+    const auto waiting = [&] {
+        return page.traffic.waitingMessages.value() + page.traffic.waitingBytes.value();
+    };
+    const auto waitingBefore = waiting();
+    const auto ever = page.traffic.connectionsEver.value(), before = sent(),
+               bytesBefore = page.traffic.sentBytes.value();
+    qint64 bytes = 0;
+    {
+        TestClient client;
+        client.inspect = [&](const QVariantMap &, const QVariantMap &message) {
+            bytes += wire::encodePayload(message).size();
+        };
+        client.execute(echo, QByteArray(1000, 'x'));
+        for (int i = 0; i < 2; ++i)
+            client.execute(fail);
+        client.info(5);
+        client.open();
+        client.execute(sendEvents, "text");
+        client.event(1022);
+        EXPECT_TRUE(eventually([&] { return sent() == before + 8; })) << "six replies and two events";
+        EXPECT_EQ(page.traffic.sentBytes.value(), bytesBefore + bytes);
+        EXPECT_EQ(connected(), 1);
+        EXPECT_EQ(page.traffic.connectionsEver.value(), ever + 1);
+    }
+    EXPECT_TRUE(eventually([&] { return connected() == 0; }));
+    const std::pair<const counters::RequestRow *, std::pair<int, int>> rows[] = {
+        {&good, {1, 0}}, {&bad, {2, 2}}, {&info, {1, 0}}, {&opening, {1, 0}}};
+    for (const auto &[row, expected] : rows) {
+        EXPECT_EQ(row->requests.value(), expected.first) << row->head.key;
+        EXPECT_EQ(row->failed.value(), expected.second) << row->head.key;
+        EXPECT_GT(row->time.value(), 0);
+        EXPECT_GT(row->longest.value(), 0);
+    }
+    EXPECT_EQ(event.events.value(), 1);
+    EXPECT_GT(event.newest.value(), 0);
+    EXPECT_EQ(waiting(), waitingBefore);
+    EXPECT_TRUE(eventually([&] { return page.traffic.requestsUnderWay.value() == 0; }));
+    EXPECT_FALSE(service.knowsDeadlines());
+    EXPECT_EQ(QFile::permissions(qEnvironmentVariable("TMPDIR") + "/AI") & ~QFile::Permissions(0x7700),
+              QFile::Permissions())
+        << "nobody else may connect";
+}
+
+TEST_F(ServiceServerTest, ItsEndWaitsForTheCommandThatRuns)
+{
+    TestClient client;
+    client.send(makeRequest(Kind::execute, hold));
+    service.waiting.acquire();
+    std::atomic<bool> ended{false};
+    const auto release = std::async(std::launch::async, [&] {
+        // Time enough for an end that does not wait; no time is too long for one that does.
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        EXPECT_FALSE(ended);
+        service.gate.release();
+    });
+    server.reset();
+    ended = true;
+}
+
+TEST(Service, WritesIntoASegmentOfItsOwn)
+{
+    ScriptedService service("Frames", true);
+    QSharedMemory segment("Frames");
+    ASSERT_TRUE(segment.attach(QSharedMemory::ReadOnly));
+    EXPECT_EQ(segment.size(), 124 + 3 * (136 + 1920 * 1080 * 4));
+    ImageBlock ib;
+    char pixel = 0;
+    ib.data = &pixel;
+    ib.size = 1;
+    service.sendImageBlock(ib);
+    EXPECT_TRUE(eventually([&] { return static_cast<const ShmHeader *>(segment.constData())->used == 1; }));
 }
 
 /// The two lengths of a frame: the first one tells when to read, the second one how much.

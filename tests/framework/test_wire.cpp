@@ -50,7 +50,10 @@ QVariantList everyType()
     QVariantList values;
     values << QVariant() << QVariantMap{{"a", 1}, {"A", "x"}} << QVariantHash{{"h", 1}}
            << QString("text \u4e2d") << QStringList{"a", "", "b"} << QByteArray("bytes")
-           << QBitArray(13, true);
+           << QBitArray(13, true) << QBitArray(8, true);
+    // The smallest entries, of which as many as can be fill the rest of the bytes.
+    values << QVariantMap{{"", QVariant()}} << QVariantHash{{"", QVariant()}} << QStringList{""};
+    values.append(QVariant(QVariantList{QVariant()}));
     values.append(QVariantList{1, "two", QVariant(), QVariantList{3}});
     values << day << time << QDateTime(day, time, Qt::UTC) << QDateTime(day, time, Qt::OffsetFromUTC, 3600)
            << QRect(1, 2, 3, 4) << QRectF(1.5, 2, 3, 4) << QLineF(1, 2, 3, 4) << QUuid::createUuid();
@@ -94,6 +97,9 @@ TEST(Wire, BytesThatEndTooEarlyDoNotParse)
     for (int length = 0; length < sent.size(); ++length)
         ASSERT_FALSE(wire::decodePayload(sent.left(length)).isValid()) << length;
     EXPECT_TRUE(wire::decodePayload(sent).isValid());
+    for (const QVariant &value : {QVariant(QString(20, 'x')), QVariant(QByteArray(20, 'x')),
+                                  QVariant(QBitArray(9)), QVariant(QBitArray(160))})
+        EXPECT_THAT(refusal(wire::encodePayload(value).chopped(1)), HasSubstr("goes beyond the frame"));
 }
 
 TEST(Wire, OtherTypesDoNotParse)
