@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <spdlog/spdlog.h>
 
+#include <QDateTime>
 #include <QElapsedTimer>
 #include <QRegularExpression>
 #include <QTemporaryFile>
@@ -68,16 +69,37 @@ TEST_F(LogTest, EachLevelHasItsLineAndFunctionNamesAreShort)
     log(QtDebugMsg, "a", "void A::debug(int)");
     log(QtWarningMsg, "b");
     log(QtCriticalMsg, "c {} {0} {x} %s", nullptr);
+    log(QtWarningMsg, "\u0080");
     log(QtMsgType(7), "nothing");
     for (const char *signature :
          {"int B::info(const QString &) const", "main", "void A::f(B (*)(int))", " f()", "(anonymous)"})
         log(QtInfoMsg, "d", signature);
-    EXPECT_EQ(lines(),
-              (QStringList{"[debug] a\t\t\t==>>( A::debug:7,)\r", "[warning] b    ==>>(:7)\r",
-                           "[critical] c {} {0} {x} %s    ==>>(:7)\r", "[info] d    ==>>( B::info:7)\r",
-                           "[info] d    ==>>(main:7)\r", "[info] d    ==>>( (*):7)\r",
-                           "[info] d    ==>>( f:7)\r", "[info] d    ==>>((anonymous):7)\r", ""}));
+    EXPECT_EQ(lines(), (QStringList{"[debug] a\t\t\t==>>( A::debug:7,)\r", "[warning] b    ==>>(:7)\r",
+                                    "[critical] c {} {0} {x} %s    ==>>(:7)\r",
+                                    "[warning] \u0080    ==>>(:7)\r", "[info] d    ==>>( B::info:7)\r",
+                                    "[info] d    ==>>(main:7)\r", "[info] d    ==>>( (*):7)\r",
+                                    "[info] d    ==>>( f:7)\r", "[info] d    ==>>((anonymous):7)\r", ""}));
     EXPECT_EXIT(qFatal("the end"), testing::KilledBySignal(SIGABRT), "");
+}
+
+TEST_F(LogTest, FileAndLineTellTheTimeOfTheClock)
+{
+    const QDateTime before = QDateTime::currentDateTime();
+    start();
+    const QDateTime beforeLine = QDateTime::currentDateTime();
+    log(QtInfoMsg, "a");
+    const QDateTime after = QDateTime::currentDateTime();
+    MyLog::flush();
+    const QString name = m_folder.entryList(QDir::Files).value(0);
+    const auto opened = QDateTime::fromString(name, "'AI_'yyyy-MM-dd_hh-mm-ss'.log'");
+    EXPECT_GT(opened.addSecs(1), before) << name.toStdString();
+    EXPECT_LE(opened, after);
+    QFile file(m_folder.filePath(name));
+    ASSERT_TRUE(file.open(QFile::ReadOnly));
+    const QByteArray head = file.read(13);
+    const QDateTime written(after.date(), QTime::fromString(head, "'['hh:mm:ss:zzz"));
+    EXPECT_GE(written, beforeLine) << head.constData();
+    EXPECT_LE(written, after) << head.constData();
 }
 
 TEST_F(LogTest, OnlyInfoIsCutAndBytesAreCounted)
@@ -97,10 +119,10 @@ TEST_F(LogTest, OnlyInfoIsCutAndBytesAreCounted)
 TEST_F(LogTest, PicturesAreTheirKindLengthAndHash)
 {
     start();
-    const QString face = "data:image/jpg;base64,/9j/" + QString(20000, 'A') + "+/Z==";
+    const QString face = "data:image/jpg;base64,/azAZ09/" + QString(19996, 'A') + "+/Z==";
     log(QtDebugMsg, "faceImg: " + face);
-    log(QtWarningMsg,
-        QString("{\"a\": \"%1\", \"b\": [\"data:image/png,%2\"], \"c\": 1}").arg(face, "AB CD\r\nEF"));
+    log(QtWarningMsg, QString("{\"a\": \"%1\", \"b\": [\"data:image/%2\"], \"c\": 1}")
+                          .arg(face, "twenty1azAZ09letters5,AB CD\r\nEF"));
     log(QtInfoMsg, face + ": " + QString(9000, 'x'));
     const QStringList written = lines();
     ASSERT_EQ(written.size(), 4) << "also line ends inside of a picture are taken out";
@@ -108,7 +130,8 @@ TEST_F(LogTest, PicturesAreTheirKindLengthAndHash)
     const QString hash = picture.match(written[0]).captured(1);
     EXPECT_EQ(written[0], "[debug] faceImg: <picture jpg, 20031 characters, " + hash + ">\t\t\t==>>(:7,)\r");
     EXPECT_EQ(picture.match(written[1]).captured(1), hash);
-    EXPECT_THAT(written[1].toStdString(), testing::HasSubstr("\"b\": [\"<picture png, 24 characters, "));
+    EXPECT_THAT(written[1].toStdString(),
+                testing::HasSubstr("\"b\": [\"<picture twenty1azAZ09letters, 42 characters, "));
     EXPECT_THAT(written[1].toStdString(), testing::HasSubstr(">\"], \"c\": 1}    ==>>"));
     EXPECT_EQ(written[2].count('x'), 9000) << "the cut counts what is written";
     EXPECT_FALSE(written.join("").contains("AAAA"));
@@ -116,6 +139,15 @@ TEST_F(LogTest, PicturesAreTheirKindLengthAndHash)
 
 TEST_F(LogTest, ThresholdHoldsForFileAndConsole)
 {
+    for (const int level : {0, 1, 3, 4}) {
+        start(level);
+        for (QtMsgType type : {QtDebugMsg, QtInfoMsg, QtWarningMsg, QtCriticalMsg})
+            log(type, "text");
+        log(QtFatalMsg, "text");
+        EXPECT_EQ(lines().size(), 5 - level + 1);
+        spdlog::drop_all();
+        m_folder.removeRecursively();
+    }
     start(2);
     MyLog::setConsole(true);
     testing::internal::CaptureStdout();
@@ -143,7 +175,8 @@ TEST_F(LogTest, ATerminalGetsItsLines)
     dup2(usual, STDOUT_FILENO);
     char text[1000] = {};
     EXPECT_GT(read(terminal, text, sizeof text - 1), 0);
-    EXPECT_TRUE(QByteArray(text).contains("shown")) << text;
+    EXPECT_TRUE(QByteArray(text).contains("] [warning] shown    ==>>(:7)\r")) << text;
+    EXPECT_EQ(QByteArray(text).count('['), 3) << "the line as the file has it";
     for (const int file : {terminal, inside, usual})
         close(file);
 }

@@ -314,9 +314,8 @@ void appendHead(Line &line, spdlog::log_clock::time_point now, spdlog::level::le
         timeOfDay = fmt::format("[{:02}:{:02}:{:02}:", local.tm_hour, local.tm_min, local.tm_sec);
     }
     append(line, timeOfDay);
-    const auto thousandths = (time - second).count();
-    for (const auto digit : {thousandths / 100, thousandths / 10 % 10, thousandths % 10})
-        line.push_back(static_cast<char>('0' + digit));
+    const fmt::format_int thousandths(1000 + (time - second).count());
+    append(line, {thousandths.data() + 1, 3});
     append(line, thread);
     const auto name = spdlog::level::to_string_view(level);
     append(line, {name.data(), name.size()});
@@ -390,7 +389,6 @@ void MyLog::init(QString name, QDir folder, QStringList categories, int level, q
     settings().folder = folder;
     settings().infoLimit = quint64(infoLimit);
 
-    settings().consoleSink.reset();
     if (isTerminal()) {
         settings().consoleLogger = spdlog::stdout_color_mt("console");
     } else {
@@ -471,8 +469,6 @@ void MyLog::messageHandler(QtMsgType type, const QMessageLogContext &context, co
         line.resize(line.size() - 1);
     }
     write(*file);
-    if (type == QtFatalMsg) {
-        writeAtOnce();
-        std::abort();
-    }
+    if (type == QtFatalMsg)
+        writeAtOnce(); // then Qt aborts
 }
