@@ -62,7 +62,7 @@ TEST_P(GeometryTest, FitFillAndOneToOnePutTheCornersWhereTheyBelong)
     EXPECT_EQ(shownBy(*display).pixel(100, 96), brown) << "a bar above";
     EXPECT_EQ(shownBy(*display).pixel(100, 203), brown) << "and below";
 
-    show({200, 300}, {100, 50}, DisplayFill);
+    show({200, 300}, {100, 50}, 1);
     EXPECT_EQ(corners({0, 0, 200, 300}), (QList<QRgb>{0xff808080, 0xff808080, 0xff808080, 0xff808080}))
         << "the sides are cut off, nothing above and below";
 
@@ -73,6 +73,8 @@ TEST_P(GeometryTest, FitFillAndOneToOnePutTheCornersWhereTheyBelong)
 
     display->followDisplayModel();
     EXPECT_EQ(display->geometryEngine().mode(), GeometryEngine::Fill) << "told by the frame";
+    show({200, 300}, {100, 50}, 2);
+    EXPECT_EQ(corners({0, 100, 200, 100}), (QList<QRgb>{red, green, white, blue})) << "a value of no meaning";
 }
 
 TEST_P(GeometryTest, TurnedAndMirroredFramesAndTheWayBack)

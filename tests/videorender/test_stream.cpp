@@ -160,8 +160,9 @@ TEST_P(StreamTest, ImpossibleBlocksAreRefusedWithALineAndNotRead)
     display->showBytes(bytes.data(), 12, 2, 2, -6, RGB);
     EXPECT_EQ(log.takeLines().size(), 2);
     EXPECT_EQ(middleOf(*display), 0xff0000c0) << "the last good frame stays";
-    display->showBlock(block(12, 2, 2, RGB));
+    display->showBlock(block(12, 4, 1, RGB));
     EXPECT_EQ(middleOf(*display), 0xff000000);
+    EXPECT_EQ(display->frame().size(), QSize(4, 1));
 }
 
 TEST_P(StreamTest, AGiverIsNeverHeldUpAndTheNewestFrameIsShown)
@@ -283,6 +284,7 @@ TEST(VideoDisplay, AsksForTheOldFormatsWhateverTheProgramsDefaultIs)
     core.setProfile(QSurfaceFormat::CoreProfile);
     QSurfaceFormat::setDefaultFormat(core);
     EXPECT_EQ(VideoRender::surfaceFormat().version(), qMakePair(2, 1));
+    EXPECT_EQ(VideoRender::surfaceFormat().profile(), QSurfaceFormat::NoProfile);
     VideoRender render;
     QSurfaceFormat::setDefaultFormat(usual);
     showAs(render, {64, 64});
