@@ -124,8 +124,9 @@ TEST_F(LogTest, PicturesAreTheirKindLengthAndHash)
     log(QtWarningMsg, QString("{\"a\": \"%1\", \"b\": [\"data:image/%2\"], \"c\": 1}")
                           .arg(face, "twenty1azAZ09letters5,AB CD\r\nEF"));
     log(QtInfoMsg, face + ": " + QString(9000, 'x'));
+    log(QtInfoMsg, "data:image/png,AB");
     const QStringList written = lines();
-    ASSERT_EQ(written.size(), 4) << "also line ends inside of a picture are taken out";
+    ASSERT_EQ(written.size(), 5) << "also line ends inside of a picture are taken out";
     const QRegularExpression picture("<picture jpg, 20031 characters, ([0-9a-f]{8})>");
     const QString hash = picture.match(written[0]).captured(1);
     EXPECT_EQ(written[0], "[debug] faceImg: <picture jpg, 20031 characters, " + hash + ">\t\t\t==>>(:7,)\r");
@@ -134,6 +135,7 @@ TEST_F(LogTest, PicturesAreTheirKindLengthAndHash)
                 testing::HasSubstr("\"b\": [\"<picture twenty1azAZ09letters, 42 characters, "));
     EXPECT_THAT(written[1].toStdString(), testing::HasSubstr(">\"], \"c\": 1}    ==>>"));
     EXPECT_EQ(written[2].count('x'), 9000) << "the cut counts what is written";
+    EXPECT_THAT(written[3].toStdString(), testing::StartsWith("[info] <picture png, 17 characters, "));
     EXPECT_FALSE(written.join("").contains("AAAA"));
 }
 
