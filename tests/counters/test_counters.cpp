@@ -1,6 +1,7 @@
 #include "counterfields.h"
 #include "counters.h"
 #include "countersreader.h"
+#include "processusage.h"
 
 #include <gmock/gmock.h>
 
@@ -10,6 +11,7 @@
 #include <QTemporaryDir>
 
 #include <thread>
+#include <unistd.h>
 
 using testing::HasSubstr;
 
@@ -120,6 +122,16 @@ TEST_F(CountersPage, WhatIsNoPageIsToldAndReplaced)
     counters::page().frames.read.add();
     EXPECT_EQ(counters::page().frames.read.value(), before + 1);
     EXPECT_EQ(QDir(folder.path()).entryList(QDir::Files), QStringList{"other"});
+}
+
+TEST(ProcessUsage, TellsTheMemoryThatIsHeld)
+{
+    QFile file("/proc/self/statm");
+    ASSERT_TRUE(file.open(QFile::ReadOnly));
+    const double held = file.readAll().split(' ').value(1).toDouble() * double(sysconf(_SC_PAGESIZE));
+    const auto usage = counters::usageOf(QCoreApplication::applicationPid());
+    ASSERT_TRUE(usage);
+    EXPECT_NEAR(double(usage->residentBytes), held, held / 2);
 }
 
 TEST(CountersRows, WhatHasNoRowGoesToTheFirstOne)
