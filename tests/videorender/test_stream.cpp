@@ -292,4 +292,19 @@ TEST(VideoDisplay, AsksForTheOldFormatsWhateverTheProgramsDefaultIs)
     EXPECT_EQ(middleOf(render), 0xff10f020);
 }
 
+TEST(VideoRender, DrawsWhicheverBufferIsBound)
+{
+    VideoRender render;
+    showAs(render, {64, 64});
+    render.makeCurrent();
+    auto *const gl = render.context()->functions();
+    GLuint buffer = 0;
+    gl->glGenBuffers(1, &buffer);
+    gl->glBindBuffer(GL_ARRAY_BUFFER, buffer);
+    gl->glBufferData(GL_ARRAY_BUFFER, 64, nullptr, GL_STATIC_DRAW);
+    render.doneCurrent();
+    give(render, {64, 64}, 0xff10f020);
+    EXPECT_EQ(middleOf(render), 0xff10f020);
+}
+
 } // namespace

@@ -26,6 +26,8 @@ std::int64_t now()
 ImageReader::ImageReader(const QString &segmentKey, QObject *parent)
     : QObject(parent), changeID("start"), key(segmentKey)
 {
+    qRegisterMetaType<ImageBlock>("ImageBlock");
+
     thread = new QThread(this);
     timer = createThreadTimer(thread, pollInterval);
     connect(timer, &QTimer::timeout, this, &ImageReader::readDataSlot, Qt::DirectConnection);

@@ -27,6 +27,7 @@ ShmHeader emptyRing(int blockCount, unsigned int blockSize)
         header.capacity = blockCount;
     }
     header.totalSize = header.stride * header.capacity + std::int32_t(sizeof(ShmHeader));
+    std::strcpy(header.changeID, "create-changeID");
     return header;
 }
 
@@ -53,7 +54,10 @@ ImageWritter::~ImageWritter()
     qInfo() << "force to release key";
     releaseKey();
     endThreadTimer(timer, thread);
-    memory.detach();
+    if (memory.isAttached()) {
+        memory.unlock();
+        memory.detach();
+    }
     qDebug() << "force to release key";
     releaseKey();
 }

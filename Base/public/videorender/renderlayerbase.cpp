@@ -176,6 +176,7 @@ void RenderLayerBase::draw(const GeometryEngine &geometry, const ColourSettings 
     }
     glActiveTexture(GL_TEXTURE0);
 
+    glBindBuffer(GL_ARRAY_BUFFER, 0); // whatever a widget derived from ours draws with
     m_program.enableAttributeArray("corner");
     m_program.setAttributeArray("corner", corners, 2);
     glDrawArrays(GL_TRIANGLE_STRIP, 0, GLsizei(std::size(corners) / 2));
