@@ -10,6 +10,8 @@
 #include <QDir>
 #include <QFile>
 
+#include <limits>
+
 using ::testing::ElementsAre;
 
 namespace {
@@ -46,12 +48,12 @@ TEST_F(Settings, DefaultsStandAndOneKeyFeedsBothConfigurationPaths)
     EXPECT_EQ(config.smileThre, 0.75F);
     EXPECT_EQ(config.keepLogDays, 0);
 
-    load("[AIService]\nmodelpath=/somewhere/else\nmodel_config=common.ini\nSSD_model=/abs/body.bin\n"
+    load("[AIService]\nmodelpath=/somewhere/else\nmodel_config=common.ini\nSSD_model=/abs/körper.bin\n"
          "keepLogDays=7\n"
          "[AIConfig]\nfetchGalleryThre=0.5\nsmileThre=0.8\ndetectGalleryThre=nonsense\n");
     EXPECT_EQ(config.modelConfigPath, "/somewhere/else/common.ini");
     EXPECT_EQ(config.cmuConfigPath, "/somewhere/else/common.ini");
-    EXPECT_EQ(config.ssdModelPath, "/abs/body.bin");
+    EXPECT_EQ(config.ssdModelPath, "/abs/körper.bin");
     EXPECT_EQ(config.handupModelPath, "/somewhere/else/cls_handup_v3.0.1.bin");
     EXPECT_EQ(config.fetchGalleryThre, 0.5);
     EXPECT_EQ(config.smileThre, 0.8F);
@@ -133,6 +135,7 @@ TEST_F(Wrappers, FaceIdActionsSucceedAsTheRecogniserSays)
     scripted::FaceID &ids = *recognisers.ids;
     EXPECT_EQ(act(FaceIDModel::Register), Outcome(true, true, 0, false));
     EXPECT_EQ(act(FaceIDModel::RegisterAndExtract), Outcome(true, true, 1, true));
+    EXPECT_EQ(act(FaceIDModel::RegisterAs, 0), Outcome(true, true, 0, false));
     EXPECT_EQ(act(FaceIDModel::RegisterAs, 7), Outcome(true, true, 7, false));
     EXPECT_EQ(act(FaceIDModel::Identify), Outcome(true, true, 0, false));
     EXPECT_EQ(act(FaceIDModel::Extract), Outcome(true, true, -1, true));
@@ -222,6 +225,68 @@ TEST_F(Wrappers, HeadCropPutsTheEyesLevelAtTheirPlaces)
     EXPECT_GT(heads[0].at<cv::Vec3b>(58, 44)[0], 200);
     EXPECT_GT(heads[0].at<cv::Vec3b>(58, 84)[0], 200);
     EXPECT_LT(heads[0].at<cv::Vec3b>(58, 64)[0], 120);
+}
+
+TEST_F(Wrappers, WhatDoesNotFitIsDroppedAndWildValuesAreBound)
+{
+    const int wild = std::numeric_limits<int>::max();
+    const int bound = 1 << 20;
+    const std::vector<cv::Rect> wildRects{{wild, 1, -wild, 2}};
+    const std::vector<cv::Rect> boundRects{{bound, 1, -bound, 2}};
+    std::size_t count = 1; // of points, in each list that goes with the rectangles
+    recognisers.faces->script = [&](const cv::Mat &, std::vector<cv::Rect> &faces,
+                                    std::vector<std::vector<cv::Point>> &landmarks) {
+        faces = wildRects;
+        landmarks.assign(count, {{wild, 3}, {4, -wild}});
+    };
+    recognisers.bodies->answer = [&](const cv::Mat &, std::vector<cv::Rect> &bodies, std::vector<float> &) {
+        bodies = wildRects;
+        return count == 1 ? 0 : throw std::runtime_error("gone");
+    };
+    recognisers.pose->answer = [&](const cv::Mat &, std::vector<cv::Rect> &bodies,
+                                   std::vector<cv::Mat> &points) {
+        bodies = wildRects;
+        points.resize(count);
+        return 0;
+    };
+    auto faces = manager.createMTCNNModel(frame, true);
+    auto bodies = manager.createSSDModel(frame);
+    auto pose = manager.createCMUModel(frame);
+    EXPECT_TRUE(faces->detect() && bodies->detect() && pose->detect());
+    EXPECT_EQ(faces->m_rects, boundRects);
+    EXPECT_THAT(faces->m_landmarks, ElementsAre(ElementsAre(cv::Point(bound, 3), cv::Point(4, -bound))));
+    EXPECT_EQ(bodies->m_rects, boundRects);
+    EXPECT_EQ(pose->m_rects, boundRects);
+
+    // Nobody in the system asks for these signals.
+    int told = 0;
+    QObject::connect(faces.get(), &MTCNNModel::finished, [&](bool ret) { told += ret ? 1 : 0; });
+    QObject::connect(pose.get(), &CMUModel::finished, [&](bool ret) { told += ret ? 1 : 0; });
+    const auto id = manager.createFaceIDModel(frame, FaceIDModel::Clear, -1);
+    QObject::connect(id.get(), &FaceIDModel::finished, [&](bool ret) { told += ret ? 1 : 0; });
+    for (BaseModel *model :
+         std::initializer_list<BaseModel *>{faces.get(), pose.get(), id.get(), bodies.get()})
+        model->emitFinished(true);
+    EXPECT_EQ(told, 3);
+
+    count = 2;
+    faces = manager.createMTCNNModel(frame, true);
+    bodies = manager.createSSDModel(frame);
+    pose = manager.createCMUModel(frame);
+    EXPECT_FALSE(faces->detect() || bodies->detect() || pose->detect());
+    EXPECT_TRUE(faces->m_rects.empty() && faces->m_scores.empty() && faces->m_landmarks.empty());
+    EXPECT_TRUE(bodies->m_rects.empty());
+    EXPECT_TRUE(pose->m_rects.empty() && pose->m_keyPoints.empty());
+}
+
+TEST_F(Wrappers, AHandIsRuledOutByThreeCropsOneOfThemSure)
+{
+    recognisers.handup->labels = {5, -2, 1, 0, 1, 1, 1, 1, 1, 1, 0, 1, 1, 1, 1, 1, 1, 0, 1, 1, 1};
+    recognisers.handup->scores = {0.1F, 0.79F, 0.8F, 0.9F, 0.9F, 0.9F, 0.9F, 0.1F, 0.1F,  0.9F, 0.9F,
+                                  0.9F, 0.1F,  0.9F, 0.1F, 0.9F, 0.9F, 0.9F, 0.1F, 0.79F, NAN};
+    const auto model = manager.createHandupModel(frame, std::vector<cv::Rect>(7, {100, 200, 50, 60}));
+    ASSERT_TRUE(model->detect());
+    EXPECT_THAT(model->m_states, ElementsAre(1, 0, 1, 0, 1, 0, 0));
 }
 
 TEST_F(Wrappers, HandCropsGrowUpwardsAndStayInsideTheColumns)

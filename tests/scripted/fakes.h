@@ -85,7 +85,7 @@ struct FaceID : mirovane::FaceIDDetection, Called
     {
         if (failRegister)
             return -5;
-        if (id < 0)
+        if (id == -1)
             id = nextID++;
         entries[id] = brightness(face);
         return id;
@@ -219,7 +219,7 @@ struct FaceAttr : mirovane::FaceAttrDetection, Called
         called();
         if (answer)
             return answer(faces.size(), results);
-        results.assign(faces.size(), mirovane::FaceAttrResult{{label}});
+        results.assign(faces.size(), mirovane::FaceAttrResult{{label, 0}});
         return 0;
     }
 

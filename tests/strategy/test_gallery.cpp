@@ -1,3 +1,4 @@
+#include "atonce.h"
 #include "externalgallery.h"
 #include "fixture.h"
 #include "gallerystrategy.h"
@@ -163,6 +164,14 @@ TEST_F(Gallery, OneStudentIsLookedForAroundHisPlace)
     EXPECT_EQ(rectOf(only), cv::Rect(940 + 45, 0 + 35, 100, 100));
 }
 
+TEST_F(Gallery, ParametersMayChangeWhileFramesAreLookedAt)
+{
+    frame = frame(cv::Rect(0, 0, 64, 48));
+    const QVariantMap places[] = {{{"x", 8}, {"y", 8}, {"width", 9}, {"height", 9}, {"stuID", "s"}}, {}};
+    atOnce(200, {[&](int round) { strategy->setParameters(places[round % 2]); },
+                 [&](int) { strategy->handleFrame(frame); }});
+}
+
 TEST_F(Gallery, ThePlacesOfFacesKeepThoseWithTheLargestOffset)
 {
     // All landmarks lie so far to the right of where they belong, those of a second face one pixel farther.
@@ -200,11 +209,11 @@ TEST_F(Gallery, ThePlacesOfFacesKeepThoseWithTheLargestOffset)
     EXPECT_EQ(items.back().offset, 5 * 4 * 4);
     EXPECT_EQ(item.offset, 5 * 3 * 3);
     EXPECT_EQ(item.faceRect, cv::Rect(295, 295, 100, 100));
-    showAt({{320, 300}}, 3);
+    showAt({{1000, 300}, {320, 300}}, 2);
     item = look(60); // no larger
     EXPECT_EQ(item.centre, cv::Point(365, 345));
     EXPECT_EQ(item.faceRect, cv::Rect(295, 295, 100, 100));
-    showAt({{447, 300}}, 4); // 127 farther
+    showAt({{1000, 300}, {447, 300}}, 3); // 127 farther
     item = look(70);
     EXPECT_EQ(items.size(), 2U);
     EXPECT_EQ(item.offset, 5 * 4 * 4);

@@ -28,6 +28,8 @@ TEST(Matching, StrongestOrNearestPairsFirstEachRowAndColumnOnce)
     EXPECT_THAT(match({{}, {}}, 0.1), IsEmpty());
     EXPECT_THAT(match({{NAN, 0.9}, {0.85, NAN}}, 0.8), ElementsAre(Pair(0, 1), Pair(1, 0)));
 
+    EXPECT_TRUE(matching::cropAt({}, 0).empty());
+
     Rows rows{{1, 2}, {1, 2, 3}, {1}, {}};
     matching::equaliseRows(rows);
     EXPECT_EQ(rows, (Rows{{1, 2}, {1, 2}, {1, 0}, {0, 0}}));

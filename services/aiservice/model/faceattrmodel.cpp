@@ -18,9 +18,10 @@ bool FaceAttrModel::fits() const
     return hasLength(m_results.size(), m_rects.size());
 }
 
-bool FaceAttrModel::wearsGlasses(std::size_t i) const
+bool FaceAttrModel::wearsGlasses() const
 {
     constexpr int glassesBit = 1; // of the first label
-    return i < m_results.size() && !m_results[i].labels.empty() &&
-           (m_results[i].labels.front() & glassesBit) != 0;
+    if (m_results.empty() || m_results.front().labels.empty())
+        return false;
+    return (m_results.front().labels.front() & glassesBit) != 0;
 }

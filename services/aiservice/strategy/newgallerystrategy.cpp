@@ -49,17 +49,22 @@ NewGalleryStrategy::NewGalleryStrategy(const QString &requestID)
 void NewGalleryStrategy::setParameters(const QVariantMap &params)
 {
     QMutexLocker locker(&m_parameterLock);
-    m_rect = rect_util::fromMap(params);
-    m_stuID = params.value(QStringLiteral("stuID")).toString();
+    m_student.face = rect_util::fromMap(params);
+    m_student.stuID = params.value(QStringLiteral("stuID")).toString();
+}
+
+NewGalleryStrategy::Student NewGalleryStrategy::student()
+{
+    QMutexLocker locker(&m_parameterLock);
+    return m_student;
 }
 
 void NewGalleryStrategy::handleFrame(const cv::Mat &frame)
 {
-    m_parameterLock.lock();
-    const cv::Rect rect = m_rect;
-    m_parameterLock.unlock();
-    if (rect.x != 0 && rect.y != 0 && rect.width >= 1 && rect.height >= 1)
-        detectStudentGallery(frame);
+    const Student wanted = student();
+    const cv::Rect &face = wanted.face;
+    if (face.x != 0 && face.y != 0 && face.width >= 1 && face.height >= 1)
+        detectStudentGallery(frame, wanted);
     else
         detectClassGallery(frame);
 }
@@ -159,18 +164,14 @@ void NewGalleryStrategy::recognise(const People &people, const std::vector<cv::M
     }
 }
 
-void NewGalleryStrategy::detectStudentGallery(const cv::Mat &frame)
+void NewGalleryStrategy::detectStudentGallery(const cv::Mat &frame, const Student &student)
 {
-    m_parameterLock.lock();
-    const cv::Rect student = rect_util::bounded(m_rect);
-    const QString stuID = m_stuID;
-    m_parameterLock.unlock();
-
+    const cv::Rect place = rect_util::bounded(student.face);
     const int margin = AIConfig::instance().studentRoiMargin;
-    const int x = std::max(student.x - margin, 0);
-    const int y = std::max(student.y - margin, 0);
-    const int width = std::min(frame.cols - x, student.width + 2 * margin);
-    const int height = std::min(frame.rows - y, student.height + 2 * margin);
+    const int x = std::max(place.x - margin, 0);
+    const int y = std::max(place.y - margin, 0);
+    const int width = place.width + 2 * margin;
+    const int height = place.height + 2 * margin;
     // Empty for a student whose place lies outside the frame: then there is no face.
     const cv::Mat region = frame(rect_util::clipped(cv::Rect(x, y, width, height), frame.size())).clone();
     const auto detector = ModelManager::instance().createMTCNNModel(region, true);
@@ -184,11 +185,11 @@ void NewGalleryStrategy::detectStudentGallery(const cv::Mat &frame)
 
     detector->expandFaces();
     const cv::Rect face = detector->m_rects.front() + cv::Point(x, y);
-    QVariantMap map = galleryEntry(0, stuID, matching::cropAt(detector->cropHeads(identifyEyes), 0),
+    QVariantMap map = galleryEntry(0, student.stuID, matching::cropAt(detector->cropHeads(identifyEyes), 0),
                                    matching::cropAt(detector->cropHeads(showEyes), 0), face);
     map.insert(QStringLiteral("isDetected"), 0);
     qInfo().noquote().nospace() << "[Gallery] student info: "
-                                << " stuID: " << stuID << " face" << rect_util::text(face);
+                                << " stuID: " << student.stuID << " face" << rect_util::text(face);
     sendGalleries(frame, {map});
 }
 

@@ -80,16 +80,11 @@ std::map<int, cv::Rect> OneFrameIdStragegy::detectFace()
 
 int OneFrameIdStragegy::bestOverlap(const cv::Rect &rect, const std::vector<cv::Rect> &candidates)
 {
-    int best = -1;
-    double bestRatio = 0.0;
     for (size_t i = 0; i < candidates.size(); ++i) {
-        const double ratio = overlapRatio(rect, candidates[i]);
-        if (ratio >= AIConfig::instance().overlapThreshold && ratio > bestRatio) {
-            best = static_cast<int>(i);
-            bestRatio = ratio;
-        }
+        if (overlapRatio(rect, candidates[i]) >= AIConfig::instance().overlapThreshold)
+            return static_cast<int>(i);
     }
-    return best;
+    return -1;
 }
 
 double OneFrameIdStragegy::overlapRatio(const cv::Rect &a, const cv::Rect &b)
