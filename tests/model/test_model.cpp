@@ -1,5 +1,6 @@
 #include "aiconfig.h"
 #include "atonce.h"
+#include "counters.h"
 #include "messages.h"
 #include "scripted.h"
 
@@ -119,6 +120,8 @@ class Wrappers : public ::testing::Test
 protected:
     ModelManagerTestAccess::Recognisers recognisers;
     ModelManager &manager = ModelManager::instance();
+    const counters::RecogniserRow &counted =
+        counters::page().recognisers.rows[0]; // of all: they have no rows here
     cv::Mat frame = cv::Mat(1080, 1920, CV_8UC3, cv::Scalar(90, 90, 90));
 };
 
@@ -183,9 +186,13 @@ TEST_F(Wrappers, OneCallAtATimeReachesARecogniser)
         [&](int) { manager.createFaceAttrModel(face, cv::Rect(1, 1, 20, 20))->detect(); },
         [&](int) { manager.createFaceEmotionModel(face)->detect(); }};
     for (const auto &use : uses) {
+        const std::int64_t calls = counted.calls.value();
         atOnce(10, {use, use, use});
         EXPECT_EQ(met.exchange(0), 0) << "recogniser " << &use - uses;
+        EXPECT_EQ(counted.calls.value() - calls, 30);
     }
+    EXPECT_GT(counted.waited.value(), 0);
+    EXPECT_GT(counted.longest.value(), 0);
     // And while they are taken out and put in again.
     for (scripted::Called *recogniser : std::initializer_list<scripted::Called *>{
              recognisers.faces.get(), recognisers.ids.get(), recognisers.bodies.get()})
@@ -270,13 +277,35 @@ TEST_F(Wrappers, WhatDoesNotFitIsDroppedAndWildValuesAreBound)
     EXPECT_EQ(told, 3);
 
     count = 2;
+    const std::int64_t failed = counted.failed.value();
     faces = manager.createMTCNNModel(frame, true);
     bodies = manager.createSSDModel(frame);
     pose = manager.createCMUModel(frame);
     EXPECT_FALSE(faces->detect() || bodies->detect() || pose->detect());
     EXPECT_TRUE(faces->m_rects.empty() && faces->m_scores.empty() && faces->m_landmarks.empty());
+    EXPECT_EQ(counted.failed.value() - failed, 3);
     EXPECT_TRUE(bodies->m_rects.empty());
     EXPECT_TRUE(pose->m_rects.empty() && pose->m_keyPoints.empty());
+}
+
+TEST_F(Wrappers, GlassesAreTheLowestBitOfTheFirstLabelOfTheFirstFace)
+{
+    std::vector<mirovane::FaceAttrResult> delivered;
+    recognisers.attributes->answer = [&](std::size_t, std::vector<mirovane::FaceAttrResult> &results) {
+        results = delivered;
+        return 0;
+    };
+    const auto wears = [&](const std::vector<std::vector<int>> &labels) {
+        delivered.clear();
+        for (const std::vector<int> &face : labels)
+            delivered.push_back({face});
+        FaceAttrModel model(frame, recognisers.attributes, std::vector<cv::Rect>(labels.size()));
+        return model.detect() && model.wearsGlasses();
+    };
+    EXPECT_TRUE(wears({{3, 0}, {0}}));
+    EXPECT_FALSE(wears({{6, 1}, {1}}));
+    EXPECT_FALSE(wears({{}, {1}}));
+    EXPECT_FALSE(wears({}));
 }
 
 TEST_F(Wrappers, AHandIsRuledOutByThreeCropsOneOfThemSure)

@@ -219,7 +219,7 @@ struct FaceAttr : mirovane::FaceAttrDetection, Called
         called();
         if (answer)
             return answer(faces.size(), results);
-        results.assign(faces.size(), mirovane::FaceAttrResult{{label, 0}});
+        results.assign(faces.size(), mirovane::FaceAttrResult{{label}});
         return 0;
     }
 

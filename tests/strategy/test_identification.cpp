@@ -38,6 +38,8 @@ TEST(Matching, StrongestOrNearestPairsFirstEachRowAndColumnOnce)
                 ElementsAre(Pair(0U, 0U))); // 9997 and 10000
     EXPECT_THAT(matching::nearestPairs({{5, 0}, {20, 0}, {22, 0}}, {{10, 0}, {30, 0}}, 10000),
                 ElementsAre(Pair(0U, 0U), Pair(2U, 1U)));
+    EXPECT_THAT(matching::nearestPairs({{0, 5}, {0, 20}, {0, 22}}, {{0, 10}, {0, 30}}, 10000),
+                ElementsAre(Pair(0U, 0U), Pair(2U, 1U)));
 }
 
 TEST(Overlap, OnlyTheWholeCounts)

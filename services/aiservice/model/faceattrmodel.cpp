@@ -21,7 +21,8 @@ bool FaceAttrModel::fits() const
 bool FaceAttrModel::wearsGlasses() const
 {
     constexpr int glassesBit = 1; // of the first label
-    if (m_results.empty() || m_results.front().labels.empty())
+    if (m_results.empty())
         return false;
-    return (m_results.front().labels.front() & glassesBit) != 0;
+    const std::vector<int> &labels = m_results.front().labels;
+    return !labels.empty() && (labels.front() & glassesBit) != 0;
 }
