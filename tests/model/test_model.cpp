@@ -95,20 +95,23 @@ TEST_F(Settings, AMissingModelStopsItsStageOnlyAndALaterCallGoesOn)
     ASSERT_TRUE(models.open(QFile::ReadOnly));
     load(models.readAll().replace("[AIService]", "[AIService]\nmodelpath=" MODEL_FOLDER));
     config.setModelLoadFlag(0x40 | 0x1 | 0x8 | 0x200 | 0x8000);
-    const std::string present = config.mtcnnModel3Path;
     const cv::Mat picture(128, 128, CV_8UC3, cv::Scalar::all(90));
     ModelManager &manager = ModelManager::instance();
     EXPECT_FALSE(manager.createSSDModel(picture)->detect());
     EXPECT_FALSE(manager.createFaceIDModel(picture, FaceIDModel::Clear, -1)->detect());
 
-    for (const std::string &bad : {folder.toStdString() + "/missing", path.toStdString()}) { // no model
-        config.mtcnnModel3Path = bad;
+    const std::string noModel = path.toStdString();
+    for (const auto &[file, bad] :
+         {std::pair(&AIConfig::mtcnnModel3Path, folder.toStdString() + "/missing"),
+          std::pair(&AIConfig::mtcnnModel3Path, noModel), std::pair(&AIConfig::mtcnnModel2Path, noModel),
+          std::pair(&AIConfig::mtcnnModel1Path, noModel)}) {
+        const std::string present = std::exchange(config.*file, bad);
         EXPECT_FALSE(manager.init());
         EXPECT_TRUE(manager.createSSDModel(picture)->detect()); // before the missing one
         EXPECT_FALSE(manager.createMTCNNModel(picture, true)->detect());
         EXPECT_TRUE(manager.createFaceIDModel(picture, FaceIDModel::Clear, -1)->detect()); // the second stage
+        config.*file = present;
     }
-    config.mtcnnModel3Path = present;
     EXPECT_TRUE(manager.init());
     EXPECT_TRUE(manager.createMTCNNModel(picture, true)->detect());
     EXPECT_FALSE(manager.createFaceEmotionModel(picture)->detect()) << "which nobody asked for";
@@ -135,6 +138,7 @@ TEST_F(Wrappers, FaceIdActionsSucceedAsTheRecogniserSays)
         return std::tuple(success, model->m_finished, model->m_id, !model->m_feature.empty());
     };
     using Outcome = std::tuple<bool, bool, int, bool>; // success, finished, id, feature
+    EXPECT_EQ(manager.createFaceIDModel(face, FaceIDModel::Identify)->m_id, -1);
     scripted::FaceID &ids = *recognisers.ids;
     EXPECT_EQ(act(FaceIDModel::Register), Outcome(true, true, 0, false));
     EXPECT_EQ(act(FaceIDModel::RegisterAndExtract), Outcome(true, true, 1, true));

@@ -156,6 +156,8 @@ TEST_F(BaseStrategyTest, FramesThatNobodyTakesAreCounted)
     for (int i = 0; i < 10; ++i)
         strategy->offerFrame(frame);
     EXPECT_EQ(counted.queued.value(), 10);
+    EXPECT_EQ(&FrameBacklog().counted(), &counters::page().analyses.rows[0])
+        << "the row of all that have none";
 }
 
 TEST_F(BaseStrategyTest, ABacklogIsBoundedAndDroppedFramesAreNotCounted)

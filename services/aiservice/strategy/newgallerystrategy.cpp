@@ -15,9 +15,6 @@
 
 namespace {
 
-constexpr int identifyEyes = 40;
-constexpr int showEyes = 25;
-
 /// An entry of the event, without "isDetected", whose type differs between the modes.
 QVariantMap galleryEntry(int gid, const QString &stuID, const cv::Mat &faceImg, const cv::Mat &showImg,
                          const cv::Rect &rect)
@@ -86,8 +83,9 @@ void NewGalleryStrategy::detectClassGallery(const cv::Mat &frame)
     const std::vector<cv::Rect> faces = detector->m_rects;
     if (faces.empty())
         qWarning("[Gallery] detect empty");
-    const std::vector<cv::Mat> crops = detector->cropHeads(identifyEyes);
-    const std::vector<cv::Mat> shown = detector->cropHeads(showEyes);
+    const AIConfig &config = AIConfig::instance();
+    const std::vector<cv::Mat> crops = detector->cropHeads(config.identifyEyeDistance);
+    const std::vector<cv::Mat> shown = detector->cropHeads(config.showEyeDistance);
     People people;
     people.reserve(faces.size());
     for (size_t i = 0; i < faces.size(); ++i) {
@@ -123,8 +121,7 @@ void NewGalleryStrategy::recognise(const People &people, const std::vector<cv::M
     std::vector<std::vector<double>> externalRows;
     for (size_t i = 0; i < crops.size(); ++i) {
         if (DataManager::instance()->count() != 0) {
-            const auto model =
-                ModelManager::instance().createFaceIDModel(crops[i], FaceIDModel::IdentifyAll, -1);
+            const auto model = ModelManager::instance().createFaceIDModel(crops[i], FaceIDModel::IdentifyAll);
             if (model->detect() && model->m_id >= 0) {
                 enrolledRows.push_back(std::move(model->m_scores));
                 enrolledFaces.push_back(static_cast<int>(i));
@@ -132,7 +129,7 @@ void NewGalleryStrategy::recognise(const People &people, const std::vector<cv::M
             }
         }
         if (!externals.isEmpty()) {
-            const auto model = ModelManager::instance().createFaceIDModel(crops[i], FaceIDModel::Extract, -1);
+            const auto model = ModelManager::instance().createFaceIDModel(crops[i], FaceIDModel::Extract);
             if (model->detect()) {
                 std::vector<double> row;
                 row.reserve(externals.size());
@@ -167,7 +164,8 @@ void NewGalleryStrategy::recognise(const People &people, const std::vector<cv::M
 void NewGalleryStrategy::detectStudentGallery(const cv::Mat &frame, const Student &student)
 {
     const cv::Rect place = rect_util::bounded(student.face);
-    const int margin = AIConfig::instance().studentRoiMargin;
+    const AIConfig &config = AIConfig::instance();
+    const int margin = config.studentRoiMargin;
     const int x = std::max(place.x - margin, 0);
     const int y = std::max(place.y - margin, 0);
     const int width = place.width + 2 * margin;
@@ -185,8 +183,9 @@ void NewGalleryStrategy::detectStudentGallery(const cv::Mat &frame, const Studen
 
     detector->expandFaces();
     const cv::Rect face = detector->m_rects.front() + cv::Point(x, y);
-    QVariantMap map = galleryEntry(0, student.stuID, matching::cropAt(detector->cropHeads(identifyEyes), 0),
-                                   matching::cropAt(detector->cropHeads(showEyes), 0), face);
+    QVariantMap map =
+        galleryEntry(0, student.stuID, matching::cropAt(detector->cropHeads(config.identifyEyeDistance), 0),
+                     matching::cropAt(detector->cropHeads(config.showEyeDistance), 0), face);
     map.insert(QStringLiteral("isDetected"), 0);
     qInfo().noquote().nospace() << "[Gallery] student info: "
                                 << " stuID: " << student.stuID << " face" << rect_util::text(face);

@@ -52,7 +52,7 @@ std::map<int, cv::Rect> OneFrameIdStragegy::detectFace()
     for (size_t i = 0; i < crops.size(); ++i) {
         if (faces[i].width < config.faceMinSize && faces[i].height < config.faceMinSize)
             continue;
-        const auto model = ModelManager::instance().createFaceIDModel(crops[i], FaceIDModel::IdentifyAll, -1);
+        const auto model = ModelManager::instance().createFaceIDModel(crops[i], FaceIDModel::IdentifyAll);
         if (!model->detect()) {
             qWarning("[faceID] detect failed");
             continue;

@@ -135,7 +135,7 @@ cv::Rect StudentTracker::findFace(const cv::Mat &frame) const
         return cv::Rect();
     const std::vector<cv::Mat> crops = detector->cropHeads(AIConfig::instance().identifyEyeDistance);
     for (size_t i = 0; i < crops.size() && !m_stopping.load(std::memory_order_relaxed); ++i) {
-        const auto model = ModelManager::instance().createFaceIDModel(crops[i], FaceIDModel::Identify, -1);
+        const auto model = ModelManager::instance().createFaceIDModel(crops[i], FaceIDModel::Identify);
         if (!model->detect() || model->m_id != m_faceID)
             continue;
         const cv::Rect face = detector->m_rects[i] + cv::Point(x, y);
