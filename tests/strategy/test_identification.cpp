@@ -92,12 +92,15 @@ TEST_F(Identification, AFaceMustLieInABodyAndBeLargeAndSure)
         run({candidate});
         return status("a");
     };
-    show({300, 300, 29, 29}, 50); // 39 by 39 with its padding
+    show({1000, 300, 90, 90}, 200); // a stranger, who is large enough
+    show({300, 300, 29, 29}, 50);   // 39 by 39 with its padding
     EXPECT_EQ(statusWith({200, 200, 400, 400}), 0);
-    shown.clear();
-    show({300, 300, 30, 20}, 50); // one side of 40 is enough
-    EXPECT_EQ(statusWith({296, 250, 400, 400}), 0);
-    EXPECT_EQ(students::get("a").faceRect, cv::Rect(295, 295, 40, 30)); // sticks out, but is remembered
+    for (const cv::Size &size : {cv::Size(20, 30), cv::Size(30, 20)}) { // one side of 40 is enough
+        shown.clear();
+        show({cv::Point(300, 300), size}, 50);
+        EXPECT_EQ(statusWith({296, 250, 400, 400}), 0); // sticks out, but is remembered
+        EXPECT_EQ(students::get("a").faceRect, cv::Rect(cv::Point(295, 295), size + cv::Size(10, 10)));
+    }
     EXPECT_EQ(statusWith({200, 200, 400, 400}), 1);
     recognisers.ids->matchScore = 0.79;
     EXPECT_EQ(statusWith({200, 200, 400, 400}), 2); // only by place
@@ -119,6 +122,10 @@ TEST_F(Identification, PlacesAreTakenFromTheShrinkingList)
     run({{100, 100, 100, 100}, {500, 100, 100, 100}});
     EXPECT_EQ(status("a"), 2);
     EXPECT_EQ(status("b"), 0);
+    run({{200, 100, 100, 100}}); // 100 away from a
+    EXPECT_EQ(status("a"), 0);
+    run({{199, 114, 100, 100}}); // and a little less
+    EXPECT_EQ(status("a"), 2);
 }
 
 TEST_F(Identification, APassThatOpensClearsTheOneThatRuns)

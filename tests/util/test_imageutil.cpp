@@ -58,6 +58,8 @@ TEST(DataText, KeepsTheChannelOrder)
         ASSERT_EQ(back.size(), crop.size());
         EXPECT_LE(largestError(back, colour), 3);
     }
+    const QImage image = flatImage(QImage::Format_RGB888, QColor(200, 120, 40));
+    EXPECT_EQ(largestError(ai_image::convertQImage2Mat(image), {40, 120, 200}), 0);
     const cv::Mat withAlpha(16, 24, CV_8UC4, cv::Scalar(200, 120, 40, 255));
     const cv::Mat back = ai_image::convertBase642Mat(ai_image::convertMat2Base64(withAlpha));
     ASSERT_EQ(back.size(), withAlpha.size());
