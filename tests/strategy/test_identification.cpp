@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include <deque>
 #include <limits>
 
 using ::testing::ElementsAre;
@@ -45,7 +46,9 @@ TEST(Matching, StrongestOrNearestPairsFirstEachRowAndColumnOnce)
 TEST(Overlap, OnlyTheWholeCounts)
 {
     const auto best = &OneFrameIdStragegy::bestOverlap;
-    EXPECT_EQ(best({10, 10, 5, 5}, {{10, 10, 5, 4}, {11, 10, 50, 50}, {10, 10, 5, 5}, {0, 0, 99, 99}}), 2);
+    EXPECT_EQ(best({10, 20, 5, 8}, {{10, 20, 5, 7}, {10, 20, 4, 8}, {11, 20, 50, 50}, {10, 21, 50, 50}}), -1);
+    EXPECT_EQ(best({10, 20, 5, 8}, {{0, 0, 14, 99}, {10, 20, 5, 8}, {0, 0, 99, 99}}), 1);
+    EXPECT_EQ(best({20, 10, 8, 5}, {{0, 0, 99, 14}, {20, 10, 8, 5}}), 1);
     EXPECT_EQ(best({10, 10, 0, 5}, {{0, 0, 50, 50}}), -1); // no area, no division
     EXPECT_EQ(best({huge, huge, huge, huge}, {{-huge, -huge, huge, huge}}), -1);
 }
@@ -109,6 +112,40 @@ TEST_F(Identification, AFaceMustLieInABodyAndBeLargeAndSure)
     EXPECT_EQ(statusWith({200, 200, 400, 400}), 2);
 }
 
+/// Tells of each face in turn what the test says.
+struct Answers : scripted::FaceID
+{
+    int identifyAll(const cv::Mat &face, int *id, cv::Mat *feature, std::vector<int> *,
+                    std::vector<double> *scores, bool) override
+    {
+        *feature = featureOf(face);
+        std::tie(*id, *scores) = answers.front();
+        answers.pop_front();
+        return 0;
+    }
+    std::deque<std::pair<int, std::vector<double>>> answers;
+};
+
+TEST_F(Identification, TheRecogniserNamesEachFaceAndTheFirstTellsHowManyThereAre)
+{
+    const auto ids = std::make_shared<Answers>();
+    recognisers.ids = ids;
+    recognisers.install();
+    students::enrol(*ids, "a", 50);
+    students::enrol(*ids, "b", 100);
+    show({300, 300, 90, 90}, 50);
+    show({600, 300, 90, 90}, 100);
+    const auto runWith = [&](const decltype(ids->answers) &answers) {
+        ids->answers = answers;
+        run({{250, 250, 200, 400}, {550, 250, 200, 400}});
+        return std::pair(status("a"), status("b"));
+    };
+    EXPECT_EQ(runWith({{-1, {0.9, 0.1}}, {-1, {0.1, 0.9}}}), std::pair(0, 0));
+    EXPECT_EQ(runWith({{-1, {0.1, 0.1}}, {1, {0.1, 0.9}}}), std::pair(0, 1));
+    DataManager::instance()->updateBodyRect(1, {}, 0);
+    EXPECT_EQ(runWith({{0, {0.9}}, {1, {0.1, 0.9}}}), std::pair(1, 0));
+}
+
 TEST_F(Identification, PlacesAreTakenFromTheShrinkingList)
 {
     // Two students at the places of bodies 0 and 1 of three: the second gets the rectangle behind his own.
@@ -122,8 +159,10 @@ TEST_F(Identification, PlacesAreTakenFromTheShrinkingList)
     run({{100, 100, 100, 100}, {500, 100, 100, 100}});
     EXPECT_EQ(status("a"), 2);
     EXPECT_EQ(status("b"), 0);
-    run({{200, 100, 100, 100}}); // 100 away from a
-    EXPECT_EQ(status("a"), 0);
+    for (const cv::Rect &far : {cv::Rect(190, 100, 120, 100), cv::Rect(100, 190, 100, 120)}) {
+        run({far}); // its centre is 100 away from a's
+        EXPECT_EQ(status("a"), 0) << far;
+    }
     run({{199, 114, 100, 100}}); // and a little less
     EXPECT_EQ(status("a"), 2);
 }

@@ -8,6 +8,7 @@
 
 #include <QDebug>
 
+#include <algorithm>
 #include <cstdint>
 
 namespace {
@@ -80,11 +81,10 @@ std::map<int, cv::Rect> OneFrameIdStragegy::detectFace()
 
 int OneFrameIdStragegy::bestOverlap(const cv::Rect &rect, const std::vector<cv::Rect> &candidates)
 {
-    for (size_t i = 0; i < candidates.size(); ++i) {
-        if (overlapRatio(rect, candidates[i]) >= AIConfig::instance().overlapThreshold)
-            return static_cast<int>(i);
-    }
-    return -1;
+    const auto found = std::find_if(candidates.begin(), candidates.end(), [&rect](const cv::Rect &candidate) {
+        return overlapRatio(rect, candidate) >= AIConfig::instance().overlapThreshold;
+    });
+    return found == candidates.end() ? -1 : static_cast<int>(found - candidates.begin());
 }
 
 double OneFrameIdStragegy::overlapRatio(const cv::Rect &a, const cv::Rect &b)
