@@ -69,10 +69,10 @@ TEST_F(DataManagerTest, FoldsFeaturesByTheFormula)
     EXPECT_TRUE(same(info.bestGallery, FACE * 3));
     EXPECT_TRUE(same(before.meanFeature, feature({1, 0}))) << "a copy's pixels were written";
 
-    info.meanFeature = feature({3, 4});
+    info.meanFeature = feature({1, 0});
     info.galleryScore = 1.0;
     manager->updateStudent(info);
-    manager->updateFaceRect(1, cv::Rect(), feature({3, 4}), FACE * 5);
+    manager->updateFaceRect(1, cv::Rect(), feature({1, 0}), FACE * 5);
     EXPECT_TRUE(same(manager->getStudentInfo(1).bestGallery, FACE * 3)) << "an equal score is no better one";
 }
 
@@ -105,11 +105,17 @@ TEST_F(DataManagerTest, WhoIsNotThereIsTold)
     EXPECT_TRUE(manager->updateBodyRect(1, cv::Rect(10, 20, 31, 60), 1));
     EXPECT_EQ(manager->getStudentInfo(1).bodyCenterX, 25);
     EXPECT_EQ(manager->getStudentInfo(1).bodyCenterY, 50);
+    EXPECT_TRUE(manager->updateBodyRect(1, cv::Rect(), 0)); // which leaves the status
+    EXPECT_EQ(manager->getStudentInfo(1).status, 1);
+    EXPECT_EQ(manager->getStudentInfo(1).row, -1) << "before any were sorted";
     EXPECT_FALSE(manager->updateFaceRect(2, cv::Rect(1, 2, 3, 4), cv::Mat(), FACE));
     EXPECT_FALSE(manager->updateBodyMat(2, FACE));
     EXPECT_EQ(manager->getFaceID("b"), -1);
+    EXPECT_TRUE(manager->updateStudentID("a", "c"));
+    EXPECT_EQ(manager->getStudentInfo("c").stuID, "c");
+    EXPECT_EQ(manager->getFaceID("c"), 1);
     EXPECT_EQ(manager->count(), 1);
-    EXPECT_TRUE(manager->removeStudent("a"));
+    EXPECT_TRUE(manager->removeStudent("c"));
     EXPECT_EQ(manager->count(), 0);
 }
 
@@ -157,6 +163,29 @@ TEST_F(DataManagerTest, EveryOperationMayMeetEveryOther)
     qInstallMessageHandler(nullptr);
 }
 
+TEST(ExternalGalleryTest, ListsTheValidOnesByTheirIds)
+{
+    ExternalGallery *gallery = ExternalGallery::instance();
+    gallery->clear();
+    cv::Mat face = feature({1, 2});
+    for (const char *stuID : {"b", "a", ""})
+        gallery->addFaceFeature(stuID, face);
+    const auto names = [gallery] {
+        QStringList result;
+        for (const auto &item : gallery->getValidFaceFeatures())
+            result.append(item->stuID);
+        return result;
+    };
+    EXPECT_EQ(names(), QStringList({"a", "b"}));
+    gallery->disableFaceFeature("a");
+    gallery->addFaceFeature("a", face); // stays out
+    EXPECT_EQ(names(), QStringList("b"));
+    gallery->enableFaceFeature("a");
+    EXPECT_EQ(names(), QStringList({"a", "b"}));
+    gallery->clear();
+    EXPECT_EQ(names(), QStringList());
+}
+
 TEST_F(DataManagerTest, ListsAreByWhatWasFound)
 {
     const auto add = [this](const QString &stuID, int status, const cv::Rect &body, bool faceIDValid) {
@@ -193,6 +222,7 @@ TEST_F(DataManagerTest, NumbersRowsFromTheirLowestStudent)
         {{500, 1}, {409, 2}},
         {{409, 2}, {349, 2}, {500, 1}, {319, 2}, {318, 3}, {0, 4}},
         {{std::numeric_limits<int>::max(), 1}, {std::numeric_limits<int>::min(), 2}},
+        {40, {500, 1}},
     };
     for (const auto &members : classes) {
         manager->clear();

@@ -1,5 +1,6 @@
 #include "aiconfig.h"
 #include "atonce.h"
+#include "counters.h"
 #include "messages.h"
 #include "scripted.h"
 
@@ -9,6 +10,8 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+
+#include <limits>
 
 using ::testing::ElementsAre;
 
@@ -46,12 +49,12 @@ TEST_F(Settings, DefaultsStandAndOneKeyFeedsBothConfigurationPaths)
     EXPECT_EQ(config.smileThre, 0.75F);
     EXPECT_EQ(config.keepLogDays, 0);
 
-    load("[AIService]\nmodelpath=/somewhere/else\nmodel_config=common.ini\nSSD_model=/abs/body.bin\n"
+    load("[AIService]\nmodelpath=/somewhere/else\nmodel_config=common.ini\nSSD_model=/abs/körper.bin\n"
          "keepLogDays=7\n"
          "[AIConfig]\nfetchGalleryThre=0.5\nsmileThre=0.8\ndetectGalleryThre=nonsense\n");
     EXPECT_EQ(config.modelConfigPath, "/somewhere/else/common.ini");
     EXPECT_EQ(config.cmuConfigPath, "/somewhere/else/common.ini");
-    EXPECT_EQ(config.ssdModelPath, "/abs/body.bin");
+    EXPECT_EQ(config.ssdModelPath, "/abs/körper.bin");
     EXPECT_EQ(config.handupModelPath, "/somewhere/else/cls_handup_v3.0.1.bin");
     EXPECT_EQ(config.fetchGalleryThre, 0.5);
     EXPECT_EQ(config.smileThre, 0.8F);
@@ -92,20 +95,23 @@ TEST_F(Settings, AMissingModelStopsItsStageOnlyAndALaterCallGoesOn)
     ASSERT_TRUE(models.open(QFile::ReadOnly));
     load(models.readAll().replace("[AIService]", "[AIService]\nmodelpath=" MODEL_FOLDER));
     config.setModelLoadFlag(0x40 | 0x1 | 0x8 | 0x200 | 0x8000);
-    const std::string present = config.mtcnnModel3Path;
     const cv::Mat picture(128, 128, CV_8UC3, cv::Scalar::all(90));
     ModelManager &manager = ModelManager::instance();
     EXPECT_FALSE(manager.createSSDModel(picture)->detect());
     EXPECT_FALSE(manager.createFaceIDModel(picture, FaceIDModel::Clear, -1)->detect());
 
-    for (const std::string &bad : {folder.toStdString() + "/missing", path.toStdString()}) { // no model
-        config.mtcnnModel3Path = bad;
+    const std::string noModel = path.toStdString();
+    for (const auto &[file, bad] :
+         {std::pair(&AIConfig::mtcnnModel3Path, folder.toStdString() + "/missing"),
+          std::pair(&AIConfig::mtcnnModel3Path, noModel), std::pair(&AIConfig::mtcnnModel2Path, noModel),
+          std::pair(&AIConfig::mtcnnModel1Path, noModel)}) {
+        const std::string present = std::exchange(config.*file, bad);
         EXPECT_FALSE(manager.init());
         EXPECT_TRUE(manager.createSSDModel(picture)->detect()); // before the missing one
         EXPECT_FALSE(manager.createMTCNNModel(picture, true)->detect());
         EXPECT_TRUE(manager.createFaceIDModel(picture, FaceIDModel::Clear, -1)->detect()); // the second stage
+        config.*file = present;
     }
-    config.mtcnnModel3Path = present;
     EXPECT_TRUE(manager.init());
     EXPECT_TRUE(manager.createMTCNNModel(picture, true)->detect());
     EXPECT_FALSE(manager.createFaceEmotionModel(picture)->detect()) << "which nobody asked for";
@@ -117,6 +123,8 @@ class Wrappers : public ::testing::Test
 protected:
     ModelManagerTestAccess::Recognisers recognisers;
     ModelManager &manager = ModelManager::instance();
+    const counters::RecogniserRow &counted =
+        counters::page().recognisers.rows[0]; // of all: they have no rows here
     cv::Mat frame = cv::Mat(1080, 1920, CV_8UC3, cv::Scalar(90, 90, 90));
 };
 
@@ -130,9 +138,11 @@ TEST_F(Wrappers, FaceIdActionsSucceedAsTheRecogniserSays)
         return std::tuple(success, model->m_finished, model->m_id, !model->m_feature.empty());
     };
     using Outcome = std::tuple<bool, bool, int, bool>; // success, finished, id, feature
+    EXPECT_EQ(manager.createFaceIDModel(face, FaceIDModel::Identify)->m_id, -1);
     scripted::FaceID &ids = *recognisers.ids;
     EXPECT_EQ(act(FaceIDModel::Register), Outcome(true, true, 0, false));
     EXPECT_EQ(act(FaceIDModel::RegisterAndExtract), Outcome(true, true, 1, true));
+    EXPECT_EQ(act(FaceIDModel::RegisterAs, 0), Outcome(true, true, 0, false));
     EXPECT_EQ(act(FaceIDModel::RegisterAs, 7), Outcome(true, true, 7, false));
     EXPECT_EQ(act(FaceIDModel::Identify), Outcome(true, true, 0, false));
     EXPECT_EQ(act(FaceIDModel::Extract), Outcome(true, true, -1, true));
@@ -180,9 +190,13 @@ TEST_F(Wrappers, OneCallAtATimeReachesARecogniser)
         [&](int) { manager.createFaceAttrModel(face, cv::Rect(1, 1, 20, 20))->detect(); },
         [&](int) { manager.createFaceEmotionModel(face)->detect(); }};
     for (const auto &use : uses) {
+        const std::int64_t calls = counted.calls.value();
         atOnce(10, {use, use, use});
         EXPECT_EQ(met.exchange(0), 0) << "recogniser " << &use - uses;
+        EXPECT_EQ(counted.calls.value() - calls, 30);
     }
+    EXPECT_GT(counted.waited.value(), 0);
+    EXPECT_GT(counted.longest.value(), 0);
     // And while they are taken out and put in again.
     for (scripted::Called *recogniser : std::initializer_list<scripted::Called *>{
              recognisers.faces.get(), recognisers.ids.get(), recognisers.bodies.get()})
@@ -222,6 +236,90 @@ TEST_F(Wrappers, HeadCropPutsTheEyesLevelAtTheirPlaces)
     EXPECT_GT(heads[0].at<cv::Vec3b>(58, 44)[0], 200);
     EXPECT_GT(heads[0].at<cv::Vec3b>(58, 84)[0], 200);
     EXPECT_LT(heads[0].at<cv::Vec3b>(58, 64)[0], 120);
+}
+
+TEST_F(Wrappers, WhatDoesNotFitIsDroppedAndWildValuesAreBound)
+{
+    const int wild = std::numeric_limits<int>::max();
+    const int bound = 1 << 20;
+    const std::vector<cv::Rect> wildRects{{wild, 1, -wild, 2}};
+    const std::vector<cv::Rect> boundRects{{bound, 1, -bound, 2}};
+    std::size_t count = 1; // of points, in each list that goes with the rectangles
+    recognisers.faces->script = [&](const cv::Mat &, std::vector<cv::Rect> &faces,
+                                    std::vector<std::vector<cv::Point>> &landmarks) {
+        faces = wildRects;
+        landmarks.assign(count, {{wild, 3}, {4, -wild}});
+    };
+    recognisers.bodies->answer = [&](const cv::Mat &, std::vector<cv::Rect> &bodies, std::vector<float> &) {
+        bodies = wildRects;
+        return count == 1 ? 0 : throw std::runtime_error("gone");
+    };
+    recognisers.pose->answer = [&](const cv::Mat &, std::vector<cv::Rect> &bodies,
+                                   std::vector<cv::Mat> &points) {
+        bodies = wildRects;
+        points.resize(count);
+        return 0;
+    };
+    auto faces = manager.createMTCNNModel(frame, true);
+    auto bodies = manager.createSSDModel(frame);
+    auto pose = manager.createCMUModel(frame);
+    EXPECT_TRUE(faces->detect() && bodies->detect() && pose->detect());
+    EXPECT_EQ(faces->m_rects, boundRects);
+    EXPECT_THAT(faces->m_landmarks, ElementsAre(ElementsAre(cv::Point(bound, 3), cv::Point(4, -bound))));
+    EXPECT_EQ(bodies->m_rects, boundRects);
+    EXPECT_EQ(pose->m_rects, boundRects);
+
+    // Nobody in the system asks for these signals.
+    int told = 0;
+    QObject::connect(faces.get(), &MTCNNModel::finished, [&](bool ret) { told += ret ? 1 : 0; });
+    QObject::connect(pose.get(), &CMUModel::finished, [&](bool ret) { told += ret ? 1 : 0; });
+    const auto id = manager.createFaceIDModel(frame, FaceIDModel::Clear, -1);
+    QObject::connect(id.get(), &FaceIDModel::finished, [&](bool ret) { told += ret ? 1 : 0; });
+    for (BaseModel *model :
+         std::initializer_list<BaseModel *>{faces.get(), pose.get(), id.get(), bodies.get()})
+        model->emitFinished(true);
+    EXPECT_EQ(told, 3);
+
+    count = 2;
+    const std::int64_t failed = counted.failed.value();
+    faces = manager.createMTCNNModel(frame, true);
+    bodies = manager.createSSDModel(frame);
+    pose = manager.createCMUModel(frame);
+    EXPECT_FALSE(faces->detect() || bodies->detect() || pose->detect());
+    EXPECT_TRUE(faces->m_rects.empty() && faces->m_scores.empty() && faces->m_landmarks.empty());
+    EXPECT_EQ(counted.failed.value() - failed, 3);
+    EXPECT_TRUE(bodies->m_rects.empty());
+    EXPECT_TRUE(pose->m_rects.empty() && pose->m_keyPoints.empty());
+}
+
+TEST_F(Wrappers, GlassesAreTheLowestBitOfTheFirstLabelOfTheFirstFace)
+{
+    std::vector<mirovane::FaceAttrResult> delivered;
+    recognisers.attributes->answer = [&](std::size_t, std::vector<mirovane::FaceAttrResult> &results) {
+        results = delivered;
+        return 0;
+    };
+    const auto wears = [&](const std::vector<std::vector<int>> &labels) {
+        delivered.clear();
+        for (const std::vector<int> &face : labels)
+            delivered.push_back({face});
+        FaceAttrModel model(frame, recognisers.attributes, std::vector<cv::Rect>(labels.size()));
+        return model.detect() && model.wearsGlasses();
+    };
+    EXPECT_TRUE(wears({{3, 0}, {0}}));
+    EXPECT_FALSE(wears({{6, 1}, {1}}));
+    EXPECT_FALSE(wears({{}, {1}}));
+    EXPECT_FALSE(wears({}));
+}
+
+TEST_F(Wrappers, AHandIsRuledOutByThreeCropsOneOfThemSure)
+{
+    recognisers.handup->labels = {5, -2, 1, 0, 1, 1, 1, 1, 1, 1, 0, 1, 1, 1, 1, 1, 1, 0, 1, 1, 1};
+    recognisers.handup->scores = {0.1F, 0.79F, 0.8F, 0.9F, 0.9F, 0.9F, 0.9F, 0.1F, 0.1F,  0.9F, 0.9F,
+                                  0.9F, 0.1F,  0.9F, 0.1F, 0.9F, 0.9F, 0.9F, 0.1F, 0.79F, NAN};
+    const auto model = manager.createHandupModel(frame, std::vector<cv::Rect>(7, {100, 200, 50, 60}));
+    ASSERT_TRUE(model->detect());
+    EXPECT_THAT(model->m_states, ElementsAre(1, 0, 1, 0, 1, 0, 0));
 }
 
 TEST_F(Wrappers, HandCropsGrowUpwardsAndStayInsideTheColumns)

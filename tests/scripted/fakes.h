@@ -85,7 +85,7 @@ struct FaceID : mirovane::FaceIDDetection, Called
     {
         if (failRegister)
             return -5;
-        if (id < 0)
+        if (id == -1)
             id = nextID++;
         entries[id] = brightness(face);
         return id;

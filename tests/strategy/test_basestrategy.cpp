@@ -1,8 +1,15 @@
 #include "basestrategy.h"
+#include "heap.h"
+#include "logcapture.h"
 
 #include <gtest/gtest.h>
 
+#include <QEventLoop>
+#include <QFile>
 #include <QSemaphore>
+#include <QThread>
+
+#include <thread>
 
 namespace {
 
@@ -20,16 +27,45 @@ public:
         EXPECT_EQ(mat.at<cv::Vec3b>(0, 0), cv::Vec3b(0, 0, 255));
         handled.push_back(m_seenFrames);
     }
+    void onStart() override { steps += "start "; }
+    void onStop() override { steps += "stop "; }
 
     using BaseStrategy::m_frameInterval;
+    QString steps;
     std::vector<int> handled;
     QSemaphore entered;
     QSemaphore gate{1};
 };
 
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // which have heaps of their own
+
+TEST(StrategiesMemory, GoesBackWithTheLastOfThem)
+{
+    const auto resident = [] { // in megabytes
+        QFile file("/proc/self/statm");
+        return file.open(QFile::ReadOnly) ? file.readAll().split(' ').value(1).toInt() / 256 : 0;
+    };
+    heap::keepFreed();
+    BaseStrategy *const first = new Probe;
+    BaseStrategy *const last = new Probe;
+    QByteArray(30 << 20, 'x').clear();
+    const int kept = resident();
+    BaseStrategy::release(first);
+    EXPECT_GT(resident(), kept - 10);
+    BaseStrategy::release(last);
+    EXPECT_LT(resident(), kept - 20);
+}
+
+#endif
+
 class BaseStrategyTest : public ::testing::Test
 {
 protected:
+    /// Strategies are made on threads that have no event loop and don't last.
+    BaseStrategyTest()
+    {
+        std::thread([this] { strategy = new Probe; }).join();
+    }
     void SetUp() override
     {
         frame.fill(Qt::red);
@@ -39,10 +75,10 @@ protected:
     }
     void TearDown() override
     {
-        QSemaphore gone;
-        QObject::connect(strategy, &QObject::destroyed, [&] { gone.release(); });
+        QEventLoop loop; // until its thread has gone as well
+        QObject::connect(strategy->thread(), &QObject::destroyed, &loop, &QEventLoop::quit);
         BaseStrategy::release(strategy);
-        gone.acquire();
+        loop.exec();
         // Each frame has ended somewhere, those that went with the object, too.
         EXPECT_EQ(counted.queued.value(), 0);
         EXPECT_EQ(counted.offered.value(), counted.handled.value() + counted.skippedInterval.value() +
@@ -63,7 +99,7 @@ protected:
 
     QImage frame{64, 48, QImage::Format_RGB888};
     counters::AnalysisRow counted{};
-    Probe *strategy = new Probe;
+    Probe *strategy = nullptr;
     std::atomic<int> finished{0};
 };
 
@@ -85,6 +121,7 @@ TEST_F(BaseStrategyTest, EveryNthFrameFromTheFirstOn)
     EXPECT_FALSE(strategy->startWithinFrames(1));
     offer(1);
     EXPECT_EQ(strategy->handled.size(), 3U);
+    EXPECT_EQ(strategy->steps, "start stop ");
 }
 
 TEST_F(BaseStrategyTest, ABudgetEndsTheRun)
@@ -96,6 +133,21 @@ TEST_F(BaseStrategyTest, ABudgetEndsTheRun)
     EXPECT_EQ(strategy->handled.size(), 2U);
     EXPECT_EQ(finished, 1);
     EXPECT_EQ(counted.skippedUnusable.value(), 1);
+    EXPECT_EQ(strategy->steps, "stop ");
+}
+
+TEST_F(BaseStrategyTest, NoFramesAreOneAsABudgetAndNoneAsAnInterval)
+{
+    LogCapture log;
+    strategy->m_frameInterval = 0;
+    ASSERT_TRUE(strategy->startWithinFrames(0));
+    EXPECT_FALSE(strategy->startWithinFrames(1));
+    EXPECT_EQ(log.takeLines().filter("param error").size(), 1);
+    offer(1);
+    EXPECT_EQ(counted.skippedUnusable.value(), 1);
+    strategy->m_frameInterval = 1;
+    offer(2);
+    EXPECT_EQ(strategy->handled.size(), 1U);
 }
 
 /// It never runs, and takes the frames along that wait for it.
@@ -104,6 +156,8 @@ TEST_F(BaseStrategyTest, FramesThatNobodyTakesAreCounted)
     for (int i = 0; i < 10; ++i)
         strategy->offerFrame(frame);
     EXPECT_EQ(counted.queued.value(), 10);
+    EXPECT_EQ(&FrameBacklog().counted(), &counters::page().analyses.rows[0])
+        << "the row of all that have none";
 }
 
 TEST_F(BaseStrategyTest, ABacklogIsBoundedAndDroppedFramesAreNotCounted)
@@ -117,9 +171,10 @@ TEST_F(BaseStrategyTest, ABacklogIsBoundedAndDroppedFramesAreNotCounted)
         strategy->offerFrame(frame);
     strategy->gate.release();
     offer(0);
-    EXPECT_EQ(strategy->handled.size(), 1U + BaseStrategy::frameBacklog);
-    EXPECT_EQ(BaseStrategy::frameCount() - before, BaseStrategy::frameBacklog);
-    EXPECT_EQ(counted.skippedQueue.value(), 1000 - BaseStrategy::frameBacklog);
+    EXPECT_EQ(strategy->handled.size(), 1U + 64U);
+    EXPECT_EQ(BaseStrategy::frameCount() - before, 64);
+    EXPECT_EQ(counted.skippedQueue.value(), 1000 - 64);
+    EXPECT_GT(counted.longest.value(), 0);
     EXPECT_GE(counted.time.value(), counted.longest.value());
 }
 

@@ -1,3 +1,4 @@
+#include "atonce.h"
 #include "externalgallery.h"
 #include "fixture.h"
 #include "gallerystrategy.h"
@@ -54,6 +55,7 @@ TEST_F(Gallery, ExternalFacesAreNamedAndEnrolledOnesWin)
     addExternal("guest", featureOf(50));
     addExternal("also guest", featureOf(50)); // one face is one person
     addExternal("student's double", featureOf(100));
+    addExternal("late guest", featureOf(200));
     addExternal("odd", cv::Mat::ones(1, 3, CV_64F));
     addExternal("zero", cv::Mat::zeros(1, 256, CV_32F));
     students::enrol(*recognisers.ids, "student", 100);
@@ -69,7 +71,7 @@ TEST_F(Gallery, ExternalFacesAreNamedAndEnrolledOnesWin)
     EXPECT_TRUE(strategy->hasEnded()); // faces end a run
 
     const QVariantList faces = galleries();
-    ASSERT_EQ(students::ids(faces), QStringList({"also guest", "student", "", ""}));
+    ASSERT_EQ(students::ids(faces), QStringList({"also guest", "student", "", "late guest"}));
     const bool detected[] = {false, true, true, false};
     const cv::Rect places[] = {
         {295, 295, 100, 100}, {0, 0, 90, 90}, {1195, 395, 130, 130}, {1845, 1005, 75, 75}};
@@ -146,12 +148,16 @@ TEST_F(Gallery, OneStudentIsLookedForAroundHisPlace)
         faces = {{50, 40, 90, 90}};
         landmarks = {{{80, 75}, {110, 75}, {95, 90}, {80, 110}, {110, 110}}};
     };
-    QVariantMap place{{"x", 0}, {"y", 20}, {"width", 100}, {"height", 80}, {"stuID", "s"}};
-    strategy->setParameters(place);
-    strategy->handleFrame(frame);
-    EXPECT_EQ(region, frame.size()); // at the edge there is only the whole class
+    QVariantMap place{{"x", 1000}, {"y", 20}, {"width", 100}, {"height", 80}, {"stuID", "s"}};
+    for (const char *key : {"x", "y", "width", "height"}) {
+        QVariantMap nowhere = place;
+        nowhere[key] = 0;
+        strategy->setParameters(nowhere);
+        strategy->handleFrame(frame);
+        EXPECT_EQ(region, frame.size()) << key; // at the edge, too, there is only the whole class
+    }
     EventCatcher::fresh();
-    place["x"] = 1000;
+    frame.colRange(940 + 140, 1920).setTo(cv::Scalar::all(250)); // 45 to the right of the eyes' middle
     strategy->setParameters(place);
     strategy->handleFrame(frame);
     EXPECT_EQ(region, cv::Size(220, 200)); // 60 on each side, cut at the top
@@ -161,6 +167,26 @@ TEST_F(Gallery, OneStudentIsLookedForAroundHisPlace)
     EXPECT_EQ(only["isDetected"], QVariant(0));
     EXPECT_EQ(only["isDetected"].type(), QVariant::Int);
     EXPECT_EQ(rectOf(only), cv::Rect(940 + 45, 0 + 35, 100, 100));
+    // The eyes come to lie 40 and 25 apart.
+    for (const auto &[crop, column] : {std::pair("faceImg", 124), std::pair("showImg", 102)}) {
+        const cv::Mat head = ai_image::convertBase642Mat(only[crop].toString());
+        EXPECT_GT(head.at<cv::Vec3b>(64, column)[0], 128) << crop;
+        EXPECT_LT(head.at<cv::Vec3b>(64, column - 2)[0], 128) << crop;
+    }
+
+    EventCatcher::fresh();
+    place["width"] = place["height"] = 1;
+    strategy->setParameters(place);
+    strategy->handleFrame(frame);
+    EXPECT_EQ(region, cv::Size(121, 121));
+}
+
+TEST_F(Gallery, ParametersMayChangeWhileFramesAreLookedAt)
+{
+    frame = frame(cv::Rect(0, 0, 64, 48));
+    const QVariantMap places[] = {{{"x", 8}, {"y", 8}, {"width", 9}, {"height", 9}, {"stuID", "s"}}, {}};
+    atOnce(200, {[&](int round) { strategy->setParameters(places[round % 2]); },
+                 [&](int) { strategy->handleFrame(frame); }});
 }
 
 TEST_F(Gallery, ThePlacesOfFacesKeepThoseWithTheLargestOffset)
@@ -171,7 +197,7 @@ TEST_F(Gallery, ThePlacesOfFacesKeepThoseWithTheLargestOffset)
                                         std::vector<std::vector<cv::Point>> &landmarks) {
             for (const cv::Point &corner : corners) {
                 const cv::Point origin = corner - cv::Point(5 - shift - int(faces.size()), 5);
-                faces.emplace_back(corner, cv::Size(90, 90));
+                faces.emplace_back(corner, cv::Size(90, 70));
                 landmarks.push_back({origin + cv::Point(43, 55), origin + cv::Point(93, 54),
                                      origin + cv::Point(69, 81), origin + cv::Point(48, 98),
                                      origin + cv::Point(88, 97)});
@@ -193,28 +219,28 @@ TEST_F(Gallery, ThePlacesOfFacesKeepThoseWithTheLargestOffset)
     GalleryItem item = look(50);
     EXPECT_EQ(items.size(), 2U);
     EXPECT_EQ(items.back().index, 1);
-    EXPECT_EQ(items.back().faceRect, cv::Rect(995, 295, 100, 100));
+    EXPECT_EQ(items.back().faceRect, cv::Rect(995, 295, 100, 80));
     EXPECT_EQ(brightness(items.back().faceImg), 100);
     EXPECT_EQ(brightness(items.back().showImg), 100);
-    EXPECT_EQ(items.back().centre, cv::Point(1045, 345));
+    EXPECT_EQ(items.back().centre, cv::Point(1045, 335));
     EXPECT_EQ(items.back().offset, 5 * 4 * 4);
     EXPECT_EQ(item.offset, 5 * 3 * 3);
-    EXPECT_EQ(item.faceRect, cv::Rect(295, 295, 100, 100));
-    showAt({{320, 300}}, 3);
+    EXPECT_EQ(item.faceRect, cv::Rect(295, 295, 100, 80));
+    showAt({{1000, 300}, {320, 300}}, 2);
     item = look(60); // no larger
-    EXPECT_EQ(item.centre, cv::Point(365, 345));
-    EXPECT_EQ(item.faceRect, cv::Rect(295, 295, 100, 100));
-    showAt({{447, 300}}, 4); // 127 farther
+    EXPECT_EQ(item.centre, cv::Point(365, 335));
+    EXPECT_EQ(item.faceRect, cv::Rect(295, 295, 100, 80));
+    showAt({{1000, 300}, {447, 300}}, 3); // 127 farther
     item = look(70);
     EXPECT_EQ(items.size(), 2U);
     EXPECT_EQ(item.offset, 5 * 4 * 4);
-    EXPECT_EQ(item.faceRect, cv::Rect(442, 295, 100, 100));
+    EXPECT_EQ(item.faceRect, cv::Rect(442, 295, 100, 80));
     EXPECT_EQ(brightness(item.faceImg), 70);
     EXPECT_EQ(brightness(item.showImg), 70);
     showAt({{575, 300}}, 5); // 128 farther is another place
     item = look(80);
     EXPECT_EQ(items.size(), 3U);
-    EXPECT_EQ(item.centre, cv::Point(492, 345));
+    EXPECT_EQ(item.centre, cv::Point(492, 335));
     listen(new GalleryStrategy);
     EXPECT_TRUE(items.empty());
 }

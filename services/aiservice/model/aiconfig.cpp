@@ -47,11 +47,9 @@ void AIConfig::load()
     keepLogDays = settings.value(QStringLiteral("keepLogDays"), 0).toInt();
     settings.endGroup();
 
-    settings.beginGroup(QStringLiteral("AIConfig"));
-    fetchGalleryThre = settings.value(QStringLiteral("fetchGalleryThre"), 0.35).toDouble();
-    detectGalleryThre = settings.value(QStringLiteral("detectGalleryThre"), 0.43).toDouble();
-    smileThre = static_cast<float>(settings.value(QStringLiteral("smileThre"), 0.75).toDouble());
-    settings.endGroup();
+    fetchGalleryThre = settings.value(QStringLiteral("AIConfig/fetchGalleryThre"), 0.35).toDouble();
+    detectGalleryThre = settings.value(QStringLiteral("AIConfig/detectGalleryThre"), 0.43).toDouble();
+    smileThre = static_cast<float>(settings.value(QStringLiteral("AIConfig/smileThre"), 0.75).toDouble());
 }
 
 void AIConfig::setModelFlags(const QVariantMap &params)

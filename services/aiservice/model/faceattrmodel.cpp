@@ -18,9 +18,11 @@ bool FaceAttrModel::fits() const
     return hasLength(m_results.size(), m_rects.size());
 }
 
-bool FaceAttrModel::wearsGlasses(std::size_t i) const
+bool FaceAttrModel::wearsGlasses() const
 {
     constexpr int glassesBit = 1; // of the first label
-    return i < m_results.size() && !m_results[i].labels.empty() &&
-           (m_results[i].labels.front() & glassesBit) != 0;
+    if (m_results.empty())
+        return false;
+    const std::vector<int> &labels = m_results.front().labels;
+    return !labels.empty() && (labels.front() & glassesBit) != 0;
 }

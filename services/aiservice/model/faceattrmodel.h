@@ -12,8 +12,8 @@ public:
     FaceAttrModel(const cv::Mat &image, std::shared_ptr<mirovane::FaceAttrDetection> recogniser,
                   const std::vector<cv::Rect> &faces);
 
-    /// Whether the face of the i-th rectangle wears glasses. False where nothing is known of it.
-    bool wearsGlasses(std::size_t i) const;
+    /// Whether the face of the first rectangle wears glasses. False where nothing is known of it.
+    bool wearsGlasses() const;
 
     std::shared_ptr<mirovane::FaceAttrDetection> m_recogniser;
     std::vector<cv::Rect> m_rects;                   ///< input

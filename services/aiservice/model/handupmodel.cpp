@@ -5,9 +5,8 @@
 namespace {
 
 constexpr size_t cropsPerBody = 3;
-/// Least score at which one of the crops rules a hand out. The scores are floats, compared as doubles:
-/// the nearest float to 0.8 counts as 0.8.
-constexpr double sureScore = 0.8;
+/// Least score at which one of the crops rules a hand out.
+constexpr float sureScore = 0.8F;
 
 } // namespace
 
@@ -44,9 +43,7 @@ void HandupModel::conclude()
 {
     for (size_t i = 0; i < m_crops.size(); i += cropsPerBody) {
         const bool allNonZero = m_labels[i] != 0 && m_labels[i + 1] != 0 && m_labels[i + 2] != 0;
-        const auto isSure = [&](size_t crop) {
-            return static_cast<double>(m_certainties[crop]) >= sureScore;
-        };
+        const auto isSure = [&](size_t crop) { return m_certainties[crop] >= sureScore; };
         m_states.push_back(allNonZero && (isSure(i) || isSure(i + 1) || isSure(i + 2)) ? 1 : 0);
     }
 }

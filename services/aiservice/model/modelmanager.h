@@ -45,7 +45,8 @@ public:
         return make<MTCNNModel>(image, m_mtcnn, withLandmarks);
     }
     /// @param action one of FaceIDModel::Action
-    std::shared_ptr<FaceIDModel> createFaceIDModel(const cv::Mat &image, int action, int id)
+    /// @param id of an entry of the gallery, for the actions that take one
+    std::shared_ptr<FaceIDModel> createFaceIDModel(const cv::Mat &image, int action, int id = -1)
     {
         return make<FaceIDModel>(image, m_faceId, action, id);
     }

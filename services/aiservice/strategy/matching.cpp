@@ -4,23 +4,6 @@
 #include <cstdint>
 #include <tuple>
 
-namespace {
-
-struct Pair
-{
-    double value;
-    int row;
-    int column;
-
-    /// The strongest first, of equal ones the first row, then the first column.
-    bool operator<(const Pair &other) const
-    {
-        return std::tie(other.value, row, column) < std::tie(value, other.row, other.column);
-    }
-};
-
-} // namespace
-
 namespace matching {
 
 void equaliseRows(std::vector<std::vector<double>> &rows)
@@ -32,23 +15,22 @@ void equaliseRows(std::vector<std::vector<double>> &rows)
 std::map<int, int> matchRows(const std::vector<std::vector<double>> &rows, double threshold)
 {
     // Few pairs of a class are strong enough, so sorting them is next to nothing.
-    std::vector<Pair> pairs;
+    std::vector<std::tuple<double, size_t, size_t>> pairs; // the strongest first, by the most negative value
     size_t columns = 0;
     for (size_t row = 0; row < rows.size(); ++row) {
         columns = std::max(columns, rows[row].size());
         for (size_t column = 0; column < rows[row].size(); ++column) {
             const double value = rows[row][column];
             if (value > 0.0 && value >= threshold)
-                pairs.push_back({value, static_cast<int>(row), static_cast<int>(column)});
+                pairs.emplace_back(-value, row, column);
         }
     }
     std::sort(pairs.begin(), pairs.end());
 
     std::map<int, int> result;
     std::vector<bool> taken(columns, false);
-    for (const Pair &pair : pairs) {
-        const auto column = static_cast<size_t>(pair.column);
-        if (!taken[column] && result.emplace(pair.row, pair.column).second)
+    for (const auto &[negative, row, column] : pairs) {
+        if (!taken[column] && result.emplace(row, column).second)
             taken[column] = true;
     }
     return result;

@@ -15,9 +15,6 @@
 
 namespace {
 
-constexpr int identifyEyes = 40;
-constexpr int showEyes = 25;
-
 /// An entry of the event, without "isDetected", whose type differs between the modes.
 QVariantMap galleryEntry(int gid, const QString &stuID, const cv::Mat &faceImg, const cv::Mat &showImg,
                          const cv::Rect &rect)
@@ -49,17 +46,22 @@ NewGalleryStrategy::NewGalleryStrategy(const QString &requestID)
 void NewGalleryStrategy::setParameters(const QVariantMap &params)
 {
     QMutexLocker locker(&m_parameterLock);
-    m_rect = rect_util::fromMap(params);
-    m_stuID = params.value(QStringLiteral("stuID")).toString();
+    m_student.face = rect_util::fromMap(params);
+    m_student.stuID = params.value(QStringLiteral("stuID")).toString();
+}
+
+NewGalleryStrategy::Student NewGalleryStrategy::student()
+{
+    QMutexLocker locker(&m_parameterLock);
+    return m_student;
 }
 
 void NewGalleryStrategy::handleFrame(const cv::Mat &frame)
 {
-    m_parameterLock.lock();
-    const cv::Rect rect = m_rect;
-    m_parameterLock.unlock();
-    if (rect.x != 0 && rect.y != 0 && rect.width >= 1 && rect.height >= 1)
-        detectStudentGallery(frame);
+    const Student wanted = student();
+    const cv::Rect &face = wanted.face;
+    if (face.x != 0 && face.y != 0 && face.width >= 1 && face.height >= 1)
+        detectStudentGallery(frame, wanted);
     else
         detectClassGallery(frame);
 }
@@ -81,8 +83,9 @@ void NewGalleryStrategy::detectClassGallery(const cv::Mat &frame)
     const std::vector<cv::Rect> faces = detector->m_rects;
     if (faces.empty())
         qWarning("[Gallery] detect empty");
-    const std::vector<cv::Mat> crops = detector->cropHeads(identifyEyes);
-    const std::vector<cv::Mat> shown = detector->cropHeads(showEyes);
+    const AIConfig &config = AIConfig::instance();
+    const std::vector<cv::Mat> crops = detector->cropHeads(config.identifyEyeDistance);
+    const std::vector<cv::Mat> shown = detector->cropHeads(config.showEyeDistance);
     People people;
     people.reserve(faces.size());
     for (size_t i = 0; i < faces.size(); ++i) {
@@ -118,8 +121,7 @@ void NewGalleryStrategy::recognise(const People &people, const std::vector<cv::M
     std::vector<std::vector<double>> externalRows;
     for (size_t i = 0; i < crops.size(); ++i) {
         if (DataManager::instance()->count() != 0) {
-            const auto model =
-                ModelManager::instance().createFaceIDModel(crops[i], FaceIDModel::IdentifyAll, -1);
+            const auto model = ModelManager::instance().createFaceIDModel(crops[i], FaceIDModel::IdentifyAll);
             if (model->detect() && model->m_id >= 0) {
                 enrolledRows.push_back(std::move(model->m_scores));
                 enrolledFaces.push_back(static_cast<int>(i));
@@ -127,7 +129,7 @@ void NewGalleryStrategy::recognise(const People &people, const std::vector<cv::M
             }
         }
         if (!externals.isEmpty()) {
-            const auto model = ModelManager::instance().createFaceIDModel(crops[i], FaceIDModel::Extract, -1);
+            const auto model = ModelManager::instance().createFaceIDModel(crops[i], FaceIDModel::Extract);
             if (model->detect()) {
                 std::vector<double> row;
                 row.reserve(externals.size());
@@ -159,18 +161,15 @@ void NewGalleryStrategy::recognise(const People &people, const std::vector<cv::M
     }
 }
 
-void NewGalleryStrategy::detectStudentGallery(const cv::Mat &frame)
+void NewGalleryStrategy::detectStudentGallery(const cv::Mat &frame, const Student &student)
 {
-    m_parameterLock.lock();
-    const cv::Rect student = rect_util::bounded(m_rect);
-    const QString stuID = m_stuID;
-    m_parameterLock.unlock();
-
-    const int margin = AIConfig::instance().studentRoiMargin;
-    const int x = std::max(student.x - margin, 0);
-    const int y = std::max(student.y - margin, 0);
-    const int width = std::min(frame.cols - x, student.width + 2 * margin);
-    const int height = std::min(frame.rows - y, student.height + 2 * margin);
+    const cv::Rect place = rect_util::bounded(student.face);
+    const AIConfig &config = AIConfig::instance();
+    const int margin = config.studentRoiMargin;
+    const int x = std::max(place.x - margin, 0);
+    const int y = std::max(place.y - margin, 0);
+    const int width = place.width + 2 * margin;
+    const int height = place.height + 2 * margin;
     // Empty for a student whose place lies outside the frame: then there is no face.
     const cv::Mat region = frame(rect_util::clipped(cv::Rect(x, y, width, height), frame.size())).clone();
     const auto detector = ModelManager::instance().createMTCNNModel(region, true);
@@ -184,11 +183,12 @@ void NewGalleryStrategy::detectStudentGallery(const cv::Mat &frame)
 
     detector->expandFaces();
     const cv::Rect face = detector->m_rects.front() + cv::Point(x, y);
-    QVariantMap map = galleryEntry(0, stuID, matching::cropAt(detector->cropHeads(identifyEyes), 0),
-                                   matching::cropAt(detector->cropHeads(showEyes), 0), face);
+    QVariantMap map =
+        galleryEntry(0, student.stuID, matching::cropAt(detector->cropHeads(config.identifyEyeDistance), 0),
+                     matching::cropAt(detector->cropHeads(config.showEyeDistance), 0), face);
     map.insert(QStringLiteral("isDetected"), 0);
     qInfo().noquote().nospace() << "[Gallery] student info: "
-                                << " stuID: " << stuID << " face" << rect_util::text(face);
+                                << " stuID: " << student.stuID << " face" << rect_util::text(face);
     sendGalleries(frame, {map});
 }
 

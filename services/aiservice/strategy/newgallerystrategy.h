@@ -40,15 +40,21 @@ public:
 
 private:
     using People = std::vector<std::shared_ptr<PersonGallery>>;
+    struct Student
+    {
+        cv::Rect face; ///< in the frame
+        QString stuID;
+    };
 
+    /// The student as the parameters name him now.
+    Student student();
     void detectClassGallery(const cv::Mat &frame);
-    void detectStudentGallery(const cv::Mat &frame);
+    void detectStudentGallery(const cv::Mat &frame, const Student &student);
     /// Names the people by the external gallery and by the enrolled students; the latter win.
     void recognise(const People &people, const std::vector<cv::Mat> &crops);
     void sendGalleries(const cv::Mat &frame, const QVariantList &galleries);
 
-    QMutex m_parameterLock; ///< guards the two parameters
-    cv::Rect m_rect;        ///< the student's face in the frame
-    QString m_stuID;
+    QMutex m_parameterLock;
+    Student m_student; ///< under the lock
     int m_retries = 3; ///< tries left to find a face on a whole frame
 };

@@ -8,6 +8,7 @@
 
 #include <QDebug>
 
+#include <algorithm>
 #include <cstdint>
 
 namespace {
@@ -52,7 +53,7 @@ std::map<int, cv::Rect> OneFrameIdStragegy::detectFace()
     for (size_t i = 0; i < crops.size(); ++i) {
         if (faces[i].width < config.faceMinSize && faces[i].height < config.faceMinSize)
             continue;
-        const auto model = ModelManager::instance().createFaceIDModel(crops[i], FaceIDModel::IdentifyAll, -1);
+        const auto model = ModelManager::instance().createFaceIDModel(crops[i], FaceIDModel::IdentifyAll);
         if (!model->detect()) {
             qWarning("[faceID] detect failed");
             continue;
@@ -80,16 +81,10 @@ std::map<int, cv::Rect> OneFrameIdStragegy::detectFace()
 
 int OneFrameIdStragegy::bestOverlap(const cv::Rect &rect, const std::vector<cv::Rect> &candidates)
 {
-    int best = -1;
-    double bestRatio = 0.0;
-    for (size_t i = 0; i < candidates.size(); ++i) {
-        const double ratio = overlapRatio(rect, candidates[i]);
-        if (ratio >= AIConfig::instance().overlapThreshold && ratio > bestRatio) {
-            best = static_cast<int>(i);
-            bestRatio = ratio;
-        }
-    }
-    return best;
+    const auto found = std::find_if(candidates.begin(), candidates.end(), [&rect](const cv::Rect &candidate) {
+        return overlapRatio(rect, candidate) >= AIConfig::instance().overlapThreshold;
+    });
+    return found == candidates.end() ? -1 : static_cast<int>(found - candidates.begin());
 }
 
 double OneFrameIdStragegy::overlapRatio(const cv::Rect &a, const cv::Rect &b)
@@ -128,10 +123,6 @@ void OneFrameIdStragegy::matchingByFace()
             continue;
         DataManager::instance()->updateBodyRect(id, m_bodies[k], 1);
         m_bodies.erase(m_bodies.begin() + k);
-        if (!m_bodyMats.empty()) {
-            DataManager::instance()->updateBodyMat(id, m_bodyMats[k]);
-            m_bodyMats.erase(m_bodyMats.begin() + k);
-        }
     }
 }
 

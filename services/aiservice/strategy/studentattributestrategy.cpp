@@ -21,7 +21,7 @@ void StudentAttributeStrategy::handleFrame(const cv::Mat &frame)
         const auto model = ModelManager::instance().createFaceAttrModel(frame, face);
         if (!model->detect())
             continue;
-        student.glass = model->wearsGlasses(0);
+        student.glass = model->wearsGlasses();
         students->updateStudent(student);
     }
 

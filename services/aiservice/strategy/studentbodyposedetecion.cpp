@@ -75,13 +75,11 @@ QVariantMap StudentBodyposeDetecion::detect(const cv::Mat &frame)
 {
     QVariantList bones;
     QString text;
-    cv::Mat points = findKeyPoints(frame);
+    const cv::Mat points = findKeyPoints(frame);
     for (int i = 0; i < points.cols / 2; ++i) {
         const int x = truncated(points.at<float>(0, 2 * i) / scaleX + static_cast<float>(m_region.x));
         const int y = truncated(points.at<float>(0, 2 * i + 1) / scaleY + static_cast<float>(m_region.y));
         bones.append(QVariantMap{{QStringLiteral("x"), x}, {QStringLiteral("y"), y}});
-        points.at<float>(0, 2 * i) = static_cast<float>(x);
-        points.at<float>(0, 2 * i + 1) = static_cast<float>(y);
         text += QStringLiteral("x: %1 y: %2").arg(x).arg(y);
     }
     qInfo().noquote().nospace() << "[functionGame] stuID: " << m_stuID << " bones: " << text;
@@ -100,7 +98,7 @@ cv::Mat StudentBodyposeDetecion::findKeyPoints(const cv::Mat &frame) const
     if (!model->detect())
         return cv::Mat();
     const int person = largest(model->m_rects);
-    if (person < 0)
+    if (person == -1)
         return cv::Mat();
     const cv::Mat points = model->m_keyPoints[person];
     return points.type() == CV_32FC1 && points.rows >= 1 ? points : cv::Mat();

@@ -46,7 +46,6 @@ int doubled(int value)
 StudentTracker::StudentTracker(const QString &requestID, int faceID, const cv::Rect &face, QObject *parent)
     : QObject(parent), m_requestID(requestID), m_faceID(faceID)
 {
-    QMutexLocker locker(&m_lock);
     m_tracker = cv::legacy::TrackerKCF::create();
     m_stuID = DataManager::instance()->getStudentID(faceID);
     const cv::Rect sane = rect_util::bounded(face);
@@ -123,14 +122,10 @@ cv::Rect StudentTracker::findFace(const cv::Mat &frame) const
 {
     const int x0 = std::max(static_cast<int>(m_bbox.x) - searchMargin, 0);
     const int y0 = std::max(static_cast<int>(m_bbox.y) - searchMargin, 0);
-    const int x = std::max(2 * x0, 0);
-    const int y = std::max(2 * y0, 0);
-    // Columns and rows of the full frame against a place at half scale: the region reaches further to the
-    // right and to the bottom than the margin alone.
-    const int width = std::min(
-        fullWidth - x, 2 * std::min(frame.cols - x0, static_cast<int>(m_bbox.width) + 2 * searchMargin));
-    const int height = std::min(
-        fullHeight - y, 2 * std::min(frame.rows - y0, static_cast<int>(m_bbox.height) + 2 * searchMargin));
+    const int x = 2 * x0;
+    const int y = 2 * y0;
+    const int width = std::min(fullWidth - x, 2 * (static_cast<int>(m_bbox.width) + 2 * searchMargin));
+    const int height = std::min(fullHeight - y, 2 * (static_cast<int>(m_bbox.height) + 2 * searchMargin));
     const cv::Mat region = frame(rect_util::clipped(cv::Rect(x, y, width, height), frame.size())).clone();
     if (region.empty())
         return cv::Rect();
@@ -140,7 +135,7 @@ cv::Rect StudentTracker::findFace(const cv::Mat &frame) const
         return cv::Rect();
     const std::vector<cv::Mat> crops = detector->cropHeads(AIConfig::instance().identifyEyeDistance);
     for (size_t i = 0; i < crops.size() && !m_stopping.load(std::memory_order_relaxed); ++i) {
-        const auto model = ModelManager::instance().createFaceIDModel(crops[i], FaceIDModel::Identify, -1);
+        const auto model = ModelManager::instance().createFaceIDModel(crops[i], FaceIDModel::Identify);
         if (!model->detect() || model->m_id != m_faceID)
             continue;
         const cv::Rect face = detector->m_rects[i] + cv::Point(x, y);

@@ -30,8 +30,7 @@ inline cv::Rect bounded(const cv::Rect &rect)
 /// The part of the rectangle that lies in a picture of this size; empty (all 0) if none does.
 inline cv::Rect clipped(const cv::Rect &rect, const cv::Size &picture)
 {
-    const cv::Rect inside = bounded(rect) & cv::Rect(cv::Point(0, 0), picture);
-    return inside.width > 0 && inside.height > 0 ? inside : cv::Rect();
+    return bounded(rect) & cv::Rect(cv::Point(0, 0), picture);
 }
 
 /// Sets the keys "x", "y", "width" and "height" (int) of the map.
