@@ -31,10 +31,13 @@ BaseStrategy::~BaseStrategy()
     m_state = State::ended;
     if (--living == 0)
         heap::giveBack();
-    if (m_thread->isRunning())
-        m_thread->quit(); // which is the current one, see release()
-    else
+    if (!m_thread->isRunning()) {
         m_thread->deleteLater();
+        return;
+    }
+    m_thread->quit();
+    if (QThread::currentThread() != m_thread)
+        m_thread->wait();
 }
 
 void BaseStrategy::setParameters(const QVariantMap &) {}

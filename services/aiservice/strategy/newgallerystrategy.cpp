@@ -15,6 +15,9 @@
 
 namespace {
 
+constexpr int identifyEyes = 40;
+constexpr int showEyes = 25;
+
 /// An entry of the event, without "isDetected", whose type differs between the modes.
 QVariantMap galleryEntry(int gid, const QString &stuID, const cv::Mat &faceImg, const cv::Mat &showImg,
                          const cv::Rect &rect)
@@ -46,14 +49,14 @@ NewGalleryStrategy::NewGalleryStrategy(const QString &requestID)
 void NewGalleryStrategy::setParameters(const QVariantMap &params)
 {
     QMutexLocker locker(&m_parameterLock);
-    m_student.face = rect_util::fromMap(params);
-    m_student.stuID = params.value(QStringLiteral("stuID")).toString();
+    m_rect = rect_util::fromMap(params);
+    m_stuID = params.value(QStringLiteral("stuID")).toString();
 }
 
 NewGalleryStrategy::Student NewGalleryStrategy::student()
 {
     QMutexLocker locker(&m_parameterLock);
-    return m_student;
+    return {m_rect, m_stuID};
 }
 
 void NewGalleryStrategy::handleFrame(const cv::Mat &frame)
@@ -83,9 +86,8 @@ void NewGalleryStrategy::detectClassGallery(const cv::Mat &frame)
     const std::vector<cv::Rect> faces = detector->m_rects;
     if (faces.empty())
         qWarning("[Gallery] detect empty");
-    const AIConfig &config = AIConfig::instance();
-    const std::vector<cv::Mat> crops = detector->cropHeads(config.identifyEyeDistance);
-    const std::vector<cv::Mat> shown = detector->cropHeads(config.showEyeDistance);
+    const std::vector<cv::Mat> crops = detector->cropHeads(identifyEyes);
+    const std::vector<cv::Mat> shown = detector->cropHeads(showEyes);
     People people;
     people.reserve(faces.size());
     for (size_t i = 0; i < faces.size(); ++i) {
@@ -164,8 +166,7 @@ void NewGalleryStrategy::recognise(const People &people, const std::vector<cv::M
 void NewGalleryStrategy::detectStudentGallery(const cv::Mat &frame, const Student &student)
 {
     const cv::Rect place = rect_util::bounded(student.face);
-    const AIConfig &config = AIConfig::instance();
-    const int margin = config.studentRoiMargin;
+    const int margin = AIConfig::instance().studentRoiMargin;
     const int x = std::max(place.x - margin, 0);
     const int y = std::max(place.y - margin, 0);
     const int width = place.width + 2 * margin;
@@ -183,9 +184,8 @@ void NewGalleryStrategy::detectStudentGallery(const cv::Mat &frame, const Studen
 
     detector->expandFaces();
     const cv::Rect face = detector->m_rects.front() + cv::Point(x, y);
-    QVariantMap map =
-        galleryEntry(0, student.stuID, matching::cropAt(detector->cropHeads(config.identifyEyeDistance), 0),
-                     matching::cropAt(detector->cropHeads(config.showEyeDistance), 0), face);
+    QVariantMap map = galleryEntry(0, student.stuID, matching::cropAt(detector->cropHeads(identifyEyes), 0),
+                                   matching::cropAt(detector->cropHeads(showEyes), 0), face);
     map.insert(QStringLiteral("isDetected"), 0);
     qInfo().noquote().nospace() << "[Gallery] student info: "
                                 << " stuID: " << student.stuID << " face" << rect_util::text(face);

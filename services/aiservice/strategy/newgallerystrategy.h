@@ -42,7 +42,7 @@ private:
     using People = std::vector<std::shared_ptr<PersonGallery>>;
     struct Student
     {
-        cv::Rect face; ///< in the frame
+        cv::Rect face;
         QString stuID;
     };
 
@@ -54,7 +54,8 @@ private:
     void recognise(const People &people, const std::vector<cv::Mat> &crops);
     void sendGalleries(const cv::Mat &frame, const QVariantList &galleries);
 
-    QMutex m_parameterLock;
-    Student m_student; ///< under the lock
+    QMutex m_parameterLock; ///< guards the two parameters
+    cv::Rect m_rect;        ///< the student's face in the frame
+    QString m_stuID;
     int m_retries = 3; ///< tries left to find a face on a whole frame
 };

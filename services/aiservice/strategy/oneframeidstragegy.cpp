@@ -123,6 +123,10 @@ void OneFrameIdStragegy::matchingByFace()
             continue;
         DataManager::instance()->updateBodyRect(id, m_bodies[k], 1);
         m_bodies.erase(m_bodies.begin() + k);
+        if (!m_bodyMats.empty()) {
+            DataManager::instance()->updateBodyMat(id, m_bodyMats[k]);
+            m_bodyMats.erase(m_bodyMats.begin() + k);
+        }
     }
 }
 

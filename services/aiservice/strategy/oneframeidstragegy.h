@@ -52,5 +52,6 @@ private:
 
     int m_frameNumber = 0;
     const cv::Mat *m_image;
-    std::vector<cv::Rect> m_bodies; ///< still free
+    std::vector<cv::Rect> m_bodies;  ///< still free
+    std::vector<cv::Mat> m_bodyMats; ///< one picture per body, in step, or none at all
 };

@@ -124,8 +124,12 @@ cv::Rect StudentTracker::findFace(const cv::Mat &frame) const
     const int y0 = std::max(static_cast<int>(m_bbox.y) - searchMargin, 0);
     const int x = 2 * x0;
     const int y = 2 * y0;
-    const int width = std::min(fullWidth - x, 2 * (static_cast<int>(m_bbox.width) + 2 * searchMargin));
-    const int height = std::min(fullHeight - y, 2 * (static_cast<int>(m_bbox.height) + 2 * searchMargin));
+    // Columns and rows of the full frame against a place at half scale: the region reaches further to the
+    // right and to the bottom than the margin alone.
+    const int width = std::min(
+        fullWidth - x, 2 * std::min(frame.cols - x0, static_cast<int>(m_bbox.width) + 2 * searchMargin));
+    const int height = std::min(
+        fullHeight - y, 2 * std::min(frame.rows - y0, static_cast<int>(m_bbox.height) + 2 * searchMargin));
     const cv::Mat region = frame(rect_util::clipped(cv::Rect(x, y, width, height), frame.size())).clone();
     if (region.empty())
         return cv::Rect();

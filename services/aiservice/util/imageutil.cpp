@@ -43,14 +43,15 @@ QImage swappedImage(const cv::Mat &mat)
     return {};
 }
 
-/// Each value brightened by a tenth and 20, and cut to 8 bits.
+/// Each value brightened by a tenth and 10, and kept below 255.
 const cv::Mat &brightTable()
 {
     static const cv::Mat table = [] {
-        cv::Mat_<uchar> values(1, 256);
-        int value = 0;
-        for (uchar &bright : values)
-            bright = cv::saturate_cast<uchar>(static_cast<int>(1.1 * value++ + 20));
+        cv::Mat values(1, 256, CV_8U);
+        for (int c = 0; c < 256; ++c) {
+            const int bright = static_cast<int>(c * 1.1 + 10);
+            values.at<uchar>(c) = static_cast<uchar>(bright >= 255 ? 254 : bright);
+        }
         return values;
     }();
     return table;
@@ -106,5 +107,21 @@ void ai_image::beautifyFace(const cv::Mat &src, cv::Mat &dst)
 
     cv::Mat smooth;
     cv::bilateralFilter(src, smooth, 9, 37.5, 37.5, cv::BORDER_DEFAULT);
-    cv::LUT(smooth, brightTable(), dst);
+
+    // The scalars act on the blue channel alone. The sums are formed in 16 bits, so that they are cut to 8
+    // bits only once; a matrix expression would add the number to all three channels.
+    cv::Mat sum, detail;
+    cv::subtract(smooth, src, sum, cv::noArray(), CV_16S);
+    cv::add(sum, cv::Scalar(128), detail, cv::noArray(), CV_8U);
+
+    cv::LUT(smooth, brightTable(), smooth);
+    const cv::Mat &bright = smooth;
+
+    cv::Mat blurred, mixed;
+    cv::GaussianBlur(detail, blurred, cv::Size(1, 1), 0, 0, cv::BORDER_DEFAULT);
+    cv::addWeighted(bright, 1.0, blurred, 2.0, 0.0, sum, CV_16S);
+    cv::subtract(sum, cv::Scalar(256), mixed, cv::noArray(), CV_8U);
+
+    cv::addWeighted(bright, 99.9 / 100.0, mixed, 0.1 / 100.0, 0.0, dst);
+    cv::add(dst, cv::Scalar::all(10), dst);
 }
