@@ -1,4 +1,6 @@
+#include "counters.h"
 #include "fixture.h"
+#include "videorecorder.h"
 
 namespace {
 
@@ -89,6 +91,12 @@ TEST_F(ControllerTest, ARecordingOutlivesItsClientButNotTheService)
     EXPECT_EQ(start({}), error(-15, "video record already start"));
     controller->close();
     EXPECT_EQ(controller->stopVideoRecord("1"), error(-15, "video record not start"));
+    const counters::Counter &offered =
+        counters::find(counters::page().analyses, VideoRecorder::countedName).offered;
+    const std::int64_t before = offered.value();
+    EXPECT_GT(before, 0);
+    sendFrame();
+    EXPECT_EQ(offered.value(), before) << "no frame goes there any more";
     cv::Mat picture;
     EXPECT_TRUE(cv::VideoCapture(file.toStdString()).read(picture));
     EXPECT_EQ(picture.size(), cv::Size(1920, 1080));

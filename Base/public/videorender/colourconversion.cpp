@@ -15,12 +15,12 @@ public:
     YuvTable(const ColourSettings &settings, int frameHeight)
     {
         const YuvToRgb conversion = yuvToRgb(settings, frameHeight);
-        for (int row = 0; row < 3; ++row) {
+        for (std::size_t row = 0; row < 3; ++row) {
             double constant = 0.5;
-            for (int column = 0; column < 3; ++column) {
-                const double factor = double(conversion.matrix[std::size_t(3 * row + column)]);
+            for (std::size_t column = 0; column < 3; ++column) {
+                const double factor = double(conversion.matrix[3 * row + column]);
                 m_factors[row][column] = int(std::lround(factor * (1 << fractionBits)));
-                constant -= factor * double(conversion.offset[std::size_t(column)]) * 255;
+                constant -= factor * double(conversion.offset[column]) * 255;
             }
             m_constants[row] = int(std::lround(constant * (1 << fractionBits)));
         }
