@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
 #include <sstream>
 
@@ -14,11 +15,11 @@ std::string read(cmdline::parser &options, const std::string &line)
     std::istringstream stream(line);
     for (std::string word; stream >> word;)
         words.push_back(word);
-    std::vector<const char *> arguments;
-    for (const std::string &word : words)
-        arguments.push_back(word.c_str());
-    arguments.push_back("beyond");
-    const bool good = options.parse(int(words.size()), arguments.data());
+    words.emplace_back("beyond");
+    std::vector<const char *> arguments(words.size());
+    std::transform(words.begin(), words.end(), arguments.begin(),
+                   [](const auto &word) { return word.c_str(); });
+    const bool good = options.parse(int(words.size()) - 1, arguments.data());
     EXPECT_EQ(good, options.error().empty());
     std::string text = options.error() + '|' + options.get("name") + '|' + options.get("port") + '|';
     text += options.exist("verbose") ? "verbose|" : "|";
