@@ -47,7 +47,7 @@ inline QImage shownBy(VideoDisplay &display)
     QCoreApplication::processEvents();
     display.widget()->repaint();
     if (auto *const render = dynamic_cast<VideoRender *>(&display)) {
-        const QImage image = render->grabFramebuffer().convertToFormat(QImage::Format_RGB32);
+        QImage image = render->grabFramebuffer().convertToFormat(QImage::Format_RGB32);
         expectTidyContext(*render);
         return image;
     }
