@@ -469,6 +469,8 @@ void MyLog::messageHandler(QtMsgType type, const QMessageLogContext &context, co
         line.resize(line.size() - 1);
     }
     write(*file);
-    if (type == QtFatalMsg)
-        writeAtOnce(); // then Qt aborts
+    if (type == QtFatalMsg) {
+        writeAtOnce();
+        std::abort();
+    }
 }

@@ -50,6 +50,6 @@ public:
     /// end of a process, by a crash too: waits for no lock longer than a tenth of a second.
     static void writeAtOnce();
 
-    /// The handler that init() installs. After a fatal message Qt ends the process by abort().
+    /// The handler that init() installs. A fatal message ends the process by abort().
     static void messageHandler(QtMsgType type, const QMessageLogContext &context, const QString &message);
 };

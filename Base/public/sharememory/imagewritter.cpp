@@ -51,9 +51,11 @@ ImageWritter::ImageWritter(const QString &key, int blockCount, unsigned int bloc
 
 ImageWritter::~ImageWritter()
 {
-    qInfo() << "force to release key";
-    releaseKey();
-    endThreadTimer(timer, thread);
+    if (thread) {
+        qInfo() << "force to release key";
+        releaseKey();
+        endThreadTimer(timer, thread);
+    }
     if (memory.isAttached()) {
         memory.unlock();
         memory.detach();
@@ -64,6 +66,8 @@ ImageWritter::~ImageWritter()
 
 void ImageWritter::openSegment()
 {
+    if (memory.isAttached())
+        memory.detach();
     if (memory.create(header.totalSize, QSharedMemory::ReadWrite))
         return;
     memory.attach(QSharedMemory::ReadWrite);

@@ -8,7 +8,7 @@
 void GeometryEngine::setView(const QSizeF &size, double density)
 {
     m_viewSize = size;
-    m_density = density;
+    m_density = density > 0 ? density : 1;
     keepInView();
 }
 
