@@ -324,8 +324,6 @@ TEST_F(Wrappers, AHandIsRuledOutByThreeCropsOneOfThemSure)
 
 TEST_F(Wrappers, HandCropsGrowUpwardsAndStayInsideTheColumns)
 {
-    recognisers.handup->labels = std::vector<int>(9, 1);
-    recognisers.handup->scores = std::vector<float>(9, 0.9F);
     const auto model = manager.createHandupModel(
         frame, {cv::Rect(100, 200, 50, 60), cv::Rect(1, 5, 40, 40), cv::Rect(1900, 1000, 40, 300)});
     ASSERT_TRUE(model->detect());

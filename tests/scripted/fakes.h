@@ -25,8 +25,23 @@ struct Called
     std::function<void()> onCall;
 };
 
-/// Of `count` things, the label and the score of each.
-using Classification = std::function<int(std::size_t count, std::vector<int> &, std::vector<float> &)>;
+/// A classifier tells `labels` and `scores` of what it gets, and 0 and 0.9 of what is beyond them.
+struct Classifier : Called
+{
+    int classifyAll(std::size_t count, std::vector<int> &resultLabels, std::vector<float> &resultScores) const
+    {
+        called();
+        if (answer)
+            return answer(count, resultLabels, resultScores);
+        (resultLabels = labels).resize(count);
+        (resultScores = scores).resize(count, 0.9F);
+        return 0;
+    }
+
+    std::vector<int> labels;
+    std::vector<float> scores;
+    std::function<int(std::size_t count, std::vector<int> &, std::vector<float> &)> answer;
+};
 
 struct FaceDetection : mirovane::FaceDetectionMTCNN, Called
 {
@@ -169,46 +184,29 @@ struct Bodies : mirovane::BodyDetectionSSD, Called
     std::function<int(const cv::Mat &, std::vector<cv::Rect> &, std::vector<float> &)> answer;
 };
 
-struct BodyPose : mirovane::BodyPoseClassify, Called
+struct BodyPose : mirovane::BodyPoseClassify, Classifier
 {
     void reserved1() override {}
     void reserved2() override {}
-    int classify(const cv::Mat &, const std::vector<cv::Rect> &bodies, std::vector<int> &result,
-                 std::vector<float> &scores, bool) override
+    int classify(const cv::Mat &, const std::vector<cv::Rect> &bodies, std::vector<int> &resultLabels,
+                 std::vector<float> &resultScores, bool) override
     {
-        called();
-        if (answer)
-            return answer(bodies.size(), result, scores);
-        result = labels;
-        result.resize(bodies.size());
-        scores.assign(bodies.size(), 0.9F);
-        return 0;
+        return classifyAll(bodies.size(), resultLabels, resultScores);
     }
-
-    std::vector<int> labels;
-    Classification answer;
 };
 
-struct Handup : mirovane::HandupClassify, Called
+struct Handup : mirovane::HandupClassify, Classifier
 {
     void reserved1() override {}
     void reserved2() override {}
     int classify(const cv::Mat &, const std::vector<cv::Rect> &rects, std::vector<int> &resultLabels,
                  std::vector<float> &resultScores, bool) override
     {
-        called();
-        if (answer)
-            return answer(rects.size(), resultLabels, resultScores);
         seen = rects;
-        resultLabels = labels;
-        resultScores = scores;
-        return 0;
+        return classifyAll(rects.size(), resultLabels, resultScores);
     }
 
     std::vector<cv::Rect> seen;
-    std::vector<int> labels;
-    std::vector<float> scores;
-    Classification answer;
 };
 
 struct FaceAttr : mirovane::FaceAttrDetection, Called
@@ -273,22 +271,14 @@ struct Pose : mirovane::PoseDetectionCMU
     std::function<int(const cv::Mat &, std::vector<cv::Rect> &, std::vector<cv::Mat> &)> answer;
 };
 
-struct PoseClass : mirovane::PoseClassifyCMU
+struct PoseClass : mirovane::PoseClassifyCMU, Classifier
 {
     void reserved1() override {}
-    int classify(const std::vector<cv::Mat> &points, std::vector<int> &result,
-                 std::vector<float> &scores) override
+    int classify(const std::vector<cv::Mat> &points, std::vector<int> &resultLabels,
+                 std::vector<float> &resultScores) override
     {
-        if (answer)
-            return answer(points.size(), result, scores);
-        result = labels;
-        result.resize(points.size());
-        scores.assign(points.size(), 0.9F);
-        return 0;
+        return classifyAll(points.size(), resultLabels, resultScores);
     }
-
-    std::vector<int> labels;
-    Classification answer;
 };
 
 /// One of each.

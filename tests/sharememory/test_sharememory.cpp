@@ -32,6 +32,13 @@ void takeOverTimer(QObject &object)
     thread->wait();
 }
 
+/// Calls this on the reader's thread with each frame.
+template <class Function>
+void onFrame(ImageReader &reader, Function function)
+{
+    QObject::connect(&reader, &ImageReader::newImageBlockSignal, &reader, function, Qt::DirectConnection);
+}
+
 /// Every byte of a frame is its number.
 void write(ImageWritter &writer, int number, int size = frameSize)
 {
@@ -51,9 +58,7 @@ protected:
     SegmentTest()
     {
         remove();
-        QObject::connect(
-            &m_reader, &ImageReader::newImageBlockSignal, &m_reader, [this](ImageBlock ib) { keep(ib); },
-            Qt::DirectConnection);
+        onFrame(m_reader, [this](const ImageBlock &ib) { keep(ib); });
     }
     ~SegmentTest() override
     {
@@ -164,9 +169,7 @@ TEST_F(FramesTest, AreDeliveredWhileOthersMayLockTheSegment)
     m_writer.copyDataToShm();
     const int value = semaphore(GETVAL);
     int delivered = 0;
-    QObject::connect(
-        &m_reader, &ImageReader::newImageBlockSignal, &m_reader, [&] { delivered = semaphore(GETVAL); },
-        Qt::DirectConnection);
+    onFrame(m_reader, [&] { delivered = semaphore(GETVAL); });
     poll();
     EXPECT_EQ(delivered, value);
 }
@@ -190,21 +193,18 @@ TEST_F(FramesTest, StartAndStopWaitForARunningPoll)
     QSemaphore begun;
     std::atomic<int> returned{0};
     std::future<void> calls[2];
-    QObject::connect(
-        &m_reader, &ImageReader::newImageBlockSignal, &m_reader,
-        [&] {
-            for (const auto call : {&ImageReader::startToRead, &ImageReader::stopToRead})
-                calls[call == &ImageReader::stopToRead] = std::async(std::launch::async, [&, call] {
-                    begun.release();
-                    (m_reader.*call)();
-                    ++returned;
-                });
-            begun.acquire(2);
-            // Time enough for one that does not wait; no time is too long for one that does.
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-            EXPECT_EQ(returned, 0);
-        },
-        Qt::DirectConnection);
+    onFrame(m_reader, [&] {
+        for (const auto call : {&ImageReader::startToRead, &ImageReader::stopToRead})
+            calls[call == &ImageReader::stopToRead] = std::async(std::launch::async, [&, call] {
+                begun.release();
+                (m_reader.*call)();
+                ++returned;
+            });
+        begun.acquire(2);
+        // Time enough for one that does not wait; no time is too long for one that does.
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        EXPECT_EQ(returned, 0);
+    });
     EXPECT_EQ(poll(), QList<int>{1});
 }
 
@@ -242,9 +242,7 @@ TEST_F(SegmentTest, WriterAndReaderNeedNoEventLoopOfOthers)
         ImageWritter writer(m_key, 3, frameSize);
         ImageReader reader(m_key);
         QSemaphore come;
-        QObject::connect(
-            &reader, &ImageReader::newImageBlockSignal, &reader, [&] { come.release(); },
-            Qt::DirectConnection);
+        onFrame(reader, [&] { come.release(); });
         ASSERT_TRUE(reader.startToRead());
         for (int number = 1; come.available() < 20; ++number)
             write(writer, number % 100);
