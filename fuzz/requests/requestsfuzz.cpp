@@ -7,6 +7,7 @@
 #include "home.h"
 #include "imagewritter.h"
 #include "messageSender.h"
+#include "scripted.h"
 #include "source.h"
 #include "strategyfactory.h"
 #include "values.h"
@@ -33,6 +34,22 @@ template struct ControllerAccess<&AIService::controller>;
 /// Of one input. OpenCV's tracker takes some 30 ms for each, and the second one that other analyses handle is
 /// the 31st.
 constexpr int mostFrames = 31;
+
+/// Recognisers that give garbage, one of each, put into the model manager.
+void installGarbage()
+{
+    static ModelManagerTestAccess::Recognisers recognisers;
+    recognisers.faces->answer = garbage::faces;
+    recognisers.ids = std::make_shared<garbage::Gallery>();
+    recognisers.bodies->answer = garbage::bodies;
+    recognisers.bodyPose->answer = garbage::classes;
+    recognisers.handup->answer = garbage::classes;
+    recognisers.attributes->answer = garbage::attributes;
+    recognisers.emotion->answer = garbage::emotion;
+    recognisers.pose->answer = garbage::poses;
+    recognisers.poseClass->answer = garbage::classes;
+    recognisers.install();
+}
 
 /// What goes to a client must be something that it can read.
 void check(const QVariant &sent)
@@ -77,7 +94,7 @@ public:
     {
         m_framesLeft = mostFrames;
         AIConfig::instance().setModelLoadFlag(0);
-        garbage::install();
+        installGarbage();
         checkReply(m_service.open("open"));
         checkReply(m_service.execute(code(ai::Command::Initialise), QVariantMap(), "init"));
         while (!steps.isEmpty())

@@ -29,6 +29,18 @@ inline QVariantMap error(int code, const char *detail = nullptr)
     return reply;
 }
 
+inline QString faceText(int brightness, int side = 128)
+{
+    return ai_image::convertMat2Base64(cv::Mat(side, side, CV_8UC3, cv::Scalar::all(brightness)));
+}
+
+inline QVariantMap gallery(const QString &stuID, int brightness, const cv::Rect &rect = {100, 120, 80, 90})
+{
+    return {{"stuID", stuID},      {"faceImg", faceText(brightness)},
+            {"x", rect.x},         {"y", rect.y},
+            {"width", rect.width}, {"height", rect.height}};
+}
+
 /// A controller that is connected to a camera, with scripted recognisers and an empty store.
 class ControllerTest : public ::testing::Test
 {
@@ -64,17 +76,6 @@ protected:
         return runningThreads();
     }
 
-    static QString faceText(int brightness, int side = 128)
-    {
-        return ai_image::convertMat2Base64(cv::Mat(side, side, CV_8UC3, cv::Scalar::all(brightness)));
-    }
-    static QVariantMap gallery(const QString &stuID, int brightness,
-                               const cv::Rect &rect = {100, 120, 80, 90})
-    {
-        return {{"stuID", stuID},      {"faceImg", faceText(brightness)},
-                {"x", rect.x},         {"y", rect.y},
-                {"width", rect.width}, {"height", rect.height}};
-    }
     QVariantMap enrol(const QVariantList &galleries, const QString &requestID = "r")
     {
         return controller->registerGallery({{"galleries", galleries}}, requestID);

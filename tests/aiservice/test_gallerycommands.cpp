@@ -108,19 +108,19 @@ TEST_F(ControllerTest, RenamingTakesOverTheNewIdAndDeletingFreesIt)
     enrol({gallery("a", 50), gallery("b", 90)});
     EXPECT_EQ(controller->updateStudentID({{"oldStuID", "a"}}), error(-12));
     EXPECT_EQ(controller->updateStudentID({{"oldStuID", "a"}, {"newStuID", "b"}}), error(0));
-    EXPECT_EQ(known(), QStringList("b"));
-    EXPECT_EQ(stored(), QStringList("b"));
-    EXPECT_EQ(students::get("b").faceID, 0);
-    EXPECT_EQ(recognisers.ids->entries.size(), 1U);
-    EXPECT_EQ(externals(), QStringList("a"));
+    const auto expectRenamed = [&] {
+        EXPECT_EQ(known(), QStringList("b"));
+        EXPECT_EQ(stored(), QStringList("b"));
+        EXPECT_EQ(students::get("b").faceID, 0);
+        EXPECT_EQ(recognisers.ids->entries.size(), 1U);
+        EXPECT_EQ(externals(), QStringList("a"));
+    };
+    expectRenamed();
     // Onto his own id nothing changes.
     EXPECT_EQ(controller->updateStudentID({{"oldStuID", "b"}, {"newStuID", "b"}}), error(0));
     EXPECT_EQ(controller->updateStudentID({{"oldStuID", ""}, {"newStuID", ""}}), error(-12));
     EXPECT_EQ(controller->updateStudentID({{"oldStuID", "nobody"}, {"newStuID", "nobody"}}), error(-1003));
-    EXPECT_EQ(known(), QStringList("b"));
-    EXPECT_EQ(stored(), QStringList("b"));
-    EXPECT_EQ(recognisers.ids->entries.size(), 1U);
-    EXPECT_EQ(externals(), QStringList("a"));
+    expectRenamed();
     // A rename that fails has taken the face under the new id out of the recogniser all the same.
     EXPECT_EQ(controller->updateStudentID({{"oldStuID", "nobody"}, {"newStuID", "b"}}), error(-1003));
     EXPECT_TRUE(recognisers.ids->entries.empty());

@@ -5,28 +5,34 @@
 
 namespace {
 
-/// Like in the process, nobody deletes a service.
-AIService &makeService()
+/// Services with scripted recognisers. Like in the process, nobody deletes one.
+class ServiceObject : public ::testing::Test
 {
-    static auto &kept = *new std::vector<AIService *>;
-    return *kept.emplace_back(new AIService);
-}
+protected:
+    ServiceObject()
+    {
+        QDir::setCurrent(QDir::tempPath());
+        config.setModelLoadFlag(0);
+    }
+    ~ServiceObject() override
+    {
+        ImageWritter camera("Camera", 1, 64, nullptr); // a close waits for one
+        for (AIService *service : services)
+            service->close("end");
+    }
+    static AIService &makeService() { return *services.emplace_back(new AIService); }
+    static int state(AIService &service)
+    {
+        return service.info(1001, {}, "r")["rsp_data"].toMap()["status"].toInt();
+    }
 
-void closeAll(const std::vector<AIService *> &services)
-{
-    ImageWritter camera("Camera", 1, 64, nullptr); // a close waits for one
-    for (AIService *service : services)
-        service->close("end");
-}
+    inline static auto &services = *new std::vector<AIService *>;
+    AIConfig &config = AIConfig::instance();
+    ModelManagerTestAccess::Recognisers recognisers;
+};
 
-int state(AIService &service)
+TEST_F(ServiceObject, StatesDecideWhatPasses)
 {
-    return service.info(1001, {}, "r")["rsp_data"].toMap()["status"].toInt();
-}
-
-TEST(ServiceObject, StatesDecideWhatPasses)
-{
-    QDir::setCurrent(QDir::tempPath());
     const QVariantMap notOpen{
         {"rsp_error", -15}, {"rsp_error_detail", "aiservice not open"}, {"rsp_data", QVariant()}};
     QVariantMap notInit = notOpen;
@@ -41,16 +47,8 @@ TEST(ServiceObject, StatesDecideWhatPasses)
     EXPECT_EQ(state(service), 1);
     EXPECT_EQ(service.info(7, {}, "r"),
               (QVariantMap{{"rsp_error", -10}, {"rsp_data", QVariantMap{{"command_code", 7U}}}}));
-    closeAll({&service});
-}
 
-/// A service in state 2 that looks for a camera in vain refuses just the commands that need one.
-TEST(ServiceObject, EachCommandIsRefusedWithoutWhatItNeeds)
-{
-    QDir::setCurrent(QDir::tempPath());
-    ModelManagerTestAccess::Recognisers recognisers;
-    AIService &service = makeService();
-    service.open("r");
+    // In state 2, looking for a camera in vain, it refuses just the commands that need one.
     ASSERT_EQ(service.execute(1001, {}, "r")["rsp_error"], QVariant(0));
     LogCapture log;
     ASSERT_TRUE(eventually([&] { return service.execute(1038, {}, "r") == error(-9); }));
@@ -66,15 +64,10 @@ TEST(ServiceObject, EachCommandIsRefusedWithoutWhatItNeeds)
     EXPECT_EQ(lines.count("warning: controller is invalid"), 2); // the game's line has no name
     EXPECT_EQ(refused,
               (QList<unsigned int>{1021, 1022, 1030, 1031, 1032, 1033, 1034, 1035, 1036, 1037, 1038}));
-    closeAll({&service});
 }
 
-TEST(ServiceObject, TheFirstInitialisationIsWhatARecoveryLoads)
+TEST_F(ServiceObject, TheFirstInitialisationIsWhatARecoveryLoads)
 {
-    QDir::setCurrent(QDir::tempPath());
-    ModelManagerTestAccess::Recognisers recognisers;
-    AIConfig &config = AIConfig::instance();
-    config.setModelLoadFlag(0);
     AIService &service = makeService();
     service.open("r");
     QVariantMap params{{"cmu", true}, {"identify", "room1"}, {"enableEmotion", false}};
@@ -108,24 +101,18 @@ TEST(ServiceObject, TheFirstInitialisationIsWhatARecoveryLoads)
     EXPECT_EQ(last.execute(1001, {}, "r")["rsp_error"], QVariant(0));
 
     AIService &thrown = makeService();
-    ModelManagerTestAccess::Recognisers again;
-    {
-        ImageWritter camera("Camera", 1, 64, nullptr); // without one no student is registered and told
-        const auto thrower =
-            QObject::connect(&EventCatcher::fresh(), &IService::serviceMessgeSignal, [] { throw 7; });
-        LogCapture log;
-        EXPECT_FALSE(thrown.recover());
-        EXPECT_EQ(log.takeLines().filter("critical: [recover] failed: unknown exception").size(), 1);
-        QObject::disconnect(thrower);
-    }
-    closeAll({&service, &next, &last, &thrown});
+    recognisers.install();
+    ImageWritter camera("Camera", 1, 64, nullptr); // without one no student is registered and told
+    const auto thrower =
+        QObject::connect(&EventCatcher::fresh(), &IService::serviceMessgeSignal, [] { throw 7; });
+    LogCapture log;
+    EXPECT_FALSE(thrown.recover());
+    EXPECT_EQ(log.takeLines().filter("critical: [recover] failed: unknown exception").size(), 1);
+    QObject::disconnect(thrower);
 }
 
-TEST(ServiceObject, OneCommandAtATime)
+TEST_F(ServiceObject, OneCommandAtATime)
 {
-    QDir::setCurrent(QDir::tempPath());
-    ModelManagerTestAccess::Recognisers recognisers;
-    AIConfig::instance().setModelLoadFlag(0);
     EventCatcher &catcher = EventCatcher::fresh();
     AIService &service = makeService();
     service.open("r");
@@ -136,11 +123,10 @@ TEST(ServiceObject, OneCommandAtATime)
         std::this_thread::sleep_for(std::chrono::milliseconds(20));
         meanwhile += catcher.events(1021).size() - before;
     };
-    const cv::Mat face(128, 128, CV_8UC3, cv::Scalar::all(90));
-    const QVariantMap guest{{"stuID", "guest"}, {"faceImg", ai_image::convertMat2Base64(face)}};
+    const QVariantMap guests{{"galleries", QVariantList{gallery("guest", 90)}}};
     atOnce(100, {[&](int round) {
                      if (round < 5)
-                         service.execute(1020, QVariantMap{{"galleries", QVariantList{guest}}}, "r");
+                         service.execute(1020, guests, "r");
                  },
                  [&](int) {
                      service.execute(1026, {}, "r");
@@ -148,7 +134,6 @@ TEST(ServiceObject, OneCommandAtATime)
                  }});
     EXPECT_EQ(meanwhile, 0U);
     EXPECT_EQ(catcher.events(1021).size(), 100U);
-    closeAll({&service});
 }
 
 } // namespace

@@ -32,56 +32,36 @@ public:
     }
 };
 
-/// A command whose analysis ends by itself.
-struct OneShot
+TEST_F(ControllerTest, AStartThatMeetsAnEndedStrategyRunsANewOne)
 {
-    const char *name;
-    QVariantMap (*start)(AIServiceController &, const QString &requestID);
-    int frames;
-    QVariantMap refusal;
-};
+    using Start = std::function<QVariantMap(const char *requestID)>;
+    const std::tuple<int, QVariantMap, Start> commands[] = {
+        {1, error(-2, "start failed"),
+         [&](const char *requestID) { return controller->startAttributeDetection({}, requestID); }},
+        {3, error(-15, "fetch galleries already start"),
+         [&](const char *requestID) { return controller->fetchGalleryNew({}, requestID); }}};
+    for (const auto &[frames, refusal, start] : commands) {
+        SCOPED_TRACE(frames);
+        EventCatcher::fresh();
+        EXPECT_EQ(start("1"), error(0));
+        EXPECT_EQ(start("2"), refusal);
+        sendFrames(frames);
+        ended.acquire(); // the first one takes no more frames, and the registry still has it
 
-class StartsTest : public ControllerTest, public ::testing::WithParamInterface<OneShot>
-{
-};
-
-TEST_P(StartsTest, AStartThatMeetsAnEndedStrategyRunsANewOne)
-{
-    const OneShot &command = GetParam();
-    EXPECT_EQ(command.start(*controller, "1"), error(0));
-    EXPECT_EQ(command.start(*controller, "2"), command.refusal);
-    sendFrames(command.frames);
-    ended.acquire(); // the first one takes no more frames, and the registry still has it
-
-    EXPECT_EQ(command.start(*controller, "3"), error(0));
-    sendFrame();
-    EXPECT_EQ(event(handledEvent, command.frames + 1).requestID, "3");
-    mayLeave.release();
-    gone.acquire();
-    if (command.frames > 1) { // its late end has left the new one alone, which still runs
-        EXPECT_EQ(command.start(*controller, "4"), command.refusal);
-        sendFrames(command.frames - 1);
+        EXPECT_EQ(start("3"), error(0));
+        sendFrame();
+        EXPECT_EQ(event(handledEvent, frames + 1).requestID, "3");
+        mayLeave.release();
+        gone.acquire();
+        if (frames > 1) { // its late end has left the new one alone, which still runs
+            EXPECT_EQ(start("4"), refusal);
+            sendFrames(frames - 1);
+        }
+        ended.acquire();
+        mayLeave.release();
+        gone.acquire();
     }
-    ended.acquire();
-    mayLeave.release();
-    gone.acquire();
 }
-
-const OneShot oneShots[] = {
-    {"Attributes",
-     [](AIServiceController &controller, const QString &requestID) {
-         return controller.startAttributeDetection({}, requestID);
-     },
-     1, error(-2, "start failed")},
-    {"Gallery",
-     [](AIServiceController &controller, const QString &requestID) {
-         return controller.fetchGalleryNew({}, requestID);
-     },
-     3, error(-15, "fetch galleries already start")},
-};
-
-INSTANTIATE_TEST_SUITE_P(Commands, StartsTest, ::testing::ValuesIn(oneShots),
-                         [](const auto &test) { return std::string(test.param.name); });
 
 } // namespace
 

@@ -1,3 +1,4 @@
+#include "atonce.h"
 #include "counterfields.h"
 #include "counters.h"
 #include "countersreader.h"
@@ -10,7 +11,6 @@
 #include <QSet>
 #include <QTemporaryDir>
 
-#include <thread>
 #include <unistd.h>
 
 using testing::HasSubstr;
@@ -58,21 +58,15 @@ TEST_F(CountersPage, ReadersSeeWhatIsCountedAndLivesAreCountedOn)
               QFile::ReadOwner | QFile::WriteOwner);
     EXPECT_EQ(page()->process, QCoreApplication::applicationPid());
     EXPECT_EQ(counters::writerOf(*page()), counters::Writer::Counts);
-    constexpr int threads = 4, rounds = 20000;
-    std::vector<std::thread> counting;
-    counting.reserve(threads);
-    for (int i = 0; i < threads; ++i)
-        counting.emplace_back([i] {
-            for (int round = 0; round < rounds; ++round) {
-                counters::page().frames.read.add();
-                counters::addTime(counters::page().store.time, counters::page().store.longest,
-                                  i * rounds + round);
-            }
-        });
-    for (std::thread &thread : counting)
-        thread.join();
-    EXPECT_EQ(page()->frames.read.value(), threads * rounds);
-    EXPECT_EQ(page()->store.longest.value(), threads * rounds - 1);
+    const auto countFrom = [](int first) {
+        return [first](int round) {
+            counters::page().frames.read.add();
+            counters::addTime(counters::page().store.time, counters::page().store.longest, first + round);
+        };
+    };
+    atOnce(20000, {countFrom(0), countFrom(20000), countFrom(40000), countFrom(60000)});
+    EXPECT_EQ(page()->frames.read.value(), 80000);
+    EXPECT_EQ(page()->store.longest.value(), 79999);
 
     EXPECT_THAT(problemOfOpening(), HasSubstr("counts in")) << "a page that is counted in is left alone";
     kill();

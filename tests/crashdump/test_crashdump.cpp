@@ -4,9 +4,11 @@
 #include <gmock/gmock.h>
 
 #include <QDir>
+#include <QProcess>
 #include <QRegularExpression>
 
 #include <csignal>
+#include <map>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <thread>
@@ -74,10 +76,17 @@ std::string logOf(void (*crashing)(), int signal)
     return log;
 }
 
-QStringList takeDumps()
+/// The names of the dumps, and what can be read in each.
+std::map<QString, std::string> takeDumps()
 {
     QDir folder(QDir::temp().filePath(dumpFolder));
-    QStringList dumps = folder.entryList({"*.dmp"});
+    std::map<QString, std::string> dumps;
+    for (const QString &name : folder.entryList({"*.dmp"})) {
+        QProcess stackwalk;
+        stackwalk.start(MINIDUMP_STACKWALK, {folder.filePath(name)});
+        stackwalk.waitForFinished(-1);
+        dumps[name] = stackwalk.readAllStandardOutput().toStdString();
+    }
     folder.removeRecursively();
     return dumps;
 }
@@ -86,13 +95,17 @@ TEST(CrashDump, EachCrashLeavesTheDumpThatTheLogNames)
 {
     const auto onAThread = [] { std::thread(crash).join(); };
     const auto byRecursion = [] { overflow(0); };
-    const std::pair<void (*)(), int> crashes[] = {
-        {crash, SIGSEGV}, {onAThread, SIGSEGV}, {byRecursion, SIGSEGV}, {std::abort, SIGABRT}};
-    for (const auto &[crashing, signal] : crashes) {
+    const std::tuple<void (*)(), int, const char *> crashes[] = {{crash, SIGSEGV, "SIGSEGV"},
+                                                                 {onAThread, SIGSEGV, "SIGSEGV"},
+                                                                 {byRecursion, SIGSEGV, "SIGSEGV"},
+                                                                 {std::abort, SIGABRT, "SIGABRT"}};
+    for (const auto &[crashing, signal, reason] : crashes) {
         const std::string log = logOf(crashing, signal);
-        const QStringList dumps = takeDumps();
-        ASSERT_EQ(dumps.size(), 1) << log;
-        const auto name = QRegularExpression("^([0-9a-f-]{36})\\.dmp$").match(dumps[0]);
+        const auto dumps = takeDumps();
+        ASSERT_EQ(dumps.size(), 1U) << log;
+        const auto &[file, content] = *dumps.begin();
+        EXPECT_THAT(content, HasSubstr(reason));
+        const auto name = QRegularExpression("^([0-9a-f-]{36})\\.dmp$").match(file);
         EXPECT_THAT(log, HasSubstr("dump guid is " + name.captured(1).toStdString() + "  "));
         EXPECT_THAT(log, HasSubstr("callback ran"));
         EXPECT_THAT(log, HasSubstr("line 99."));
@@ -114,7 +127,7 @@ TEST(CrashDump, ALogThatIsLockedDoesNotKeepTheProcess)
 {
     const std::string log = logOf(crashWithTheLogLocked, SIGALRM);
     EXPECT_THAT(log, AllOf(HasSubstr("line 99."), Not(HasSubstr("callback    ==>>"))));
-    EXPECT_EQ(takeDumps().size(), 1);
+    EXPECT_EQ(takeDumps().size(), 1U);
 }
 
 } // namespace

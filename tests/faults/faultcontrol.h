@@ -13,9 +13,7 @@ enum class Behaviour : int
     works,
     throws,        ///< a standard exception
     throwsNumber,  ///< something that is no exception class
-    garbage,       ///< rectangles, points, ids and classes of any value, features of any shape
-    notANumber,    ///< scores and features that are NaN or infinite
-    wrongLengths,  ///< lists that don't fit each other
+    garbage,       ///< what the fuzzers let them give: any values, NaN, lists and features that don't fit
     hangs,         ///< doesn't return until the behaviour is changed
     slow,          ///< works, but takes two seconds
     crashes,       ///< reads from nowhere

@@ -4,13 +4,9 @@
 #include "eventually.h"
 #include "faultcontrol.h"
 
-#include <gtest/gtest.h>
-
 #include <QDir>
 #include <QSqlDatabase>
 #include <QSqlQuery>
-
-#include <memory>
 
 /// The real service with recognisers, writes and a clock that fail as `faults` says; without a word in there
 /// they find the same three people in every picture.
@@ -46,14 +42,6 @@ public:
         return eventually([&] { return faults.calls[recogniser] >= wanted || !isRunning(); }) && isRunning();
     }
 
-    /// The service lives and serves a new client.
-    ::testing::AssertionResult alive()
-    {
-        TestClient client(socketPath());
-        if (isRunning() && client.info(1001)["rsp_error"] == 0)
-            return ::testing::AssertionSuccess();
-        return ::testing::AssertionFailure() << standardError().right(2000).constData();
-    }
     /// Whether the process has obeyed a SIGSTOP.
     bool isStopped() const
     {
@@ -73,59 +61,10 @@ public:
     static constexpr bool isSanitized = AI_SANITIZED;
 };
 
-/// A service whose models are loaded, a camera and a client.
-class FaultTest : public ::testing::Test
+/// A class whose service may fail in so many ways.
+class FaultTest : public ClassroomTest<FaultyService>
 {
 protected:
-    void startService(const QStringList &arguments = {})
-    {
-        client.reset();
-        ASSERT_TRUE(service.start(arguments)) << service.standardError().constData();
-        connectClient();
-    }
-    void connectClient()
-    {
-        client.reset(new TestClient(service.socketPath()));
-        ASSERT_TRUE(client->isConnected());
-    }
-    void startClass(int interval = 10)
-    {
-        ASSERT_TRUE(camera.start(interval));
-        startService();
-        openClass();
-    }
-    /// Opens the service, which sees a camera, and loads all models.
-    void openClass()
-    {
-        ASSERT_EQ(client->open()["rsp_error"], QVariant(0));
-        QVariantMap models = allModels();
-        models["enableEmotion"] = true;
-        ASSERT_EQ(client->execute(1001, models)["rsp_error"], QVariant(0));
-        // Refused with -12 as soon as there is a camera.
-        ASSERT_EQ(executeWhenConnected(*client, 1022)["rsp_error"], QVariant(-12));
-    }
-
-    int code(int command, const QVariantMap &data = {}, const QString &requestID = {})
-    {
-        const QVariantMap answer = client->execute(command, data, requestID);
-        return answer.isEmpty() ? unanswered : answer["rsp_error"].toInt();
-    }
-
-    /// The students that were taken, in the order of the request.
-    QStringList enrol(const QStringList &students)
-    {
-        QVariantList galleries;
-        for (const QString &student : students)
-            galleries.append(galleryOf(student));
-        QStringList taken;
-        if (code(1022, {{"galleries", galleries}}) != 0)
-            return {"refused"};
-        const QVariantMap event = client->event(1018)["event_info"].toMap();
-        for (const QVariant &entry : event["successList"].toList())
-            taken.append(entry.toMap()["stuID"].toString());
-        return taken;
-    }
-
     /// The students of a store's file, as whoever opens it now would see them; "broken" if the file is.
     static QStringList storedStudents(const QString &file) { return rowsOf(file, "true"); }
     /// The same of those rows for which a condition holds.
@@ -145,9 +84,4 @@ protected:
         QSqlDatabase::removeDatabase("look");
         return students;
     }
-
-    static constexpr int unanswered = 1;
-    FaultyService service;
-    FrameSource camera{service.home()};
-    std::unique_ptr<TestClient> client;
 };

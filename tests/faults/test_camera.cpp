@@ -2,46 +2,7 @@
 
 #include "faultyservice.h"
 
-#include <QProcess>
-
 namespace {
-
-/// A faultycamera, which ends with the object as a killed program would.
-class FaultyCamera
-{
-public:
-    FaultyCamera(const QString &home, const QStringList &arguments)
-    {
-        auto environment = QProcessEnvironment::systemEnvironment();
-        environment.insert("TMPDIR", home);
-        m_process.setProcessEnvironment(environment);
-        m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        m_process.start(FAULTY_CAMERA, arguments);
-    }
-    ~FaultyCamera()
-    {
-        m_process.kill();
-        m_process.waitForFinished(-1);
-    }
-    FaultyCamera(const FaultyCamera &) = delete;
-    FaultyCamera &operator=(const FaultyCamera &) = delete;
-
-    /// Lets it tidy up.
-    void end()
-    {
-        m_process.terminate();
-        m_process.waitForFinished(-1);
-    }
-    /// Waits until the segment is there, and then each time for some frames more.
-    bool isWriting()
-    {
-        return (m_process.canReadLine() || m_process.waitForReadyRead(-1)) &&
-               m_process.readLine() == "writing\n";
-    }
-
-private:
-    QProcess m_process;
-};
 
 class CameraFaults : public FaultTest
 {
@@ -54,6 +15,15 @@ protected:
         EXPECT_EQ(code(1031), 0);
         return seen;
     }
+    /// The service waits for the camera's lock then: nobody else has it after one that has ended as it
+    /// should.
+    void startClassWithACameraThatStops()
+    {
+        startClass();
+        EXPECT_TRUE(framesArrive());
+        camera.end();
+        ASSERT_TRUE(camera.start(0, "stop"));
+    }
 };
 
 TEST_F(CameraFaults, AnotherLayoutThatFitsIsTakenOver)
@@ -61,73 +31,62 @@ TEST_F(CameraFaults, AnotherLayoutThatFitsIsTakenOver)
     startClass();
     EXPECT_TRUE(framesArrive());
     camera.stop();
+    const auto event = [&](int status) {
+        return QVariantMap{{"msg", 1022u},
+                           {"event_info", QVariantMap{{"status", status}}},
+                           {"type", 2},
+                           {"event_type", "service"},
+                           {"event_req_id", "0"}};
+    };
+    EXPECT_EQ(client->event(1022), event(0));
     // The service keeps the segment attached, so it stays: 18.7 MB, whatever the next camera would like.
-    {
-        FaultyCamera fewerBlocks(service.home(), {"2", "1920", "1080", "5"});
-        ASSERT_TRUE(fewerBlocks.isWriting());
-        EXPECT_TRUE(framesArrive());
-    }
+    ASSERT_TRUE(camera.start(10, "", {"2", "1920", "1080", "5"}));
+    EXPECT_EQ(client->event(1022), event(1));
+    EXPECT_TRUE(framesArrive());
     // Frames of a wrong size are told in the log, and whatever was written before them has been looked at.
     const auto writeWrongSize = [&](int linesInAll) {
-        FaultyCamera wrongSize(service.home(), {"3", "1280", "720", "5"});
-        EXPECT_TRUE(wrongSize.isWriting());
+        camera.stop();
+        EXPECT_TRUE(camera.start(10, "", {"3", "1280", "720", "5"}));
         EXPECT_TRUE(
             service.waitForOutput("[videoframe] frame width: 1280 or height: 720 not match", linesInAll));
     };
     writeWrongSize(3);
     EXPECT_EQ(code(1030), 0);
     const int calls = service.faults.calls[bodyDetection];
-    {
-        FaultyCamera biggerFrames(service.home(), {"1", "1920", "1080", "1"});
-        for (int i = 0; i < 5; ++i)
-            ASSERT_TRUE(biggerFrames.isWriting());
-    }
+    camera.stop();
+    ASSERT_TRUE(camera.start(10, "", {"1", "1920", "1080", "1"}));
+    for (int i = 0; i < 5; ++i)
+        ASSERT_TRUE(camera.isWriting());
     writeWrongSize(service.standardOutput().count("frame width: 1280") + 3);
     EXPECT_EQ(service.faults.calls[bodyDetection], calls)
         << "the reader's buffers are those of the first layout";
     EXPECT_EQ(code(1031), 0);
+    camera.stop();
     ASSERT_TRUE(camera.start(10));
     EXPECT_TRUE(framesArrive());
 }
 
-/// The service waits for its lock then: nobody else has it after one camera that has ended as it should.
 TEST_F(CameraFaults, OneThatStopsInsideACopyHoldsUpNoCommand)
 {
-    {
-        FaultyCamera first(service.home(), {"3", "1920", "1080", "5"});
-        ASSERT_TRUE(first.isWriting());
-        startService();
+    startClassWithACameraThatStops();
+    ASSERT_EQ(enrol({"Ada"}), QStringList{"Ada"});
+    for (int round = 0; round < 2; ++round) { // the second one has attached beside the stopped camera
+        for (int command = 1020; command <= 1040; ++command)
+            EXPECT_NE(code(command, {{"stuID", "Ada"}}), unanswered) << command;
+        connectClient(); // the one that leaves resets the analyses
+        EXPECT_TRUE(service.alive());
+        EXPECT_EQ(client->close()["rsp_error"], QVariant(0));
+        EXPECT_EQ(client->close()["rsp_error"], QVariant(-15));
         openClass();
-        EXPECT_TRUE(framesArrive());
-        first.end();
     }
-    {
-        FaultyCamera stopped(service.home(), {"stop"});
-        ASSERT_TRUE(stopped.isWriting());
-        ASSERT_EQ(enrol({"Ada"}), QStringList{"Ada"});
-        for (int round = 0; round < 2; ++round) { // the second one has attached beside the stopped camera
-            for (int command = 1020; command <= 1040; ++command)
-                EXPECT_NE(code(command, {{"stuID", "Ada"}}), unanswered) << command;
-            connectClient(); // the one that leaves resets the analyses
-            EXPECT_TRUE(service.alive());
-            EXPECT_EQ(client->close()["rsp_error"], QVariant(0));
-            EXPECT_EQ(client->close()["rsp_error"], QVariant(-15));
-            openClass();
-        }
-    }
+    camera.stop();
     ASSERT_TRUE(camera.start(10));
     EXPECT_TRUE(framesArrive());
 }
 
 TEST_F(CameraFaults, OneThatStopsInsideACopyHoldsUpNoEnd)
 {
-    FaultyCamera first(service.home(), {"3", "1920", "1080", "5"});
-    ASSERT_TRUE(first.isWriting());
-    startService();
-    openClass();
-    first.end();
-    FaultyCamera stopped(service.home(), {"stop"});
-    ASSERT_TRUE(stopped.isWriting());
+    startClassWithACameraThatStops();
     client->send(makeRequest(Kind::close, 0, {}, "self-kill"));
     EXPECT_TRUE(service.waitForExit());
     EXPECT_EQ(service.exitCode(), 0);
@@ -140,13 +99,11 @@ TEST_F(CameraFaults, GarbageReachesNoRecogniserThatItCouldHarm)
     ASSERT_EQ(code(1030), 0);
     ASSERT_EQ(code(1034, {{"stuID", "Ada"}}, "track"), 0);
     const qint64 before = service.residentKilobytes();
-    {
-        FaultyCamera garbage(service.home(), {"garbage"});
-        ASSERT_TRUE(garbage.isWriting());
-        camera.stop();
-        EXPECT_TRUE(service.waitForOutput(" not match", 100));
-        EXPECT_TRUE(service.alive());
-    }
+    camera.stop();
+    ASSERT_TRUE(camera.start(10, "garbage"));
+    EXPECT_TRUE(service.waitForOutput(" not match", 100));
+    EXPECT_TRUE(service.alive());
+    camera.stop();
     EXPECT_LT(service.residentKilobytes() - before, 300000);
     ASSERT_TRUE(camera.start(10));
     EXPECT_TRUE(framesArrive());

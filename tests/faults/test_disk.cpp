@@ -57,12 +57,6 @@ protected:
         EXPECT_TRUE(QFile::copy(onDisk("work/ai.data"), copy));
         return storedStudents(copy);
     }
-    void openClass()
-    {
-        ASSERT_EQ(client->open()["rsp_error"], QVariant(0));
-        ASSERT_EQ(code(1001, allModels()), 0);
-        ASSERT_EQ(executeWhenConnected(*client, 1022)["rsp_error"], QVariant(-12));
-    }
 };
 
 TEST_F(DiskFaults, AFullDiskCostsWhatWasToBeWritten)

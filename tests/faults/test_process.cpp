@@ -14,9 +14,7 @@
 
 namespace {
 
-class ProcessFaults : public FaultTest
-{
-};
+using ProcessFaults = FaultTest;
 
 TEST_F(ProcessFaults, FiveHundredConnectionsComeAndGo)
 {

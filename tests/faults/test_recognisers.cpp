@@ -29,8 +29,8 @@ protected:
         EXPECT_LE(code(1023, replacement), 0);
         EXPECT_EQ(code(1026), 0);
         EXPECT_LE(code(1025, {{"stuID", newStudent}}), 0);
-        EXPECT_TRUE(service.waitForCalls(bodyDetection, 4));
-        EXPECT_TRUE(service.waitForCalls(faceDetection, 4));
+        EXPECT_TRUE(service.waitForCalls(bodyDetection, 12));
+        EXPECT_TRUE(service.waitForCalls(faceDetection, 12));
     }
     void stopEverything()
     {
@@ -46,8 +46,7 @@ TEST_F(RecogniserFaults, CostAFrameOrACommandAndNothingElse)
     startClass();
     ASSERT_EQ(enrol(theClass), theClass);
     const qint64 process = service.processId();
-    for (const Behaviour behaviour : {Behaviour::throws, Behaviour::throwsNumber, Behaviour::garbage,
-                                      Behaviour::notANumber, Behaviour::wrongLengths}) {
+    for (const Behaviour behaviour : {Behaviour::throws, Behaviour::throwsNumber, Behaviour::garbage}) {
         SCOPED_TRACE(static_cast<int>(behaviour));
         service.behave(behaviour);
         useEverything(QString("new %1").arg(static_cast<int>(behaviour)));
@@ -67,8 +66,7 @@ TEST_F(RecogniserFaults, CostAFrameOrACommandAndNothingElse)
     service.crash();
     EXPECT_TRUE(service.dumps().isEmpty());
 
-    for (const Behaviour behaviour : {Behaviour::throws, Behaviour::garbage, Behaviour::notANumber,
-                                      Behaviour::wrongLengths, Behaviour::refusesToLoad}) {
+    for (const Behaviour behaviour : {Behaviour::throws, Behaviour::garbage, Behaviour::refusesToLoad}) {
         SCOPED_TRACE(static_cast<int>(behaviour));
         service.behave(behaviour);
         startService({"--recovery"});

@@ -47,23 +47,7 @@ double differenceFromStamp(const cv::Mat &picture, const QDateTime &time)
     return cv::norm(corner, stamped, cv::NORM_L1) / static_cast<double>(stamped.total());
 }
 
-/// As long as it lives, nothing gets onto the disk of the videos.
-class FrozenDisk
-{
-public:
-    FrozenDisk() { disk.lock(); }
-    ~FrozenDisk() { thaw(); }
-    void thaw()
-    {
-        if (frozen.exchange(false))
-            disk.unlock();
-    }
-
-    inline static QMutex disk; ///< held for each write
-
-private:
-    std::atomic<bool> frozen{true};
-};
+QMutex disk; ///< of the videos; held for each write, so whoever has it freezes the disk
 
 /// A disk of the machine, as the recorder finds it.
 struct Volume
@@ -210,7 +194,7 @@ TEST_F(RecorderTest, AFrozenDiskHoldsUpAStopForAWhileAndNothingElse)
     feed(60);
     const QString frozen = takeVideos().value(0)["videoLocalPath"].toString();
     LogCapture log;
-    FrozenDisk disk;
+    std::unique_lock<QMutex> freeze(disk);
     recorder->stop();
     EXPECT_TRUE(log.takeLines().join('\n').contains("warning: [VideoRecorder] file not complete after 5 s: " +
                                                     frozen));
@@ -224,7 +208,7 @@ TEST_F(RecorderTest, AFrozenDiskHoldsUpAStopForAWhileAndNothingElse)
     EXPECT_TRUE(takeVideos().isEmpty());
     EXPECT_EQ(log.takeLines().filter("not complete").size(), 0);
 
-    disk.thaw();
+    freeze.unlock();
     feed(1);
     const QString path = takeVideos().value(0)["videoLocalPath"].toString();
     EXPECT_TRUE(path.startsWith(home.filePath("last/")));
@@ -356,7 +340,7 @@ extern "C" ssize_t write(int file, const void *bytes, size_t count)
     char path[4096] = {};
     const std::string link = "/proc/self/fd/" + std::to_string(file);
     if (readlink(link.c_str(), path, sizeof path - 1) > 0 && QByteArray(path).endsWith(".mp4"))
-        QMutexLocker locker(&FrozenDisk::disk);
+        QMutexLocker locker(&disk);
     return syscall(SYS_write, file, bytes, count);
 }
 

@@ -8,6 +8,8 @@
 
 #include <QVariantMap>
 
+#include <memory>
+
 /// All recognisers, as a client asks for them.
 inline QVariantMap allModels()
 {
@@ -52,3 +54,66 @@ inline QStringList studentsOf(TestClient &client)
         ids.append(entry.toMap()["stuID"].toString());
     return ids;
 }
+
+/// A service, a camera and a client.
+template <class Service>
+class ClassroomTest : public ::testing::Test
+{
+protected:
+    virtual void startService(const QStringList &arguments = {})
+    {
+        client.reset();
+        ASSERT_TRUE(service.start(arguments)) << service.standardError().constData();
+        connectClient();
+    }
+    void connectClient()
+    {
+        client.reset(new TestClient(service.socketPath()));
+        ASSERT_TRUE(client->isConnected());
+    }
+    void startClass(int interval = 10, const QVariantMap &models = allModels())
+    {
+        ASSERT_TRUE(camera.start(interval));
+        startService();
+        openClass(models);
+    }
+    /// Opens the service, which sees a camera, and loads the models.
+    void openClass(QVariantMap models = allModels())
+    {
+        ASSERT_EQ(client->open()["rsp_error"], 0);
+        models["enableEmotion"] = true;
+        ASSERT_EQ(code(1001, models), 0);
+        // Refused with -12 as soon as there is a camera.
+        ASSERT_EQ(executeWhenConnected(*client, 1022)["rsp_error"], -12);
+    }
+
+    int code(int command, const QVariantMap &data = {}, const QString &requestID = {})
+    {
+        const QVariantMap answer = client->execute(command, data, requestID);
+        return answer.isEmpty() ? unanswered : answer["rsp_error"].toInt();
+    }
+
+    /// The students that were taken, in the order of the request.
+    QStringList enrolFaces(const QVariantList &galleries)
+    {
+        QStringList taken;
+        if (code(1022, {{"galleries", galleries}}) != 0)
+            return {"refused"};
+        const QVariantMap event = client->event(1018)["event_info"].toMap();
+        for (const QVariant &entry : event["successList"].toList())
+            taken.append(entry.toMap()["stuID"].toString());
+        return taken;
+    }
+    QStringList enrol(const QStringList &students)
+    {
+        QVariantList galleries;
+        for (const QString &student : students)
+            galleries.append(galleryOf(student));
+        return enrolFaces(galleries);
+    }
+
+    static constexpr int unanswered = 1;
+    Service service;
+    FrameSource camera{service.home()};
+    std::unique_ptr<TestClient> client;
+};

@@ -2,8 +2,6 @@
 
 #include "eventually.h"
 
-#include <gtest/gtest.h>
-
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
@@ -95,6 +93,13 @@ int ServiceProcess::exitCode() const
     return !isRunning() && process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
 }
 
+::testing::AssertionResult ServiceProcess::alive() const
+{
+    if (isRunning() && TestClient(socketPath()).info(1001)["rsp_error"] == 0)
+        return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << standardError().right(2000).constData();
+}
+
 QByteArray ServiceProcess::log() const
 {
     QByteArray lines;
@@ -122,14 +127,25 @@ qint64 ServiceProcess::residentKilobytes() const
     return file.readAll().split(' ').value(1).toLongLong() * sysconf(_SC_PAGESIZE) / 1024;
 }
 
-bool FrameSource::start(int intervalMilliseconds, const QString &pixelFile)
+bool FrameSource::start(int intervalMilliseconds, const QString &pixelFile, const QStringList &ring)
 {
     auto environment = QProcessEnvironment::systemEnvironment();
     environment.insert("TMPDIR", home);
     process.setProcessEnvironment(environment);
     process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    process.start(FRAMESOURCE_BINARY, {QString::number(intervalMilliseconds), pixelFile});
-    return process.waitForReadyRead(-1) && process.readLine() == "writing\n";
+    process.start(FRAMESOURCE_BINARY, QStringList{QString::number(intervalMilliseconds), pixelFile} + ring);
+    return isWriting();
+}
+
+bool FrameSource::isWriting()
+{
+    return (process.canReadLine() || process.waitForReadyRead(-1)) && process.readLine() == "writing\n";
+}
+
+void FrameSource::end()
+{
+    process.terminate();
+    process.waitForFinished(-1);
 }
 
 void FrameSource::stop()

@@ -2,6 +2,8 @@
 
 #include "testclient.h"
 
+#include <gtest/gtest.h>
+
 #include <QProcess>
 #include <QTemporaryDir>
 
@@ -33,6 +35,8 @@ public:
     void crash();
     void signal(int number);
     bool waitForExit();
+    /// The service lives and serves a new client.
+    ::testing::AssertionResult alive() const;
     bool isRunning() const { return process.state() == QProcess::Running; }
     /// The exit code; -1 for a process that runs or has crashed.
     int exitCode() const;
@@ -54,9 +58,9 @@ public:
     /// Kilobytes that the process has in memory; 0 when it is gone.
     qint64 residentKilobytes() const;
 
-private:
     QByteArray content(const QString &name) const;
 
+private:
     QTemporaryDir folder;
     QProcess process;
     QProcessEnvironment environment;
@@ -74,10 +78,15 @@ public:
     explicit FrameSource(QString serviceHome) : home(std::move(serviceHome)) {}
     ~FrameSource() { stop(); }
 
-    /// Returns when the segment is there. Without a file of pixels the frames are a moving pattern.
-    bool start(int intervalMilliseconds = 40, const QString &pixelFile = {});
+    /// Returns when the segment is there. Without a file of pixels the frames are a moving pattern; the ring,
+    /// and cameras that do harm, are told in framesource.cpp.
+    bool start(int intervalMilliseconds = 40, const QString &pixelFile = {}, const QStringList &ring = {});
+    /// Waits each time for some frames more, of a camera that was told its ring.
+    bool isWriting();
     /// Ends it without any tidying, as a killed camera program would.
     void stop();
+    /// Lets it tidy up.
+    void end();
 
 private:
     QString home;

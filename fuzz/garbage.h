@@ -1,6 +1,6 @@
 #pragma once
 
-#include "scripted.h"
+#include "fakes.h"
 #include "source.h"
 
 #include <limits>
@@ -145,49 +145,49 @@ inline int classes(std::size_t count, std::vector<int> &states, std::vector<floa
     return result();
 }
 
-/// One of each, put into the model manager.
-inline void install()
+inline int faces(const cv::Mat &image, std::vector<cv::Rect> &found, std::vector<float> &list,
+                 std::vector<std::vector<cv::Point>> &landmarks)
 {
-    static ModelManagerTestAccess::Recognisers recognisers;
-    recognisers.faces->answer = [](const cv::Mat &image, auto &faces, auto &list, auto &landmarks) {
-        faces = rects(image.size());
-        list = scores<float>(faces.size());
-        landmarks.resize(length(faces.size()));
-        for (std::vector<cv::Point> &points : landmarks) {
-            points.resize(length(5));
-            for (cv::Point &point : points)
-                point = {coordinate(image.cols), coordinate(image.rows)};
-        }
-        return result();
-    };
-    recognisers.ids = std::make_shared<Gallery>();
-    recognisers.bodies->answer = [](const cv::Mat &image, auto &bodies, auto &list) {
-        bodies = rects(image.size());
-        list = scores<float>(bodies.size());
-        return result();
-    };
-    recognisers.bodyPose->answer = classes;
-    recognisers.handup->answer = classes;
-    recognisers.attributes->answer = [](std::size_t count, auto &results) {
-        results.resize(length(count));
-        for (mirovane::FaceAttrResult &attributes : results)
-            attributes.labels = labels(1);
-        return result();
-    };
-    recognisers.emotion->answer = [](int &label, float &certainty) {
-        label = bytes().choose(3);
-        certainty = static_cast<float>(score());
-        return result();
-    };
-    recognisers.pose->answer = [](const cv::Mat &image, auto &bodies, auto &points) {
-        bodies = rects(image.size());
-        points.resize(length(bodies.size()));
-        for (cv::Mat &row : points)
-            row = matrix(36);
-        return result();
-    };
-    recognisers.poseClass->answer = classes;
-    recognisers.install();
+    found = rects(image.size());
+    list = scores<float>(found.size());
+    landmarks.resize(length(found.size()));
+    for (std::vector<cv::Point> &points : landmarks) {
+        points.resize(length(5));
+        for (cv::Point &point : points)
+            point = {coordinate(image.cols), coordinate(image.rows)};
+    }
+    return result();
+}
+
+inline int bodies(const cv::Mat &image, std::vector<cv::Rect> &found, std::vector<float> &list)
+{
+    found = rects(image.size());
+    list = scores<float>(found.size());
+    return result();
+}
+
+inline int attributes(std::size_t count, std::vector<mirovane::FaceAttrResult> &results)
+{
+    results.resize(length(count));
+    for (mirovane::FaceAttrResult &one : results)
+        one.labels = garbage::labels(1);
+    return result();
+}
+
+inline int emotion(int &label, float &certainty)
+{
+    label = bytes().choose(3);
+    certainty = static_cast<float>(score());
+    return result();
+}
+
+inline int poses(const cv::Mat &image, std::vector<cv::Rect> &found, std::vector<cv::Mat> &points)
+{
+    found = rects(image.size());
+    points.resize(length(found.size()));
+    for (cv::Mat &row : points)
+        row = matrix(36);
+    return result();
 }
 
 } // namespace garbage
