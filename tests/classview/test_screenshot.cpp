@@ -1,6 +1,6 @@
 #include "classroom.h"
 #include "democlass.h"
-#include "eventually.h"
+#include "program.h"
 
 #include <gtest/gtest.h>
 #include <opencv2/imgcodecs.hpp>
@@ -10,11 +10,11 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QSet>
 
 #include <functional>
 #include <numeric>
+#include <optional>
 
 namespace {
 
@@ -89,38 +89,22 @@ void expectDemoClass(const QString &file)
 class ScreenshotTest : public ::testing::Test
 {
 protected:
-    ~ScreenshotTest() override
-    {
-        camera.kill();
-        camera.waitForFinished(-1);
-    }
-
-    QProcessEnvironment environment() const
-    {
-        auto made = QProcessEnvironment::systemEnvironment();
-        made.insert("TMPDIR", service.home());
-        return made;
-    }
     void startCamera()
     {
-        camera.setProcessEnvironment(environment());
-        camera.start(CAMERAFEED, {"--demo"});
-        ASSERT_TRUE(eventually([&] { return camera.readAllStandardOutput().contains("writing"); }));
+        camera.emplace(CAMERAFEED, QStringList("--demo"), QByteArray(), service.home());
+        ASSERT_TRUE(camera->hasLines(1));
     }
-    /// The exit code; what it said goes to output.
+    /// The exit code; what it complained of goes to output.
     int runViewer(const QStringList &arguments)
     {
-        QProcess viewer;
-        viewer.setProcessEnvironment(environment());
-        viewer.setProcessChannelMode(QProcess::MergedChannels);
-        viewer.start(CLASSVIEW, arguments);
-        EXPECT_TRUE(viewer.waitForFinished(-1));
-        output = viewer.readAll().toStdString();
-        return viewer.exitStatus() == QProcess::NormalExit ? viewer.exitCode() : -1;
+        Program viewer(CLASSVIEW, arguments, {}, service.home());
+        const int code = viewer.exitCode();
+        output = viewer.errors();
+        return code;
     }
 
     ServiceProcess service;
-    QProcess camera;
+    std::optional<Program> camera;
     std::string output;
 };
 

@@ -1,6 +1,7 @@
 #include "enroldialog.h"
 #include "mainwindow.h"
 #include "person.h"
+#include "program.h"
 #include "serviceprocess.h"
 
 #include <gtest/gtest.h>
@@ -9,9 +10,10 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QProcess>
 #include <QToolBar>
 #include <QToolButton>
+
+#include <optional>
 
 namespace {
 
@@ -20,17 +22,10 @@ class UserTest : public ::testing::Test
 {
 protected:
     UserTest() { qputenv("TMPDIR", QFile::encodeName(service.home())); }
-    ~UserTest() override
-    {
-        window.reset();
-        camera.kill();
-        camera.waitForFinished(-1);
-    }
-
     void sitDown()
     {
-        camera.start(CAMERAFEED, {"--demo"});
-        ASSERT_TRUE(eventually([&] { return camera.readAllStandardOutput().contains("writing"); }));
+        camera.emplace(CAMERAFEED, QStringList("--demo"));
+        ASSERT_TRUE(camera->hasLines(1));
         ASSERT_TRUE(service.start());
         window = std::make_unique<MainWindow>(service.socketPath(), "Camera");
         window->show();
@@ -66,7 +61,7 @@ protected:
     }
 
     ServiceProcess service;
-    QProcess camera;
+    std::optional<Program> camera;
     std::unique_ptr<MainWindow> window;
 };
 
