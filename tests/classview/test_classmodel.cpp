@@ -139,19 +139,10 @@ TEST_F(ClassModelTest, EventsOfAnyContentDoNoHarm)
                                QVariantList{1, "a", QVariantMap()},
                                QVariantMap{{"stuID", 3}},
                                entry("x", std::numeric_limits<int>::max())};
-    const QStringList keys{"galleries",
-                           "studentStates",
-                           "handupStudents",
-                           "functionGameShowRegion",
-                           "functionGameResult",
-                           "studentsAttribute",
-                           "successList",
-                           "bestGalleries",
-                           "stuID",
-                           "concerntration",
-                           "status",
-                           "x",
-                           "width"};
+    const auto keys =
+        QString("galleries studentStates handupStudents functionGameShowRegion functionGameResult "
+                "studentsAttribute successList bestGalleries stuID concerntration status x width")
+            .split(' ');
     for (uint code = 1010; code <= 1023; ++code) {
         for (const auto &value : values) {
             QVariantMap info;

@@ -63,21 +63,24 @@ protected:
                     FakeService::reply()};
         return {FakeService::reply()};
     }
+    /// All requests of a kind, or of a command.
+    QList<QVariantMap> requests(AiClient::Kind kind, ai::Command command = {}) const
+    {
+        auto all = service.requests();
+        const auto isOther = [&](const QVariantMap &request) {
+            return request["req_code"].toInt() != kind ||
+                   request["req_data"].toMap()["command_code"].toUInt() != code(command);
+        };
+        all.erase(std::remove_if(all.begin(), all.end(), isOther), all.end());
+        return all;
+    }
     /// The data of all requests with this code.
     QVariantList sent(ai::Command command) const
     {
         QVariantList data;
-        for (const auto &request : service.requests())
-            if (request["req_data"].toMap()["command_code"].toUInt() == code(command))
-                data.append(request["req_data"].toMap()["data"]);
+        for (const auto &request : requests(AiClient::Execute, command))
+            data.append(request["req_data"].toMap()["data"]);
         return data;
-    }
-    int closings() const
-    {
-        const auto requests = service.requests();
-        return int(std::count_if(requests.begin(), requests.end(), [](const QVariantMap &request) {
-            return request["req_code"].toInt() == AiClient::Close;
-        }));
     }
     /// A key on the window, which no window manager makes the active one here.
     void strike(Qt::Key key, Qt::KeyboardModifiers modifiers = {})
@@ -221,12 +224,12 @@ TEST_F(DialogsTest, WhatCannotBeTakenBackIsAskedForAndSentOnceAfterAYes)
 
     expectAsked([&] { strike(Qt::Key_Backspace, Qt::ControlModifier | Qt::ShiftModifier); },
                 count(ai::Command::Reset));
-    QAction *close = nullptr;
-    for (auto *const action : window->findChildren<QAction *>())
-        if (action->text() == "Close the service…")
-            close = action;
-    ASSERT_NE(close, nullptr);
-    expectAsked([&] { close->trigger(); }, [this] { return closings(); });
+    const auto actions = window->findChildren<QAction *>();
+    const auto close = std::find_if(actions.begin(), actions.end(), [](const QAction *action) {
+        return action->text() == "Close the service…";
+    });
+    ASSERT_NE(close, actions.end());
+    expectAsked([&] { (*close)->trigger(); }, [this] { return requests(AiClient::Close).size(); });
 }
 
 TEST_F(DialogsTest, AFolderOfPortraitsIsImportedAndTheRefusedOnesAreListedWithTheReason)
@@ -313,21 +316,15 @@ TEST_F(DialogsTest, AfterAStopALateEventTellsNothing)
         service.send(FakeService::event(code(ai::Event::Recording), {{"videoLocalPath", "/of " + id}}, "r"));
         EXPECT_TRUE(eventually([&] { return lesson().model().recordingFile() == "/of " + id; }));
     };
+    /// The identifier of the latest start.
     const auto switchHands = [this] {
         const bool before = lesson().isRunning(Analysis::Hands);
         strike(Qt::Key_H, Qt::ControlModifier);
         EXPECT_TRUE(eventually(
             [&] { return lesson().isRunning(Analysis::Hands) != before && !lesson().link().isBusy(); }));
-        return service.requests();
+        return requests(AiClient::Execute, ai::Command::StartHands).last()["req_id"].toString();
     };
-    const auto startOf = [](const QList<QVariantMap> &requests) {
-        QString id;
-        for (const auto &request : requests)
-            if (request["req_data"].toMap()["command_code"].toUInt() == code(ai::Command::StartHands))
-                id = request["req_id"].toString();
-        return id;
-    };
-    const QString first = startOf(switchHands());
+    const QString first = switchHands();
     tellHands(first);
     EXPECT_EQ(lesson().model().lesson().size(), 1);
     switchHands();
@@ -335,7 +332,7 @@ TEST_F(DialogsTest, AfterAStopALateEventTellsNothing)
     tellHands(first);
     EXPECT_FALSE(lesson().isRunning(Analysis::Hands));
     EXPECT_EQ(lesson().model().lesson().size(), 1);
-    tellHands(startOf(switchHands()));
+    tellHands(switchHands());
     EXPECT_EQ(lesson().model().lesson().size(), 2);
 }
 

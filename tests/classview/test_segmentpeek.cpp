@@ -1,18 +1,18 @@
-#include "eventually.h"
 #include "imagereader.h"
 #include "imagewritter.h"
+#include "program.h"
 #include "segmentpeek.h"
 
 #include <gtest/gtest.h>
 
 #include <QFile>
-#include <QProcess>
 #include <QSystemSemaphore>
 
 #include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <limits>
+#include <optional>
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/wait.h>
@@ -36,8 +36,7 @@ class SegmentPeekTest : public ::testing::Test
 protected:
     ~SegmentPeekTest() override
     {
-        camera.kill();
-        camera.waitForFinished(-1);
+        camera.reset();
         peek.detach();
         const QSystemSemaphore semaphore("Camera", 1, QSystemSemaphore::Create);
         QSharedMemory left("Camera");
@@ -46,8 +45,8 @@ protected:
 
     void startCamera(int interval)
     {
-        camera.start(PLAINCAMERA, {QString::number(interval)});
-        ASSERT_TRUE(eventually([&] { return camera.readAllStandardOutput().contains("writing"); }));
+        camera.emplace(PLAINCAMERA, QStringList(QString::number(interval)));
+        ASSERT_TRUE(camera->hasLines(1));
     }
     /// GETVAL, GETPID (who changed it last) or GETNCNT (who waits) of the lock.
     static int semaphore(int command)
@@ -65,7 +64,7 @@ protected:
         return frame;
     }
 
-    QProcess camera;
+    std::optional<Program> camera;
     SegmentPeek peek{"Camera"};
     QString error;
 };
@@ -78,7 +77,7 @@ TEST_F(SegmentPeekTest, NobodyNoticesItAlsoWhileTheCameraIsStoppedInsideACopy)
     peek.detach();
 
     // Until the stopped process is found holding the lock.
-    const auto process = pid_t(camera.processId());
+    const pid_t process = camera->processId();
     ASSERT_TRUE(eventually([&] {
         kill(process, SIGSTOP);
         waitpid(process, nullptr, WUNTRACED); // until all its threads stand

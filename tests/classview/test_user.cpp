@@ -1,8 +1,7 @@
 #include "enroldialog.h"
-#include "importdialog.h"
 #include "mainwindow.h"
 #include "person.h"
-#include "picture.h"
+#include "program.h"
 #include "serviceprocess.h"
 
 #include <gtest/gtest.h>
@@ -11,10 +10,10 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QProcess>
-#include <QSignalSpy>
 #include <QToolBar>
 #include <QToolButton>
+
+#include <optional>
 
 namespace {
 
@@ -23,27 +22,15 @@ class UserTest : public ::testing::Test
 {
 protected:
     UserTest() { qputenv("TMPDIR", QFile::encodeName(service.home())); }
-    ~UserTest() override
-    {
-        window.reset();
-        camera.kill();
-        camera.waitForFinished(-1);
-    }
-
     void sitDown()
     {
-        camera.start(CAMERAFEED, {"--demo"});
-        ASSERT_TRUE(eventually([&] { return camera.readAllStandardOutput().contains("writing"); }));
+        camera.emplace(CAMERAFEED, QStringList("--demo"));
+        ASSERT_TRUE(camera->hasLines(1));
         ASSERT_TRUE(service.start());
         window = std::make_unique<MainWindow>(service.socketPath(), "Camera");
         window->show();
-        ASSERT_TRUE(
-            sees([&] { return window->lesson().link().state() == 0 && window->camera().frames() > 0; }));
-    }
-    template <class Condition>
-    bool sees(Condition condition)
-    {
-        return eventually(condition);
+        ASSERT_TRUE(eventually(
+            [&] { return window->lesson().link().state() == 0 && window->camera().frames() > 0; }));
     }
     void pressTool(const QString &text) { person::press<QToolButton>(window->findChild<QToolBar *>(), text); }
     void pressGuide(const QString &text)
@@ -62,39 +49,19 @@ protected:
         person::whenOpen<EnrolDialog>([this, names](EnrolDialog *dialog) {
             for (const auto &name : names) {
                 auto *const line = dialog->findChild<QLineEdit *>();
-                EXPECT_TRUE(sees([&] { return line->isEnabled() && line->text().isEmpty(); }));
+                EXPECT_TRUE(eventually([&] { return line->isEnabled() && line->text().isEmpty(); }));
                 const int before = dialog->enrolled();
                 QTest::keyClicks(line, name);
                 QTest::keyClick(line, Qt::Key_Return);
-                EXPECT_TRUE(sees([&] { return dialog->enrolled() > before; })) << name.toStdString();
+                EXPECT_TRUE(eventually([&] { return dialog->enrolled() > before; })) << name.toStdString();
             }
             if (dialog->isVisible())
                 dialog->reject();
         });
     }
 
-    /// A face that the service has cut out, one of a name that is taken, and a file that is no picture.
-    void importPortraits()
-    {
-        const auto face = picture::jpegOf(window->lesson().model().faces()[3].faceText);
-        const QStringList names{"Anna", "Dora", "Nobody"};
-        QString error;
-        for (const auto &name : names)
-            picture::save(service.filePath("portraits/" + name + ".jpg"), name == "Nobody" ? "text" : face,
-                          &error);
-        ImportDialog import(&window->lesson(), ImportDialog::picturesIn(service.filePath("portraits")),
-                            window.get());
-        QSignalSpy finished(&import, &ImportDialog::finished);
-        ASSERT_TRUE(sees([&] { return !finished.isEmpty(); }));
-        EXPECT_EQ(import.enrolled(), 1);
-        EXPECT_TRUE(import.result(0).contains("already")) << import.result(0).toStdString();
-        EXPECT_EQ(import.result(1), "enrolled");
-        EXPECT_TRUE(import.result(2).contains("not a picture")) << import.result(2).toStdString();
-        EXPECT_TRUE(sees([&] { return window->lesson().model().students().size() == 4; }));
-    }
-
     ServiceProcess service;
-    QProcess camera;
+    std::optional<Program> camera;
     std::unique_ptr<MainWindow> window;
 };
 
@@ -103,12 +70,14 @@ TEST_F(UserTest, EnrolsTheClassWatchesHandsAndAttentionAndFindsTheRecording)
     sitDown();
     auto &lesson = window->lesson();
     pressGuide("Load");
-    ASSERT_TRUE(sees([&] { return lesson.isReady(); }));
+    ASSERT_TRUE(eventually([&] { return lesson.isReady(); }));
     while (lesson.model().faces().size() < 4) {
         pressGuide("Find faces");
         const QVector<FoundFace> before = lesson.model().faces();
-        ASSERT_TRUE(sees([&] { return lesson.model().faces().size() >= 4 || !lesson.link().isBusy(); }));
-        sees([&, waited = 0]() mutable { return lesson.model().faces().size() >= 4 || ++waited > 400; });
+        ASSERT_TRUE(
+            eventually([&] { return lesson.model().faces().size() >= 4 || !lesson.link().isBusy(); }));
+        eventually(
+            [&, waited = 0]() mutable { return lesson.model().faces().size() >= 4 || ++waited > 400; });
     }
 
     nameFaces({"Anna"});
@@ -117,14 +86,12 @@ TEST_F(UserTest, EnrolsTheClassWatchesHandsAndAttentionAndFindsTheRecording)
     EXPECT_TRUE(lesson.model().knows("Anna"));
     nameFaces({"Ben", "Cleo"});
     pressTool("Name faces…");
-    ASSERT_TRUE(sees([&] { return lesson.model().students().size() == 3 && !lesson.link().isBusy(); }));
-
-    importPortraits();
+    ASSERT_TRUE(eventually([&] { return lesson.model().students().size() == 3 && !lesson.link().isBusy(); }));
 
     pressGuide("Hands");
-    ASSERT_TRUE(sees([&] { return lesson.isRunning(Analysis::Hands) && !lesson.link().isBusy(); }));
+    ASSERT_TRUE(eventually([&] { return lesson.isRunning(Analysis::Hands) && !lesson.link().isBusy(); }));
     pressTool("Attention");
-    ASSERT_TRUE(sees([&] {
+    ASSERT_TRUE(eventually([&] {
         bool isAttention = false, isHand = false;
         for (const LessonMoment &moment : lesson.model().lesson()) {
             isAttention |= moment.attention.has_value();
@@ -134,7 +101,7 @@ TEST_F(UserTest, EnrolsTheClassWatchesHandsAndAttentionAndFindsTheRecording)
     }));
 
     pressGuide("Record");
-    ASSERT_TRUE(sees([&] { return !lesson.model().recordingFile().isEmpty(); }));
+    ASSERT_TRUE(eventually([&] { return !lesson.model().recordingFile().isEmpty(); }));
     QString told;
     person::whenOpen<QMessageBox>([&](QMessageBox *box) {
         told = box->text();
@@ -144,9 +111,10 @@ TEST_F(UserTest, EnrolsTheClassWatchesHandsAndAttentionAndFindsTheRecording)
     const QFileInfo recording(told.section('\n', -1));
     EXPECT_TRUE(recording.exists()) << told.toStdString();
     pressTool("Record");
-    ASSERT_TRUE(sees([&] { return !lesson.isRecording(); }));
+    ASSERT_TRUE(eventually([&] { return !lesson.isRecording(); }));
     const auto *const guide = window->findChild<GuideBar *>()->findChild<QLabel *>();
-    EXPECT_TRUE(sees([&] { return guide->text().contains(recording.filePath()); })) << "also after its end";
+    EXPECT_TRUE(eventually([&] { return guide->text().contains(recording.filePath()); }))
+        << "also after its end";
     QFile::remove(recording.filePath());
 
     const QJsonArray log = QJsonDocument::fromJson(window->findChild<LogPanel *>()->json()).array();
@@ -156,10 +124,10 @@ TEST_F(UserTest, EnrolsTheClassWatchesHandsAndAttentionAndFindsTheRecording)
     person::answer(QMessageBox::No);
     EXPECT_FALSE(window->close()) << "it asks while analyses run";
     service.crash();
-    ASSERT_TRUE(sees([&] { return !lesson.link().isConnected(); }));
+    ASSERT_TRUE(eventually([&] { return !lesson.link().isConnected(); }));
     EXPECT_FALSE(lesson.isAnythingRunning());
     ASSERT_TRUE(service.start());
-    ASSERT_TRUE(sees([&] { return lesson.link().state() == 0; })) << "it connects again by itself";
+    ASSERT_TRUE(eventually([&] { return lesson.link().state() == 0; })) << "it connects again by itself";
     EXPECT_TRUE(window->close());
 }
 

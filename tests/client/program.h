@@ -42,7 +42,8 @@ public:
         eventually([&] { return lines().size() >= count || hasEnded(); });
         return lines().size() >= count;
     }
-    void interrupt() const { ::kill(pid_t(m_process.processId()), SIGINT); }
+    pid_t processId() const { return pid_t(m_process.processId()); }
+    void interrupt() const { ::kill(processId(), SIGINT); }
     void terminate() { m_process.terminate(); }
 
     QStringList lines()

@@ -118,16 +118,6 @@ TEST(Aictl, ErrorsAreTellingAndNamesKeepToTheirLine)
     EXPECT_THAT(watch.lines().value(0).toStdString(), HasSubstr("registered: a\\u001b[2J\\u000ab\\u202e"));
 }
 
-TEST(Aictl, QuitTellsWhatItWaitsFor)
-{
-    FakeService service;
-    service.setAnswer([](const QVariantMap &) { return QVariantList(); });
-    Program quit(aictl, {"quit"});
-    EXPECT_TRUE(eventually([&] { return quit.errors().find("waits for a camera") != std::string::npos; }));
-    service.dropClients();
-    EXPECT_EQ(quit.exitCode(), 0);
-}
-
 TEST(Aictl, ASessionWaitsForEventsAndEndsInOrder)
 {
     FakeService service;
@@ -188,6 +178,11 @@ TEST(Aictl, TheEndOfTheServiceIsAFailureUnlessItWasAskedFor)
         return {FakeService::reply()};
     });
     EXPECT_EQ(exitCodeOf({"session"}, "status\nquit\nstatus\n"), 0);
+    service.setAnswer([](const QVariantMap &) { return QVariantList(); });
+    Program quit(aictl, {"quit"});
+    EXPECT_TRUE(eventually([&] { return quit.errors().find("waits for a camera") != std::string::npos; }));
+    service.dropClients();
+    EXPECT_EQ(quit.exitCode(), 0);
     Program watch(aictl, {"watch"});
     ASSERT_TRUE(eventually([&] { return service.clientCount() == 1; }));
     service.dropClients();

@@ -31,33 +31,16 @@ cv::Mat pattern(int side, int channels)
     return picture;
 }
 
-struct Original
+void expectAnswersLikeItsOriginal(const std::string &name, const PixelScale &scale)
 {
-    const char *net;
-    PixelScale scale;
-};
-
-/// Names the test.
-void PrintTo(const Original &original, std::ostream *output)
-{
-    *output << original.net;
-}
-
-class ConvertedNets : public TestWithParam<Original>
-{
-};
-
-TEST_P(ConvertedNets, AnswerLikeTheirOriginals)
-{
-    const std::string name = GetParam().net;
     QFile file(QString::fromStdString(NET_RECORDS "/" + name + ".json"));
-    ASSERT_TRUE(file.open(QFile::ReadOnly));
+    ASSERT_TRUE(file.open(QFile::ReadOnly)) << name;
     const auto record = QJsonDocument::fromJson(file.readAll()).object();
     const auto expected = record["outputs"].toObject();
-    ASSERT_FALSE(expected.isEmpty());
+    ASSERT_FALSE(expected.isEmpty()) << name;
 
     const auto net = LearnedNet::find(MODEL_FOLDER "/model-config.yml", name);
-    ASSERT_TRUE(net);
+    ASSERT_TRUE(net) << name;
     auto picture = pattern(record["side"].toInt(), record["channels"].toInt());
     if (picture.channels() == 3)
         cv::cvtColor(picture, picture, cv::COLOR_RGB2BGR);
@@ -66,10 +49,10 @@ TEST_P(ConvertedNets, AnswerLikeTheirOriginals)
         outputs.push_back(output.toStdString());
     // Two in one batch: the second must not see the first.
     const cv::Mat empty(picture.size(), picture.type(), cv::Scalar::all(0));
-    const auto blobs = net->run(inputOf({empty, picture}, GetParam().scale), outputs);
+    const auto blobs = net->run(inputOf({empty, picture}, scale), outputs);
 
     for (size_t i = 0; i < outputs.size(); ++i) {
-        SCOPED_TRACE(outputs[i]);
+        SCOPED_TRACE(name + ' ' + outputs[i]);
         const auto output = expected[QString::fromStdString(outputs[i])].toObject();
         const auto shape = output["shape"].toArray();
         const int rows = shape[0].toInt();
@@ -89,15 +72,16 @@ TEST_P(ConvertedNets, AnswerLikeTheirOriginals)
         }
         EXPECT_GE(place, rows * columns * channels);
         EXPECT_LE(largest, 1e-3 * range);
-        RecordProperty(outputs[i], std::to_string(largest / range));
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Nets, ConvertedNets,
-                         Values(Original{"blazeface", evenScale}, Original{"landmark68", faceScale},
-                                Original{"recognition", faceScale}, Original{"expression", faceScale},
-                                Original{"emotion", evenScale}, Original{"movenet", evenScale}),
-                         [](const auto &tested) { return std::string(tested.param.net); });
+TEST(ConvertedNets, AnswerLikeTheirOriginals)
+{
+    for (const char *name : {"blazeface", "emotion", "movenet"})
+        expectAnswersLikeItsOriginal(name, evenScale);
+    for (const char *name : {"landmark68", "recognition", "expression"})
+        expectAnswersLikeItsOriginal(name, faceScale);
+}
 
 SeenFace faceAt(float x, float y, float width)
 {

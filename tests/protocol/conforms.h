@@ -8,8 +8,7 @@
 /// wire.
 inline void expectConforms(const QVariantMap &request, const QVariantMap &message)
 {
-    const Schema &schema = Schema::published();
-    const QString complaints = request.isEmpty() ? schema.eventComplaints(message, Schema::Wire)
-                                                 : schema.complaints(request, message, Schema::Wire);
+    const QString complaints = request.isEmpty() ? schema::eventComplaints(message, schema::Wire)
+                                                 : schema::replyComplaints(request, message, schema::Wire);
     EXPECT_EQ(complaints.toStdString(), "");
 }

@@ -1,34 +1,24 @@
 #pragma once
 
-#include <QJsonObject>
 #include <QVariant>
 
 /**
- * Holds messages against docs/asyncapi.json. Stricter than JSON Schema asks for: a key that isn't listed is a
- * complaint, and so is a keyword of the schema that this class doesn't know.
+ * Holds messages against docs/asyncapi.json as it is checked in. Stricter than JSON Schema asks for: a key
+ * that isn't listed is a complaint, and so is a keyword of the schema that isn't known here.
+ *
+ * Each function tells what is wrong with a message; nothing when it is empty.
  */
-class Schema
+namespace schema {
+
+enum Strictness
 {
-public:
-    enum Strictness
-    {
-        Json, ///< a message that went through JSON: all whole numbers are alike
-        Wire  ///< a message of the socket: int, unsigned int and double are told apart
-    };
-
-    /// The document as it is checked in.
-    static const Schema &published();
-
-    explicit Schema(const QByteArray &document);
-
-    /// What is wrong with the message; empty when nothing is. A reply is held against the command, question
-    /// or kind of its request.
-    QString complaints(const QVariantMap &request, const QVariantMap &reply, Strictness strictness) const;
-    QString requestComplaints(const QVariantMap &request, Strictness strictness) const;
-    QString eventComplaints(const QVariantMap &event, Strictness strictness) const;
-
-private:
-    QString check(const QString &message, const QVariant &value, Strictness strictness) const;
-
-    QJsonObject m_messages;
+    Json, ///< a message that went through JSON: all whole numbers are alike
+    Wire  ///< a message of the socket: int, unsigned int and double are told apart
 };
+
+QString requestComplaints(const QVariantMap &request, Strictness strictness);
+/// A reply is held against the command, question or kind of its request.
+QString replyComplaints(const QVariantMap &request, const QVariantMap &reply, Strictness strictness);
+QString eventComplaints(const QVariantMap &event, Strictness strictness);
+
+} // namespace schema

@@ -37,8 +37,8 @@ TEST(ProtocolDocs, EveryMessageHasASampleThatConforms)
     QSet<int> kinds;
     for (const auto &[request, reply] : samples.exchanges) {
         const std::string shown = request["req_id"].toString().toStdString();
-        EXPECT_EQ(Schema::published().requestComplaints(request, Schema::Json).toStdString(), "") << shown;
-        EXPECT_EQ(Schema::published().complaints(request, reply, Schema::Json).toStdString(), "") << shown;
+        EXPECT_EQ(schema::requestComplaints(request, schema::Json).toStdString(), "") << shown;
+        EXPECT_EQ(schema::replyComplaints(request, reply, schema::Json).toStdString(), "") << shown;
         EXPECT_EQ(reply["rsp_id"], request["req_id2"]) << shown;
         kinds.insert(request["req_code"].toInt());
         if (request["req_code"] == code(ai::Kind::Execute))
@@ -50,7 +50,7 @@ TEST(ProtocolDocs, EveryMessageHasASampleThatConforms)
 
     QSet<unsigned> events;
     for (const QVariantMap &event : samples.events) {
-        EXPECT_EQ(Schema::published().eventComplaints(event, Schema::Json).toStdString(), "");
+        EXPECT_EQ(schema::eventComplaints(event, schema::Json).toStdString(), "");
         events.insert(event["msg"].toUInt());
     }
     for (const ai::EventRow &row : ai::events)
@@ -77,35 +77,34 @@ TEST(ProtocolDocs, TheSchemaFindsWhatIsWrong)
                             {"event_info", QVariantMap{{"status", 1}}},
                             {"event_type", "service"},
                             {"event_req_id", "0"}};
-    const auto complaints = [&](const char *key, const QVariant &value, Schema::Strictness strictness) {
+    const auto complaints = [&](const char *key, const QVariant &value, schema::Strictness strictness) {
         QVariantMap changed = video;
         changed[key] = value;
-        return Schema::published().eventComplaints(changed, strictness);
+        return schema::eventComplaints(changed, strictness);
     };
-    EXPECT_EQ(complaints("type", 2, Schema::Wire).toStdString(), "");
-    EXPECT_NE(complaints("type", 1, Schema::Json), "");
-    EXPECT_EQ(complaints("msg", 1022, Schema::Json), "");
-    EXPECT_NE(complaints("msg", 1013U, Schema::Json), "");
-    EXPECT_NE(complaints("msg", 1999U, Schema::Json), "");
-    EXPECT_NE(complaints("more", 1, Schema::Json), "");
-    EXPECT_NE(complaints("event_type", "execute", Schema::Json), "");
-    EXPECT_NE(complaints("event_info", QVariant(), Schema::Json), "");
-    EXPECT_NE(complaints("event_info", QVariantMap{}, Schema::Json), "");
-    EXPECT_NE(complaints("event_info", QVariantMap{{"status", "1"}}, Schema::Json), "");
-    EXPECT_NE(complaints("event_info", QVariantMap{{"status", 0.5}}, Schema::Json), "");
-    EXPECT_EQ(complaints("event_info", QVariantMap{{"status", 1U}}, Schema::Json), "");
-    EXPECT_NE(complaints("event_info", QVariantMap{{"status", 1U}}, Schema::Wire), "");
+    EXPECT_EQ(complaints("type", 2, schema::Wire).toStdString(), "");
+    EXPECT_NE(complaints("type", 1, schema::Json), "");
+    EXPECT_EQ(complaints("msg", 1022, schema::Json), "");
+    EXPECT_NE(complaints("msg", 1013U, schema::Json), "");
+    EXPECT_NE(complaints("msg", 1999U, schema::Json), "");
+    EXPECT_NE(complaints("more", 1, schema::Json), "");
+    EXPECT_NE(complaints("event_type", "execute", schema::Json), "");
+    EXPECT_NE(complaints("event_info", QVariant(), schema::Json), "");
+    EXPECT_NE(complaints("event_info", QVariantMap{}, schema::Json), "");
+    EXPECT_NE(complaints("event_info", QVariantMap{{"status", "1"}}, schema::Json), "");
+    EXPECT_NE(complaints("event_info", QVariantMap{{"status", 0.5}}, schema::Json), "");
+    EXPECT_EQ(complaints("event_info", QVariantMap{{"status", 1U}}, schema::Json), "");
+    EXPECT_NE(complaints("event_info", QVariantMap{{"status", 1U}}, schema::Wire), "");
 
     const QVariantMap request{{"req_code", 3}, {"req_data", QVariantMap{{"command_code", 1020}}}};
-    EXPECT_NE(Schema::published().requestComplaints(request, Schema::Wire), "");
+    EXPECT_NE(schema::requestComplaints(request, schema::Wire), "");
     const QVariantMap entry{{"stuID", 1}};
     const QVariantMap reply{
         {"type", 1},
         {"rsp_id", 1},
         {"rsp_error", 0},
         {"rsp_data", QVariantMap{{"command_code", 1020U}, {"failedStuList", QVariantList{entry}}}}};
-    EXPECT_TRUE(
-        Schema::published().complaints(request, reply, Schema::Wire).contains("failedStuList[0].stuID"));
+    EXPECT_TRUE(schema::replyComplaints(request, reply, schema::Wire).contains("failedStuList[0].stuID"));
 }
 
 } // namespace

@@ -146,15 +146,17 @@ TEST(BridgeSummary, CountsAMinuteByTheEventsThatItHad)
 TEST(BridgeSettings, RefusesWhatIsUnknownUnsafeOrReadableByOthers)
 {
     const QTemporaryDir folder;
-    const auto problemOf = [&](const QByteArray &text, QFile::Permissions others = {}) {
-        QFile file(folder.filePath("room.conf"));
+    const auto write = [&](const char *name, const QByteArray &text, QFile::Permissions others = {}) {
+        QFile file(folder.filePath(name));
         EXPECT_TRUE(file.open(QIODevice::WriteOnly));
         file.write(text);
         file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | others);
-        file.close();
+        return file.fileName();
+    };
+    const auto problemOf = [&](const QByteArray &text, QFile::Permissions others = {}) {
         Settings settings;
         QString error;
-        settings.read(file.fileName(), error);
+        settings.read(write("room.conf", text, others), error);
         return error.section('/', -1).toStdString();
     };
     const QByteArray room("[room]\nschool = north\nroom = 101\n");
@@ -170,15 +172,11 @@ TEST(BridgeSettings, RefusesWhatIsUnknownUnsafeOrReadableByOthers)
     const std::string exposed = problemOf(room + camera, QFile::ReadOther);
     EXPECT_NE(exposed, "");
     EXPECT_EQ(exposed.find("secret"), std::string::npos);
-    QFile password(folder.filePath("password"));
-    ASSERT_TRUE(password.open(QIODevice::WriteOnly));
-    password.write("p\n");
-    password.close();
+    const QString password = write("password", "p\n");
     const QByteArray broker =
-        "[broker]\nhost = localhost\nuser = u\npassword-file = " + password.fileName().toUtf8() + '\n';
-    password.setPermissions(QFile::ReadOwner);
+        "[broker]\nhost = localhost\nuser = u\npassword-file = " + password.toUtf8() + '\n';
     EXPECT_EQ(problemOf(room + broker), "");
-    password.setPermissions(QFile::ReadOwner | QFile::ReadOther);
+    write("password", "p\n", QFile::ReadOther);
     EXPECT_NE(problemOf(room + broker), "");
 }
 

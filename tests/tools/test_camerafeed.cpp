@@ -1,54 +1,42 @@
-#include "eventually.h"
 #include "imagereader.h"
+#include "program.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <opencv2/imgcodecs.hpp>
 
 #include <QFile>
 #include <QMutexLocker>
-#include <QProcess>
 #include <QSharedMemory>
 #include <QTemporaryDir>
 
+#include <optional>
 #include <vector>
+
+using testing::HasSubstr;
 
 TEST(CameraFeed, OneAtATimeWritesUnlessItTakesOver)
 {
     const QTemporaryDir folder;
     const QString picture = folder.filePath("picture.png");
     cv::imwrite(picture.toStdString(), cv::Mat(90, 160, CV_8UC3, cv::Scalar(1, 2, 3)));
-    const auto writes = [](QProcess &feed) {
-        return eventually([&] { return feed.readAllStandardOutput().contains("writing"); });
-    };
-    const auto ends = [](const QProcess &feed) {
-        return eventually([&] { return feed.state() == QProcess::NotRunning; });
-    };
-    QProcess first, second, third;
-    first.start(CAMERAFEED, {picture});
-    ASSERT_TRUE(writes(first));
-    second.start(CAMERAFEED, {picture});
-    ASSERT_TRUE(ends(second));
+    std::optional<Program> first, third;
+    first.emplace(CAMERAFEED, QStringList(picture));
+    ASSERT_TRUE(first->hasLines(1));
+    Program second(CAMERAFEED, {picture});
     EXPECT_EQ(second.exitCode(), 1);
-    EXPECT_TRUE(
-        second.readAllStandardError().contains("process " + QByteArray::number(first.processId()) + ' '));
-    EXPECT_EQ(first.state(), QProcess::Running);
-
-    third.start(CAMERAFEED, {picture, "--take-over"});
-    EXPECT_TRUE(writes(third));
-    ASSERT_TRUE(ends(first));
-    EXPECT_EQ(first.exitStatus(), QProcess::NormalExit);
-    EXPECT_EQ(first.exitCode(), 0);
+    EXPECT_THAT(second.errors(), HasSubstr("process " + std::to_string(first->processId()) + ' '));
+    third.emplace(CAMERAFEED, QStringList{picture, "--take-over"});
+    EXPECT_TRUE(third->hasLines(1));
+    EXPECT_EQ(first->exitCode(), 0);
 
     // A dead one is no hindrance, and other segments have other cameras.
-    third.kill();
-    ASSERT_TRUE(ends(third));
-    first.start(CAMERAFEED, {picture});
-    EXPECT_TRUE(writes(first));
-    second.start(CAMERAFEED, {picture, "--key", "other/camera"});
-    EXPECT_TRUE(writes(second));
-    for (QProcess *feed : {&first, &second}) {
+    third.reset();
+    first.emplace(CAMERAFEED, QStringList(picture));
+    third.emplace(CAMERAFEED, QStringList{picture, "--key", "other/camera"});
+    for (Program *feed : {&*first, &*third}) {
+        EXPECT_TRUE(feed->hasLines(1));
         feed->terminate();
-        EXPECT_TRUE(ends(*feed));
+        EXPECT_EQ(feed->exitCode(), 0);
     }
 }
 
@@ -81,9 +69,8 @@ TEST(CameraFeed, WritesPicturesInOrderLetterboxedAsRgbUntilItIsTerminated)
             pictures.erase(pictures.begin());
     };
     QObject::connect(&reader, &ImageReader::newImageBlockSignal, &reader, keep, Qt::DirectConnection);
-    QProcess feed;
-    feed.start(CAMERAFEED, {folder.path(), "--fps", "10"});
-    ASSERT_TRUE(eventually([&] { return feed.readAllStandardOutput().contains("writing"); }));
+    Program feed(CAMERAFEED, {folder.path(), "--fps", "10"});
+    ASSERT_TRUE(feed.hasLines(1));
     ASSERT_TRUE(eventually([&] { return reader.startToRead(); }));
     // Four in a row: a reader that a busy machine holds up misses pictures.
     int first = -1;
@@ -109,8 +96,6 @@ TEST(CameraFeed, WritesPicturesInOrderLetterboxedAsRgbUntilItIsTerminated)
     }
 
     feed.terminate();
-    ASSERT_TRUE(eventually([&] { return feed.state() == QProcess::NotRunning; }));
-    EXPECT_EQ(feed.exitStatus(), QProcess::NormalExit);
     EXPECT_EQ(feed.exitCode(), 0);
     EXPECT_FALSE(QSharedMemory("Camera").attach(QSharedMemory::ReadOnly)) << "it takes its segment along";
 }

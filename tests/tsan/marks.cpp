@@ -6,9 +6,9 @@
 // with the same address". The marks are as narrow as what Qt promises: an emission comes before the slots
 // that it queues, not before every event of every thread, so that a missing lock is still found.
 //
-// Two means are used. Functions that our code calls are defined here once more; the linker prefers these, and
-// they call Qt's. Calls within Qt can't be caught that way; for those Qt has callbacks: one before each event
-// is delivered, and one before and after each emission of a signal.
+// Two means are used. Functions that our code calls are defined here once more, and no others; the linker
+// prefers these, and they call Qt's. Calls within Qt can't be caught that way; for those Qt has callbacks:
+// one before each event is delivered, and one before and after each emission of a signal.
 #include <QByteArray>
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -306,15 +306,6 @@ void QMutex::lock() noexcept
     __tsan_mutex_post_lock(this, 0, 0);
 }
 
-bool QMutex::tryLock(int timeout) noexcept
-{
-    static const auto qt = original<bool (*)(QMutex *, int)>("_ZN6QMutex7tryLockEi");
-    __tsan_mutex_pre_lock(this, __tsan_mutex_try_lock);
-    const bool locked = qt(this, timeout);
-    __tsan_mutex_post_lock(this, locked ? __tsan_mutex_try_lock : __tsan_mutex_try_lock_failed, 0);
-    return locked;
-}
-
 void QMutex::unlock() noexcept
 {
     static const auto qt = original<void (*)(QMutex *)>("_ZN6QMutex6unlockEv");
@@ -353,24 +344,6 @@ void QSemaphore::acquire(int count)
     ::acquire(this);
 }
 
-bool QSemaphore::tryAcquire(int count)
-{
-    static const auto qt = original<bool (*)(QSemaphore *, int)>("_ZN10QSemaphore10tryAcquireEi");
-    const bool acquired = qt(this, count);
-    if (acquired)
-        ::acquire(this);
-    return acquired;
-}
-
-bool QSemaphore::tryAcquire(int count, int milliseconds)
-{
-    static const auto qt = original<bool (*)(QSemaphore *, int, int)>("_ZN10QSemaphore10tryAcquireEii");
-    const bool acquired = qt(this, count, milliseconds);
-    if (acquired)
-        ::acquire(this);
-    return acquired;
-}
-
 void QSemaphore::release(int count)
 {
     static const auto qt = original<void (*)(QSemaphore *, int)>("_ZN10QSemaphore7releaseEi");
@@ -378,7 +351,7 @@ void QSemaphore::release(int count)
     qt(this, count);
 }
 
-// Slots, and events that are posted without a signal.
+// Slots, and events that come without a signal.
 
 QMetaObject::Connection QObject::connectImpl(const QObject *sender, void **signal, const QObject *receiver,
                                              void **slot, QtPrivate::QSlotObjectBase *slotObject,
@@ -391,14 +364,6 @@ QMetaObject::Connection QObject::connectImpl(const QObject *sender, void **signa
         "_ZN7QObject11connectImplEPKS_PPvS1_S3_PN9QtPrivate15QSlotObjectBaseEN2Qt14ConnectionTypeEPKiPK11"
         "QMetaObject");
     return qt(sender, signal, receiver, slot, new MarkedSlot(slotObject), type, types, metaObject);
-}
-
-void QCoreApplication::postEvent(QObject *receiver, QEvent *event, int priority)
-{
-    static const auto qt =
-        original<void (*)(QObject *, QEvent *, int)>("_ZN16QCoreApplication9postEventEP7QObjectP6QEventi");
-    release(receiver);
-    qt(receiver, event, priority);
 }
 
 void QObject::deleteLater()
@@ -451,15 +416,6 @@ bool QThread::wait(QDeadlineTimer deadline)
     return ended;
 }
 
-bool QThread::wait(unsigned long milliseconds)
-{
-    static const auto qt = original<bool (*)(QThread *, unsigned long)>("_ZN7QThread4waitEm");
-    const bool ended = qt(this, milliseconds);
-    if (ended)
-        acquire(this);
-    return ended;
-}
-
 bool QThread::isRunning() const
 {
     static const auto qt = original<bool (*)(const QThread *)>("_ZNK7QThread9isRunningEv");
@@ -467,15 +423,6 @@ bool QThread::isRunning() const
     if (!running)
         acquire(this);
     return running;
-}
-
-bool QThread::isFinished() const
-{
-    static const auto qt = original<bool (*)(const QThread *)>("_ZNK7QThread10isFinishedEv");
-    const bool finished = qt(this);
-    if (finished)
-        acquire(this);
-    return finished;
 }
 
 void QThreadPool::start(QRunnable *runnable, int priority)

@@ -10,7 +10,6 @@
 #include <QOpenGLContext>
 #include <QOpenGLFunctions>
 
-/// Both widgets, to be held against the same expectations.
 inline VideoDisplay *makeDisplay(bool withOpenGL)
 {
     return withOpenGL ? static_cast<VideoDisplay *>(new VideoRender) : new VideoPainter;
@@ -46,12 +45,10 @@ inline QImage shownBy(VideoDisplay &display)
 {
     QCoreApplication::processEvents();
     display.widget()->repaint();
-    if (auto *const render = dynamic_cast<VideoRender *>(&display)) {
-        QImage image = render->grabFramebuffer().convertToFormat(QImage::Format_RGB32);
+    const QImage image = display.widget()->grab().toImage().convertToFormat(QImage::Format_RGB32);
+    if (auto *const render = dynamic_cast<VideoRender *>(&display))
         expectTidyContext(*render);
-        return image;
-    }
-    return display.widget()->grab().toImage().convertToFormat(QImage::Format_RGB32);
+    return image;
 }
 
 /// A widget of that many pixels on the screen.
@@ -65,19 +62,14 @@ inline void showAs(VideoDisplay &display, const QSize &size)
     QCoreApplication::processEvents();
 }
 
-/// The largest difference of a channel between two pictures of one size; 256 for different sizes.
-inline int largestDifference(const QImage &a, const QImage &b)
+/// Tests of both widgets, which are held against the same expectations.
+class DisplayTest : public ::testing::TestWithParam<bool>
 {
-    if (a.size() != b.size())
-        return 256;
-    int largest = 0;
-    for (int y = 0; y < a.height(); ++y) {
-        for (int x = 0; x < a.width(); ++x) {
-            const QRgb left = a.pixel(x, y), right = b.pixel(x, y);
-            largest =
-                std::max({largest, std::abs(qRed(left) - qRed(right)), std::abs(qGreen(left) - qGreen(right)),
-                          std::abs(qBlue(left) - qBlue(right))});
-        }
-    }
-    return largest;
+protected:
+    const std::unique_ptr<VideoDisplay> display{makeDisplay(GetParam())};
+};
+
+inline const char *nameOfWidget(const ::testing::TestParamInfo<bool> &widget)
+{
+    return widget.param ? "OpenGL" : "Painter";
 }

@@ -1,5 +1,7 @@
 #include "rendering.h"
 
+#include <opencv2/core.hpp>
+
 #include <cmath>
 #include <functional>
 
@@ -8,34 +10,20 @@ namespace {
 constexpr QRgb red = 0xffff0000, green = 0xff00ff00, blue = 0xff0000ff, white = 0xffffffff,
                brown = 0xff604020;
 
-/// A grey frame whose corners are red, green, white and blue, clockwise from the top left one.
-QByteArray markedFrame(const QSize &size)
-{
-    QByteArray pixels(size.width() * size.height() * 3, char(128));
-    const auto mark = [&](int left, int top, QRgb colour) {
-        for (int y = top; y < top + 8; ++y)
-            for (int x = left; x < left + 8; ++x) {
-                pixels[(y * size.width() + x) * 3] = char(qRed(colour));
-                pixels[(y * size.width() + x) * 3 + 1] = char(qGreen(colour));
-                pixels[(y * size.width() + x) * 3 + 2] = char(qBlue(colour));
-            }
-    };
-    mark(0, 0, red);
-    mark(size.width() - 8, 0, green);
-    mark(size.width() - 8, size.height() - 8, white);
-    mark(0, size.height() - 8, blue);
-    return pixels;
-}
-
-class GeometryTest : public ::testing::TestWithParam<bool>
+class GeometryTest : public DisplayTest
 {
 protected:
+    /// A grey frame whose corners are red, green, white and blue, clockwise from the top left one.
     void show(const QSize &view, const QSize &frame, int displayModel = DisplayFit)
     {
         showAs(*display, view);
-        const QByteArray pixels = markedFrame(frame);
-        display->showBytes(pixels.constData(), pixels.size(), frame.width(), frame.height(), 0, RGB,
-                           displayModel);
+        cv::Mat3b pixels(frame.height(), frame.width(), cv::Vec3b::all(128));
+        const int right = frame.width() - 8, bottom = frame.height() - 8;
+        for (const auto &[x, y, colour] :
+             {std::tuple(0, 0, red), {right, 0, green}, {right, bottom, white}, {0, bottom, blue}})
+            pixels(cv::Rect(x, y, 8, 8)).setTo(cv::Scalar(qRed(colour), qGreen(colour), qBlue(colour)));
+        display->showBytes(reinterpret_cast<const char *>(pixels.data), qint64(pixels.total() * 3),
+                           frame.width(), frame.height(), 0, RGB, displayModel);
     }
     /// Pixels of the widget, clockwise from the top left one of a rectangle; 2 pixels inside.
     QList<QRgb> corners(const QRect &place)
@@ -48,8 +36,6 @@ protected:
             colours.append(image.pixel(corner));
         return colours;
     }
-
-    std::unique_ptr<VideoDisplay> display{makeDisplay(GetParam())};
 };
 
 TEST_P(GeometryTest, FitFillAndOneToOnePutTheCornersWhereTheyBelong)
@@ -154,12 +140,8 @@ TEST(Geometry, NoBarIsLeftByWhateverChangesAfterAMoveToTheEdge)
     EXPECT_EQ(place(moved), QRectF(-600, -300, 800, 400));
     moved.moveBy({1000, 1000});
     const std::function<void(GeometryEngine &)> changes[] = {
-        [](auto &geometry) {
-            geometry.setView({150, 75}, 1);
-        },
-        [](auto &geometry) {
-            geometry.setFrameSize({50, 50});
-        },
+        [](auto &geometry) { geometry.setView(QSizeF(150, 75), 1); },
+        [](auto &geometry) { geometry.setFrameSize(QSize(50, 50)); },
         [](auto &geometry) { geometry.setMode(GeometryEngine::OneToOne); },
         [](auto &geometry) { geometry.setQuarterTurns(3); },
     };
@@ -186,8 +168,6 @@ TEST(Geometry, DensityCountsInOneToOneAndNothingComesOfEmptySizes)
     EXPECT_TRUE(geometry.isPixelExact());
 }
 
-INSTANTIATE_TEST_SUITE_P(, GeometryTest, ::testing::Bool(), [](const ::testing::TestParamInfo<bool> &widget) {
-    return widget.param ? "OpenGL" : "Painter";
-});
+INSTANTIATE_TEST_SUITE_P(, GeometryTest, ::testing::Bool(), nameOfWidget);
 
 } // namespace

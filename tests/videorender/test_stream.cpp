@@ -12,13 +12,9 @@ namespace {
 /// Shows a frame of one colour.
 void give(VideoDisplay &display, const QSize &size, QRgb colour)
 {
-    const QImage picture = [&] {
-        QImage image(size, QImage::Format_RGB32);
-        image.fill(colour);
-        return image;
-    }();
-    display.showBytes(reinterpret_cast<const char *>(picture.constBits()), picture.sizeInBytes(),
-                      size.width(), size.height(), picture.bytesPerLine(), RGBA);
+    const std::vector<QRgb> pixels(std::size_t(size.width() * size.height()), colour);
+    display.showBytes(reinterpret_cast<const char *>(pixels.data()), qint64(4 * pixels.size()), size.width(),
+                      size.height(), 0, RGBA);
 }
 
 QRgb middleOf(VideoDisplay &display)
@@ -27,10 +23,8 @@ QRgb middleOf(VideoDisplay &display)
     return image.pixel(image.width() / 2, image.height() / 2);
 }
 
-class StreamTest : public ::testing::TestWithParam<bool>
+class StreamTest : public DisplayTest
 {
-protected:
-    std::unique_ptr<VideoDisplay> display{makeDisplay(GetParam())};
 };
 
 TEST_P(StreamTest, SizesAndFormatsMayChangeFromFrameToFrame)
@@ -74,20 +68,11 @@ TEST_P(StreamTest, EachChangeIsToldAndDrawnWithoutBeingAskedFor)
     ColourSettings colours;
     colours.background = Qt::red;
     const std::pair<bool, std::function<void()>> changes[] = {
-        {false,
-         [&] {
-             give(*display, {16, 9}, 0xff10f020);
-         }},
+        {false, [&] { give(*display, QSize(16, 9), 0xff10f020); }},
         {true, [&] { display->setMode(GeometryEngine::OneToOne); }},
         {true, [&] { display->setMirrored(true); }},
-        {true,
-         [&] {
-             display->zoomAt({9, 9}, 20);
-         }},
-        {true,
-         [&] {
-             display->moveBy({9, 9});
-         }},
+        {true, [&] { display->zoomAt(QPointF(9, 9), 20); }},
+        {true, [&] { display->moveBy(QPointF(9, 9)); }},
         {true, [&] { display->resetZoom(); }},
         {true, [&] { display->setQuarterTurns(1); }},
         {true, [&] { display->followDisplayModel(); }},
@@ -126,28 +111,18 @@ TEST_P(StreamTest, ImpossibleBlocksAreRefusedWithALineAndNotRead)
 
     // Nothing lies behind these bytes: the address sanitizer sees each look too far.
     std::vector<char> bytes(12);
-    const auto block = [&](int size, int width, int height, int format) {
-        ImageBlock made;
-        made.size = size;
-        made.width = width;
-        made.height = height;
-        made.format = format;
-        made.data = bytes.data();
-        return made;
-    };
-    ImageBlock withoutData = block(12, 2, 2, RGB);
-    withoutData.data = nullptr;
-    const ImageBlock impossible[] = {withoutData,
-                                     block(11, 2, 2, RGB),
-                                     block(12, 2, 2, RGBA),
-                                     block(12, 0, 2, RGB),
-                                     block(12, -2, -2, RGB),
-                                     block(-12, 2, 2, RGB),
-                                     block(12, 2, 2, 0),
-                                     block(12, 2, 2, 9),
-                                     block(12, 3, 2, UYVY),
-                                     block(12, 46341, 46341, RGB),
-                                     block(12, 2147483647, 2147483647, YUYV)};
+    char *const data = bytes.data();
+    const ImageBlock impossible[] = {{12, 2, 2, 0, 0, RGB, nullptr, {}},
+                                     {11, 2, 2, 0, 0, RGB, data, {}},
+                                     {12, 2, 2, 0, 0, RGBA, data, {}},
+                                     {12, 0, 2, 0, 0, RGB, data, {}},
+                                     {12, -2, -2, 0, 0, RGB, data, {}},
+                                     {-12, 2, 2, 0, 0, RGB, data, {}},
+                                     {12, 2, 2, 0, 0, 0, data, {}},
+                                     {12, 2, 2, 0, 0, 9, data, {}},
+                                     {12, 3, 2, 0, 0, UYVY, data, {}},
+                                     {12, 46341, 46341, 0, 0, RGB, data, {}},
+                                     {12, 2147483647, 2147483647, 0, 0, YUYV, data, {}}};
     LogCapture log;
     for (const ImageBlock &refused : impossible) {
         display->showBlock(refused);
@@ -156,11 +131,11 @@ TEST_P(StreamTest, ImpossibleBlocksAreRefusedWithALineAndNotRead)
         EXPECT_EQ(lines.size(), 1) << "for each reason once: " << lines.join('\n').toStdString();
         EXPECT_TRUE(lines.value(0).startsWith("warning: frame refused: ")) << lines.value(0).toStdString();
     }
-    display->showBytes(bytes.data(), 12, 2, 2, 5, RGB);
-    display->showBytes(bytes.data(), 12, 2, 2, -6, RGB);
+    display->showBytes(data, 12, 2, 2, 5, RGB);
+    display->showBytes(data, 12, 2, 2, -6, RGB);
     EXPECT_EQ(log.takeLines().size(), 2);
     EXPECT_EQ(middleOf(*display), 0xff0000c0) << "the last good frame stays";
-    display->showBlock(block(12, 4, 1, RGB));
+    display->showBlock({12, 4, 1, 0, 0, RGB, data, {}});
     EXPECT_EQ(middleOf(*display), 0xff000000);
     EXPECT_EQ(display->frame().size(), QSize(4, 1));
 }
@@ -225,9 +200,7 @@ TEST_P(StreamTest, TwoWidgetsAtOnceAndALostContext)
     other->widget()->setParent(nullptr);
 }
 
-INSTANTIATE_TEST_SUITE_P(, StreamTest, ::testing::Bool(), [](const ::testing::TestParamInfo<bool> &widget) {
-    return widget.param ? "OpenGL" : "Painter";
-});
+INSTANTIATE_TEST_SUITE_P(, StreamTest, ::testing::Bool(), nameOfWidget);
 
 TEST(VideoFrame, IsHeldAgainstItsBytesAndTheLimitsOfItsSides)
 {
@@ -269,14 +242,7 @@ TEST(FramePool, GivesAgainWhatNobodyHolds)
     EXPECT_EQ(pool.take(20)->size(), 20u);
 }
 
-TEST(VideoDisplay, TheWidgetIsChosenByTryingAContext)
-{
-    ASSERT_TRUE(VideoDisplay::hasOpenGL());
-    const std::unique_ptr<VideoDisplay> display(VideoDisplay::create(nullptr));
-    EXPECT_NE(dynamic_cast<VideoRender *>(display.get()), nullptr);
-}
-
-TEST(VideoDisplay, AsksForTheOldFormatsWhateverTheProgramsDefaultIs)
+TEST(VideoRender, IsChosenAndDrawsWhateverFormatIsTheDefaultAndWhicheverBufferIsBound)
 {
     const QSurfaceFormat usual = QSurfaceFormat::defaultFormat();
     QSurfaceFormat core;
@@ -285,26 +251,20 @@ TEST(VideoDisplay, AsksForTheOldFormatsWhateverTheProgramsDefaultIs)
     QSurfaceFormat::setDefaultFormat(core);
     EXPECT_EQ(VideoRender::surfaceFormat().version(), qMakePair(2, 1));
     EXPECT_EQ(VideoRender::surfaceFormat().profile(), QSurfaceFormat::NoProfile);
-    VideoRender render;
+    const std::unique_ptr<VideoDisplay> display(VideoDisplay::create(nullptr));
     QSurfaceFormat::setDefaultFormat(usual);
-    showAs(render, {64, 64});
-    give(render, {64, 64}, 0xff10f020);
-    EXPECT_EQ(middleOf(render), 0xff10f020);
-}
-
-TEST(VideoRender, DrawsWhicheverBufferIsBound)
-{
-    VideoRender render;
-    showAs(render, {64, 64});
-    render.makeCurrent();
-    auto *const gl = render.context()->functions();
+    auto *const render = dynamic_cast<VideoRender *>(display.get());
+    ASSERT_NE(render, nullptr);
+    showAs(*render, {64, 64});
+    render->makeCurrent();
+    auto *const gl = render->context()->functions();
     GLuint buffer = 0;
     gl->glGenBuffers(1, &buffer);
     gl->glBindBuffer(GL_ARRAY_BUFFER, buffer);
     gl->glBufferData(GL_ARRAY_BUFFER, 64, nullptr, GL_STATIC_DRAW);
-    render.doneCurrent();
-    give(render, {64, 64}, 0xff10f020);
-    EXPECT_EQ(middleOf(render), 0xff10f020);
+    render->doneCurrent();
+    give(*render, {64, 64}, 0xff10f020);
+    EXPECT_EQ(middleOf(*render), 0xff10f020);
 }
 
 } // namespace
