@@ -40,6 +40,7 @@ TEST_F(ServiceObject, StatesDecideWhatPasses)
     AIService &service = makeService();
     for (unsigned int code : {1001, 1028})
         EXPECT_EQ(service.execute(code, {}, "r"), notOpen);
+    EXPECT_EQ(service.close("r"), notOpen);
     service.open("r");
     for (unsigned int code : {0, 1020, 1029, 1040})
         EXPECT_EQ(service.execute(code, {}, "r"), notInit);

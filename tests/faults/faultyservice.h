@@ -65,10 +65,9 @@ public:
 class FaultTest : public ClassroomTest<FaultyService>
 {
 protected:
-    /// The students of a store's file, as whoever opens it now would see them; "broken" if the file is.
-    static QStringList storedStudents(const QString &file) { return rowsOf(file, "true"); }
-    /// The same of those rows for which a condition holds.
-    static QStringList rowsOf(const QString &file, const QString &condition)
+    /// The students of a store's file, as whoever opens it now would see them, those for whose rows a
+    /// condition holds; "broken" if the file is.
+    static QStringList storedStudents(const QString &file, const QString &condition = "true")
     {
         QStringList students;
         {

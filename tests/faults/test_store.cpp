@@ -4,6 +4,7 @@
 
 #include <QFile>
 #include <QRandomGenerator>
+#include <QRegularExpression>
 
 #include <cerrno>
 #include <cstdio>
@@ -15,16 +16,6 @@ class StoreFaults : public FaultTest
 {
 protected:
     QStringList rows() const { return storedStudents(service.filePath("ai.data")); }
-    static QStringList endingIn(const QString &suffix, const QStringList &students)
-    {
-        QStringList result;
-        for (const QString &student : students) {
-            if (student.endsWith(suffix))
-                result.append(student);
-        }
-        return result;
-    }
-
     /// A script of gallery commands, all answered. Its students end in the suffix.
     void runScript(const QString &suffix)
     {
@@ -60,7 +51,7 @@ protected:
             // External faces that stayed would give the next script ever more writes.
             ASSERT_EQ(code(1027), 0);
             const QStringList after = rows();
-            const QStringList ours = endingIn(suffix, after);
+            const QStringList ours = after.filter(QRegularExpression(suffix + '$'));
             EXPECT_EQ(ours.count("f" + suffix), 1);
             EXPECT_EQ(QSet<QString>(ours.begin(), ours.end()).size(), ours.size());
             if (!failed) {
@@ -134,11 +125,7 @@ TEST_F(StoreFaults, ARecoveryMayBeKilledAtAnyMoment)
     ASSERT_EQ(enrol(students), students);
     ASSERT_EQ(code(1020, {{"galleries", QVariantList{galleryOf("Zoe")}}}), 0);
     service.crash();
-    const auto content = [&] {
-        QFile file(service.filePath("ai.data"));
-        return file.open(QFile::ReadOnly) ? file.readAll() : QByteArray();
-    };
-    const QByteArray before = content();
+    const QByteArray before = service.content("ai.data");
     QRandomGenerator random(1903);
     for (int round = 0; round < rounds; ++round) {
         // Two calls for each student, one for each external face and for each best picture.
@@ -147,11 +134,11 @@ TEST_F(StoreFaults, ARecoveryMayBeKilledAtAnyMoment)
         EXPECT_TRUE(
             eventually([&] { return service.faults.calls[faceId] >= wanted || !service.isRunning(); }));
         service.crash();
-        ASSERT_EQ(content(), before) << "round " << round;
+        ASSERT_EQ(service.content("ai.data"), before) << "round " << round;
     }
     startService({"--recovery"});
     EXPECT_EQ(studentsOf(*client), students);
-    EXPECT_EQ(content(), before);
+    EXPECT_EQ(service.content("ai.data"), before);
 }
 
 } // namespace

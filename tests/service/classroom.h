@@ -19,16 +19,17 @@ inline QVariantMap allModels()
     return models;
 }
 
-/// An enrolment. The face has structure: a recogniser may refuse a flat one.
-inline QVariantMap galleryOf(const QString &student)
+/// An enrolment, or a replacement (1023), with a face that no other number has. It has structure: a
+/// recogniser may refuse a flat one.
+inline QVariantMap galleryOf(const QString &student, unsigned number = 3)
 {
-    static const QString face = [] {
-        cv::Mat coarse(16, 16, CV_8UC3), picture;
-        cv::RNG(3).fill(coarse, cv::RNG::UNIFORM, 0, 255);
-        cv::resize(coarse, picture, cv::Size(128, 128), 0, 0, cv::INTER_CUBIC);
-        return ai_image::convertMat2Base64(picture);
-    }();
-    return {{"stuID", student}, {"faceImg", face}, {"x", 10}, {"y", 10}, {"width", 90}, {"height", 90}};
+    cv::Mat coarse(16, 16, CV_8UC3), picture;
+    cv::RNG(number).fill(coarse, cv::RNG::UNIFORM, 0, 255);
+    cv::resize(coarse, picture, cv::Size(128, 128), 0, 0, cv::INTER_CUBIC);
+    const QString face = ai_image::convertMat2Base64(picture);
+    return {
+        {"stuID", student}, {"oldStuID", student}, {"faceImg", face}, {"faceImageBase64", face}, {"x", 10},
+        {"y", 10},          {"width", 90},         {"height", 90}};
 }
 
 /// Asks until the reader has connected: right after an open, and after a camera came, commands may be

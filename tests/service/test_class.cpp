@@ -189,10 +189,7 @@ Command randomCommand(QRandomGenerator &random, const QSet<QString> &students, c
         }
         [[fallthrough]];
     default:
-        QVariantMap face = galleryOf(student);
-        face["oldStuID"] = student;
-        face["faceImageBase64"] = face["faceImg"];
-        return {makeRequest(Kind::execute, 1023, face), students, one};
+        return {makeRequest(Kind::execute, 1023, galleryOf(student)), students, one};
     }
 }
 
