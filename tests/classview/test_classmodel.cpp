@@ -15,17 +15,14 @@ QVariantMap entry(const QString &student, int x, int state = 0)
     return {{"stuID", student}, {"state", state}, {"x", x}, {"y", 20}, {"width", 100}, {"height", 200}};
 }
 
-AiEvent hands(const QVariantList &students)
+AiEvent event(ai::Event code, const QVariantMap &info)
 {
-    return {code(ai::Event::Hands), {{"handupStudents", students}}, "execute", "id"};
+    return {ai::code(code), info, "execute", "id"};
 }
 
-AiEvent attention(double value, const QVariantList &students)
+AiEvent hands(const QVariantList &students)
 {
-    return {code(ai::Event::Attention),
-            {{"concerntration", value}, {"studentStates", students}},
-            "execute",
-            "id"};
+    return event(ai::Event::Hands, {{"handupStudents", students}});
 }
 
 class ClassModelTest : public ::testing::Test
@@ -51,7 +48,8 @@ protected:
 TEST_F(ClassModelTest, AnEventReplacesWhatTheLastOfItsKindHasTold)
 {
     model.take(hands({entry("ada", 10), entry("ben", 300)}), 1000);
-    model.take(attention(1.2, {entry("ben", 310, 2), entry("cleo", 600, 1)}), 1500);
+    const QVariantList states{entry("ben", 310, 2), entry("cleo", 600, 1)};
+    model.take(event(ai::Event::Attention, {{"concerntration", 1.2}, {"studentStates", states}}), 1500);
     EXPECT_EQ(marks(1500),
               (QStringList{mark(MarkKind::Body, "ben"), mark(MarkKind::Body, "cleo"),
                            mark(MarkKind::Hand, "ada"), mark(MarkKind::Hand, "ben"),
@@ -86,7 +84,7 @@ TEST_F(ClassModelTest, WhatIsOlderThanTheRhythmOfItsAnalysisFadesAndGoes)
 TEST_F(ClassModelTest, RenamingDeletingAndNamingReachEverythingThatIsKnown)
 {
     const QVariantMap face{{"gid", 0}, {"stuID", ""}, {"x", 50}, {"y", 60}, {"width", 90}, {"height", 90}};
-    model.take({code(ai::Event::Faces), {{"galleries", QVariantList{face}}}, "execute", "id"}, 100);
+    model.take(event(ai::Event::Faces, {{"galleries", QVariantList{face}}}), 100);
     model.nameFace({50, 60, 90, 90}, "ada");
     EXPECT_EQ(model.faces()[0].student, "ada");
     EXPECT_TRUE(model.knows("ada"));
@@ -102,11 +100,8 @@ TEST_F(ClassModelTest, RenamingDeletingAndNamingReachEverythingThatIsKnown)
 TEST_F(ClassModelTest, TheListOfPicturesTellsWhoIsEnrolled)
 {
     model.take(hands({entry("ada", 10), entry("ben", 10)}), 700);
-    model.take({code(ai::Event::BestPictures),
-                {{"bestGalleries", QVariantList{QVariantMap{{"stuID", "ben"}, {"score", 71.5}}}}},
-                "execute",
-                "id"},
-               800);
+    const QVariantMap picture{{"stuID", "ben"}, {"score", 71.5}};
+    model.take(event(ai::Event::BestPictures, {{"bestGalleries", QVariantList{picture}}}), 800);
     ASSERT_EQ(model.students().size(), 1);
     EXPECT_EQ(model.students()[0].score, 71.5);
     EXPECT_EQ(model.students()[0].lastSeen, 700) << "what is known of him stays";
@@ -115,19 +110,15 @@ TEST_F(ClassModelTest, TheListOfPicturesTellsWhoIsEnrolled)
 TEST_F(ClassModelTest, TheWayOfAFollowedStudentAndTheBonesOfAPlayerAreKept)
 {
     for (int x = 0; x < 300; ++x)
-        model.take({code(ai::Event::Followed), entry("ada", x), "execute", "id"}, 1000 + x);
+        model.take(event(ai::Event::Followed, entry("ada", x)), 1000 + x);
     const Mark followed = model.marks(1300).last();
     EXPECT_LE(followed.points.size(), 120);
     EXPECT_EQ(followed.points.last(), QPoint(299 + 49, 119));
 
-    model.take({code(ai::Event::GameRegions),
-                {{"functionGameShowRegion", QVariantList{entry("ben", 5)}}},
-                "execute",
-                "id"},
-               2000);
+    const QVariantList regions{entry("ben", 5)};
+    model.take(event(ai::Event::GameRegions, {{"functionGameShowRegion", regions}}), 2000);
     const QVariantMap player{{"stuID", "ben"}, {"bones", QVariantList{QVariantMap{{"x", 7}, {"y", 8}}}}};
-    model.take({code(ai::Event::Game), {{"functionGameResult", QVariantList{player}}}, "execute", "id"},
-               2100);
+    model.take(event(ai::Event::Game, {{"functionGameResult", QVariantList{player}}}), 2100);
     EXPECT_EQ(model.marks(2100).last().points, QPolygon({QPoint(7, 8)}));
 }
 
@@ -145,14 +136,13 @@ TEST_F(ClassModelTest, EventsOfAnyContentDoNoHarm)
             .split(' ');
     for (uint code = 1010; code <= 1023; ++code) {
         for (const auto &value : values) {
-            QVariantMap info;
-            for (const auto &key : keys)
-                info[key] = QVariantList{value, value};
-            model.take({code, info, {}, {}}, code);
-            info.clear();
-            for (const auto &key : keys)
-                info[key] = value;
-            model.take({code, info, {}, {}}, code);
+            QVariantMap one, two;
+            for (const auto &key : keys) {
+                one[key] = value;
+                two[key] = QVariantList{value, value};
+            }
+            model.take({code, one, {}, {}}, code);
+            model.take({code, two, {}, {}}, code);
         }
     }
     EXPECT_LE(model.marks(1030).size(), 30);

@@ -1,4 +1,3 @@
-#include "imagereader.h"
 #include "imagewritter.h"
 #include "program.h"
 #include "segmentpeek.h"
@@ -9,26 +8,11 @@
 #include <QSystemSemaphore>
 
 #include <algorithm>
-#include <atomic>
-#include <csignal>
 #include <limits>
-#include <optional>
 #include <sys/sem.h>
 #include <sys/shm.h>
-#include <sys/wait.h>
 
 namespace {
-
-bool isWhole(const uchar *bytes, std::size_t size)
-{
-    return size > 0 &&
-           std::all_of(bytes, bytes + size, [first = *bytes](uchar byte) { return byte == first; });
-}
-
-bool isWhole(const VideoFrame &frame)
-{
-    return isWhole(frame.bits(frame.planes()[0]), std::size_t(frame.planes()[0].stride) * 1080);
-}
 
 /// The segment "Camera" of this program's temporary folder, which is removed with its semaphore at the end.
 class SegmentPeekTest : public ::testing::Test
@@ -36,94 +20,73 @@ class SegmentPeekTest : public ::testing::Test
 protected:
     ~SegmentPeekTest() override
     {
-        camera.reset();
         peek.detach();
         const QSystemSemaphore semaphore("Camera", 1, QSystemSemaphore::Create);
         QSharedMemory left("Camera");
         left.attach();
     }
 
-    void startCamera(int interval)
-    {
-        camera.emplace(PLAINCAMERA, QStringList(QString::number(interval)));
-        ASSERT_TRUE(camera->hasLines(1));
-    }
-    /// GETVAL, GETPID (who changed it last) or GETNCNT (who waits) of the lock.
+    /// GETVAL or GETPID (who changed it last) of the lock.
     static int semaphore(int command)
     {
         QString name = QSharedMemory("Camera").nativeKey();
         name.replace("qipc_sharedmemory_", "qipc_systemsem_");
         return semctl(semget(ftok(QFile::encodeName(name).constData(), 'Q'), 0, 0), 0, command);
     }
-    /// Looks until there is a new frame. A call that waits for the camera never returns.
-    VideoFrame newFrame()
+    /// Writes a frame whose bytes have this value, and looks until there is a new one, which is to be this.
+    void expectShown(ImageWritter &writer, char value)
     {
-        VideoFrame frame;
-        EXPECT_TRUE(eventually([&] { return peek.look(&frame, &error) == SegmentPeek::NewFrame; }))
-            << error.toStdString();
-        return frame;
+        std::vector<char> pixels(1920 * 1080 * 3, value);
+        ImageBlock block;
+        block.size = int(pixels.size());
+        block.width = 1920;
+        block.height = 1080;
+        block.format = RGB;
+        block.data = pixels.data();
+        writer.writeImageBlock(block);
+        EXPECT_TRUE(eventually([&] { return peek.look(&frame, &error) == SegmentPeek::NewFrame; }));
+        EXPECT_TRUE(isFilledWith(value)) << int(value);
+    }
+    bool isFilledWith(char value) const
+    {
+        const uchar *const bytes = frame.bits(frame.planes()[0]);
+        return std::count(bytes, bytes + 1920 * 1080 * 3, uchar(value)) == 1920 * 1080 * 3;
     }
 
-    std::optional<Program> camera;
     SegmentPeek peek{"Camera"};
+    VideoFrame frame;
     QString error;
 };
 
-TEST_F(SegmentPeekTest, NobodyNoticesItAlsoWhileTheCameraIsStoppedInsideACopy)
+/// A call that waits for the camera never returns.
+TEST_F(SegmentPeekTest, NobodyNoticesItAlsoWhileACameraIsStoppedInsideACopy)
 {
-    startCamera(20);
-    ASSERT_TRUE(isWhole(newFrame()));
-    EXPECT_NE(semaphore(GETPID), getpid());
+    ImageWritter writer("Camera", 8, 1920 * 1080 * 3);
+    for (char value = 1; value <= 12; ++value)
+        expectShown(writer, value);
     peek.detach();
-
-    // Until the stopped process is found holding the lock.
-    const pid_t process = camera->processId();
-    ASSERT_TRUE(eventually([&] {
-        kill(process, SIGSTOP);
-        waitpid(process, nullptr, WUNTRACED); // until all its threads stand
-        if (semaphore(GETVAL) == 0)
-            return true;
-        kill(process, SIGCONT);
-        return false;
-    }));
-    VideoFrame frame;
+    {
+        // Half of another block is overwritten.
+        Program stopped(FAULTY_CAMERA, {"stop"});
+        ASSERT_TRUE(stopped.hasLines(1));
+        SegmentPeek other("Camera");
+        EXPECT_EQ(other.look(&frame, &error), SegmentPeek::NewFrame);
+        EXPECT_TRUE(isFilledWith(12));
+        EXPECT_EQ(other.look(&frame, &error), SegmentPeek::Unchanged);
+        other.detach();
+        EXPECT_EQ(semaphore(GETVAL), 0);
+        EXPECT_EQ(semaphore(GETPID), stopped.processId());
+    }
     SegmentPeek other("Camera");
     EXPECT_EQ(other.look(&frame, &error), SegmentPeek::NewFrame);
-    EXPECT_TRUE(isWhole(frame));
-    EXPECT_EQ(other.look(&frame, &error), SegmentPeek::Unchanged);
     other.detach();
-    EXPECT_EQ(semaphore(GETVAL), 0);
-    EXPECT_NE(semaphore(GETPID), getpid());
-    kill(process, SIGCONT);
-    EXPECT_TRUE(isWhole(newFrame())) << "the camera goes on";
-}
-
-TEST_F(SegmentPeekTest, FramesOfTheServicesReaderAndOfThePeekAreWhole)
-{
-    startCamera(8);
-    ImageReader reader("Camera");
-    std::atomic<int> read{0}, torn{0};
-    QObject::connect(
-        &reader, &ImageReader::newImageBlockSignal, &reader,
-        [&](const ImageBlock &block) {
-            ++read;
-            torn += !isWhole(reinterpret_cast<const uchar *>(block.data), std::size_t(block.size));
-        },
-        Qt::DirectConnection);
-    ASSERT_TRUE(reader.startToRead());
-    bool isExclusive = true; // a reader that waits for a second on a busy machine lets itself in
-    for (int frames = 0; frames < 60; ++frames) {
-        ASSERT_TRUE(isWhole(newFrame())) << frames;
-        isExclusive &= semaphore(GETVAL) <= 1;
-    }
-    EXPECT_TRUE(eventually([&] { return read >= 60; }));
-    reader.stopToRead();
-    EXPECT_TRUE(torn == 0 || !isExclusive);
+    EXPECT_EQ(semaphore(GETVAL), 1);
+    EXPECT_NE(semaphore(GETPID), getpid()) << "nor while the lock is free";
+    expectShown(writer, 13);
 }
 
 TEST_F(SegmentPeekTest, NoSegmentAnEmptyOneAndAHostileOne)
 {
-    VideoFrame frame;
     EXPECT_EQ(peek.look(&frame, &error), SegmentPeek::NoSegment);
     QSharedMemory memory("Camera");
     const int stride = 12 + int(sizeof(ImageBlock));

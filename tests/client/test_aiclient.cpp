@@ -170,6 +170,7 @@ TEST_F(AiClientTest, GarbageEndsTheConnectionWithAReason)
     const std::pair<const char *, const char *> reasons[] = {
         {"ffffffffffffffff", "something that is not a frame"},
         {"0000000900000008", "something that is not a frame"},
+        {"0000000800000009", "something that is not a frame"},
         {"0000000000000000", "a frame without a map: a value is cut off"},
         {"00000009000000090000000200000000ff", "a frame without a map: another value"},
         {"000000090000000900000008007fffffff", "a frame without a map: count 2147483647 goes beyond"}};

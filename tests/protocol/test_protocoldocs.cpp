@@ -1,8 +1,10 @@
 #include "asyncapi.h"
+#include "json.h"
 #include "messages.h"
 #include "page.h"
 #include "samples.h"
 #include "schema.h"
+#include "wire.h"
 
 #include <gtest/gtest.h>
 
@@ -55,6 +57,28 @@ TEST(ProtocolDocs, EveryMessageHasASampleThatConforms)
     }
     for (const ai::EventRow &row : ai::events)
         EXPECT_TRUE(events.contains(code(row.event))) << row.name;
+}
+
+TEST(ProtocolDocs, TheHexFramesAreTheMapsBesideThem)
+{
+    const QRegularExpression pair("^```hex\n(.*?)^```\\s+^```json\n(.*?)^```$",
+                                  QRegularExpression::MultilineOption |
+                                      QRegularExpression::DotMatchesEverythingOption);
+    const QRegularExpression comment("#.*$", QRegularExpression::MultilineOption);
+    auto pairs = pair.globalMatch(QString::fromUtf8(document("protocol.md")));
+    int frames = 0;
+    for (; pairs.hasNext(); ++frames) {
+        const auto match = pairs.next();
+        const auto frame = QByteArray::fromHex(match.captured(1).remove(comment).toLatin1());
+        const auto value = wire::decodePayload(frame.mid(8));
+        QString error;
+        EXPECT_EQ(json::fromVariant(value),
+                  json::fromVariant(json::parse(match.captured(2).toUtf8(), &error)))
+            << qPrintable(match.captured(1));
+        const auto isReply = value.toMap().contains("type");
+        EXPECT_EQ(isReply ? wire::encodeFrame(value) : wire::encodeRequest(value), frame);
+    }
+    EXPECT_EQ(frames, 3);
 }
 
 /// That they are the right ones shows when tests run the example beside the service.

@@ -258,12 +258,6 @@ void logUnseen(QtMsgType type, const QMessageLogContext &context, const QString 
     AnnotateIgnoreSyncEnd(__FILE__, __LINE__);
 }
 
-/// Whether this is the program in which the log itself is tested.
-bool testsLog()
-{
-    return std::strcmp(program_invocation_short_name, "test_log") == 0;
-}
-
 void prepare()
 {
     // OpenCV's pool of threads is as foreign as Qt. Without it nothing of ours runs on fewer threads.
@@ -288,8 +282,8 @@ QtMessageHandler qInstallMessageHandler(QtMessageHandler handler)
 {
     static const auto qt = original<QtMessageHandler (*)(QtMessageHandler)>(
         "_Z22qInstallMessageHandlerPFv9QtMsgTypeRK18QMessageLogContextRK7QStringE");
-    if (testsLog())
-        return qt(handler);
+    if (std::strcmp(program_invocation_short_name, "test_log") == 0)
+        return qt(handler); // there the log itself is tested
     const QtMessageHandler ours = messageHandler.exchange(handler);
     const QtMessageHandler previous = qt(handler ? logUnseen : nullptr);
     return previous == logUnseen ? ours : previous;

@@ -151,20 +151,18 @@ TEST_P(FormatTest, ThePackedColoursStandInTheOrderOfTheirNames)
     }
 }
 
-TEST_P(FormatTest, YuvIsConvertedByTheStandardThatIsSet)
+TEST_P(FormatTest, YuvIsConvertedByTheStandardThatIsSetAlsoWhileItIsShown)
 {
     for (const auto &[width, height] : {std::pair(64, 48), {37, 23}}) {
         const cv::Mat3b picture = makeYuv(width, height);
         for (const int format : {NV12, UYVY, YUV420P, YUYV}) {
             const int row = isPacked(format) ? (width + 1) / 2 * 4 : width;
             for (const int stride : {row, row + 4, row + 7}) {
-                const std::vector<uchar> bytes = bytesOf(picture, format, stride);
+                shown(bytesOf(picture, format, stride), width, height, stride, format);
                 for (const int setting : {0, 1, 2, 3}) {
                     const bool is709 = setting & 1, isLimited = setting & 2;
                     display->setColours(coloursOf(is709, isLimited));
-                    EXPECT_LE(difference(shown(bytes, width, height, stride, format),
-                                         converted(picture, is709, isLimited)),
-                              2)
+                    EXPECT_LE(difference(shownBy(*display), converted(picture, is709, isLimited)), 2)
                         << "format " << format << " stride " << stride << " setting " << setting;
                 }
             }
