@@ -150,15 +150,15 @@ TEST_P(StreamTest, AHiddenWidgetShowsTheNewestWhenItIsSeenAgain)
 TEST_P(StreamTest, TwoWidgetsAtOnceAndALostContext)
 {
     QWidget first, second;
-    auto *const layout = new QVBoxLayout(&first);
     const std::unique_ptr<VideoDisplay> other(makeDisplay(GetParam()));
-    layout->addWidget(display->widget());
-    layout->addWidget(other->widget());
-    new QVBoxLayout(&second);
-    first.resize(200, 300);
-    first.show();
-    second.resize(300, 200);
-    second.show();
+    for (QWidget *window : {&first, &second}) {
+        new QVBoxLayout(window);
+        window->resize(200, 300);
+        window->show();
+    }
+    first.layout()->addWidget(display->widget());
+    first.layout()->addWidget(other->widget());
+    QCoreApplication::processEvents();
 
     give(*display, {64, 64}, 0xff00ff00);
     give(*other, {64, 64}, 0xffff0000);
