@@ -8,6 +8,8 @@
 #include <QSystemSemaphore>
 
 #include <algorithm>
+#include <atomic>
+#include <future>
 #include <limits>
 #include <sys/sem.h>
 #include <sys/shm.h>
@@ -67,7 +69,7 @@ TEST_F(SegmentPeekTest, NobodyNoticesItAlsoWhileACameraIsStoppedInsideACopy)
     peek.detach();
     {
         // Half of another block is overwritten.
-        Program stopped(FAULTY_CAMERA, {"stop"});
+        Program stopped(FRAMESOURCE, {"0", "stop"});
         ASSERT_TRUE(stopped.hasLines(1));
         SegmentPeek other("Camera");
         EXPECT_EQ(other.look(&frame, &error), SegmentPeek::NewFrame);
@@ -83,6 +85,36 @@ TEST_F(SegmentPeekTest, NobodyNoticesItAlsoWhileACameraIsStoppedInsideACopy)
     EXPECT_EQ(semaphore(GETVAL), 1);
     EXPECT_NE(semaphore(GETPID), getpid()) << "nor while the lock is free";
     expectShown(writer, 13);
+}
+
+/// Under a camera that never rests.
+TEST_F(SegmentPeekTest, WhatIsOverwrittenWhileItIsCopiedIsNoFrame)
+{
+    constexpr int side = 256, bytes = side * side * 3, stride = bytes + int(sizeof(ImageBlock)), blocks = 3;
+    QSharedMemory memory("Camera");
+    ASSERT_TRUE(memory.create(int(sizeof(ShmHeader)) + blocks * stride));
+    std::atomic<bool> isEnough{false};
+    const auto camera = std::async(std::launch::async, [&] {
+        char *const header = static_cast<char *>(memory.data());
+        for (int number = 0; !isEnough; ++number) {
+            char *const block = header + sizeof(ShmHeader) + number % blocks * stride;
+            ImageBlock record{bytes, side, side, 0, 0, RGB, nullptr, {}};
+            std::snprintf(record.id, sizeof record.id, "%d", number);
+            std::memcpy(block, &record, sizeof record);
+            std::memset(block + sizeof record, number, bytes);
+            ShmHeader ring{memory.size(), stride, blocks, blocks, (number + 1) % blocks, 0, {}};
+            std::memcpy(ring.changeID, record.id, sizeof ring.changeID);
+            std::memcpy(header, &ring, sizeof ring);
+        }
+    });
+    for (int frames = 0; frames < 200;) {
+        if (peek.look(&frame, &error) != SegmentPeek::NewFrame)
+            continue;
+        ++frames;
+        const uchar *const first = frame.bits(frame.planes()[0]);
+        EXPECT_EQ(std::count(first, first + bytes, *first), bytes) << frames;
+    }
+    isEnough = true;
 }
 
 TEST_F(SegmentPeekTest, NoSegmentAnEmptyOneAndAHostileOne)

@@ -210,37 +210,33 @@ TEST_F(Gallery, ThePlacesOfFacesKeepThoseWithTheLargestOffset)
         frame.setTo(cv::Scalar::all(brightness));
         frame(cv::Rect(900, 0, 300, 1080)).setTo(cv::Scalar::all(2 * brightness));
         places->handleFrame(frame);
-        EXPECT_FALSE(items.empty());
-        return items.empty() ? GalleryItem() : items.front();
     };
-    const auto brightness = [](const cv::Mat &crop) { return static_cast<int>(cv::mean(crop)[0]); };
+    const auto expect = [](const GalleryItem &item, const cv::Rect &face, const cv::Point &centre, int offset,
+                           int brightness) {
+        EXPECT_EQ(item.faceRect, face);
+        EXPECT_EQ(item.centre, centre);
+        EXPECT_EQ(item.offset, offset);
+        EXPECT_EQ(static_cast<int>(cv::mean(item.faceImg)[0]), brightness);
+        EXPECT_EQ(static_cast<int>(cv::mean(item.showImg)[0]), brightness);
+    };
 
     showAt({{300, 300}, {1000, 300}}, 3);
-    GalleryItem item = look(50);
-    EXPECT_EQ(items.size(), 2U);
+    look(50);
+    ASSERT_EQ(items.size(), 2U);
     EXPECT_EQ(items.back().index, 1);
-    EXPECT_EQ(items.back().faceRect, cv::Rect(995, 295, 100, 80));
-    EXPECT_EQ(brightness(items.back().faceImg), 100);
-    EXPECT_EQ(brightness(items.back().showImg), 100);
-    EXPECT_EQ(items.back().centre, cv::Point(1045, 335));
-    EXPECT_EQ(items.back().offset, 5 * 4 * 4);
-    EXPECT_EQ(item.offset, 5 * 3 * 3);
-    EXPECT_EQ(item.faceRect, cv::Rect(295, 295, 100, 80));
-    showAt({{1000, 300}, {320, 300}}, 2);
-    item = look(60); // no larger
-    EXPECT_EQ(item.centre, cv::Point(365, 335));
-    EXPECT_EQ(item.faceRect, cv::Rect(295, 295, 100, 80));
+    expect(items.back(), {995, 295, 100, 80}, {1045, 335}, 5 * 4 * 4, 100);
+    expect(items.front(), {295, 295, 100, 80}, {345, 335}, 5 * 3 * 3, 50);
+    showAt({{1000, 300}, {320, 300}}, 2); // no larger
+    look(60);
+    expect(items.front(), {295, 295, 100, 80}, {365, 335}, 5 * 3 * 3, 50);
     showAt({{1000, 300}, {447, 300}}, 3); // 127 farther
-    item = look(70);
+    look(70);
     EXPECT_EQ(items.size(), 2U);
-    EXPECT_EQ(item.offset, 5 * 4 * 4);
-    EXPECT_EQ(item.faceRect, cv::Rect(442, 295, 100, 80));
-    EXPECT_EQ(brightness(item.faceImg), 70);
-    EXPECT_EQ(brightness(item.showImg), 70);
+    expect(items.front(), {442, 295, 100, 80}, {492, 335}, 5 * 4 * 4, 70);
     showAt({{575, 300}}, 5); // 128 farther is another place
-    item = look(80);
+    look(80);
     EXPECT_EQ(items.size(), 3U);
-    EXPECT_EQ(item.centre, cv::Point(492, 335));
+    expect(items.front(), {442, 295, 100, 80}, {492, 335}, 5 * 4 * 4, 70);
     listen(new GalleryStrategy);
     EXPECT_TRUE(items.empty());
 }
