@@ -2,8 +2,6 @@
 
 #include "faultyservice.h"
 
-#include <csignal>
-
 namespace {
 
 const QStringList theClass = {"Ada", "Ben", "Cleo"};

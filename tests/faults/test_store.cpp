@@ -2,7 +2,6 @@
 
 #include "faultyservice.h"
 
-#include <QFile>
 #include <QRandomGenerator>
 #include <QRegularExpression>
 

@@ -25,7 +25,6 @@ QStringList entriesOf(const QString &folder)
                          QDirIterator::Subdirectories);
     while (entries.hasNext())
         paths.append(entries.next());
-    paths.sort();
     return paths;
 }
 
