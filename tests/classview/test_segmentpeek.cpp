@@ -69,7 +69,7 @@ TEST_F(SegmentPeekTest, NobodyNoticesItAlsoWhileACameraIsStoppedInsideACopy)
     peek.detach();
     {
         // Half of another block is overwritten.
-        Program stopped(FRAMESOURCE, {"0", "stop"});
+        Program stopped(FRAMESOURCE_BINARY, {"0", "stop"});
         ASSERT_TRUE(stopped.hasLines(1));
         SegmentPeek other("Camera");
         EXPECT_EQ(other.look(&frame, &error), SegmentPeek::NewFrame);
