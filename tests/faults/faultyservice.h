@@ -65,6 +65,11 @@ public:
 class FaultTest : public ClassroomTest<FaultyService>
 {
 protected:
+    void startClassOf(const QStringList &students, int interval = 10)
+    {
+        startClass(interval);
+        ASSERT_EQ(enrol(students), students);
+    }
     /// The students of a store's file, as whoever opens it now would see them, those for whose rows a
     /// condition holds; "broken" if the file is.
     static QStringList storedStudents(const QString &file, const QString &condition = "true")

@@ -88,8 +88,7 @@ TEST_F(CameraFaults, OneThatStopsInsideACopyHoldsUpNoEnd)
 
 TEST_F(CameraFaults, GarbageReachesNoRecogniserThatItCouldHarm)
 {
-    startClass();
-    ASSERT_EQ(enrol({"Ada"}), QStringList{"Ada"});
+    startClassOf({"Ada"});
     ASSERT_EQ(code(1030), 0);
     ASSERT_EQ(code(1034, {{"stuID", "Ada"}}, "track"), 0);
     const qint64 before = service.residentKilobytes();

@@ -18,8 +18,7 @@ using ProcessFaults = FaultTest;
 
 TEST_F(ProcessFaults, FiveHundredConnectionsComeAndGo)
 {
-    startClass(40);
-    ASSERT_EQ(enrol({"Ada"}), QStringList{"Ada"});
+    startClassOf({"Ada"}, 40);
     const int files = service.entriesOf("fd");
     const int threads = service.entriesOf("task");
     {
@@ -43,8 +42,7 @@ TEST_F(ProcessFaults, FiveHundredConnectionsComeAndGo)
 
 TEST_F(ProcessFaults, AStoppedProcessAnswersWhenItGoesOn)
 {
-    startClass();
-    ASSERT_EQ(enrol({"Ada"}), QStringList{"Ada"});
+    startClassOf({"Ada"});
     ASSERT_EQ(code(1030), 0);
     ASSERT_TRUE(service.waitForCalls(bodyDetection, 1));
     service.signal(SIGSTOP);
@@ -68,8 +66,7 @@ TEST_F(ProcessFaults, AStoppedProcessAnswersWhenItGoesOn)
 /// A pair of video events at a jump forward is all that a client sees of it.
 TEST_F(ProcessFaults, TheClockMayJump)
 {
-    startClass();
-    ASSERT_EQ(enrol({"Ada"}), QStringList{"Ada"});
+    startClassOf({"Ada"});
     ASSERT_EQ(code(1030), 0);
     ASSERT_EQ(code(1039, {{"recordPath", service.filePath("video")}}), 0);
     ASSERT_FALSE(client->event(1020).isEmpty());
@@ -92,8 +89,7 @@ TEST_F(ProcessFaults, TheClockMayJump)
 /// By the steady clock. What wakes the thread of the timers is the watch of the video, every three seconds.
 TEST_F(ProcessFaults, StudentsAreSavedEverySixMinutes)
 {
-    startClass();
-    ASSERT_EQ(enrol({"Ada"}), QStringList{"Ada"});
+    startClassOf({"Ada"});
     const auto saved = [&] {
         return !storedStudents(service.filePath("ai.data"), "bestGallery is not null").isEmpty();
     };
@@ -197,8 +193,7 @@ TEST_F(ProcessFaults, OverloadLeavesMemoryFlatAndStopsAnswered)
 TEST_F(ProcessFaults, AClientThatNeverReadsHoldsUpTheOthersUntilItGoes)
 {
     const int seconds = qEnvironmentVariable("AI_SILENT_SECONDS", "0").toInt();
-    startClass(40);
-    ASSERT_EQ(enrol({"Ada"}), QStringList{"Ada"});
+    startClassOf({"Ada"}, 40);
     TestClient silent(service.socketPath());
     ASSERT_EQ(silent.info(1001)["rsp_error"], QVariant(0));
     silent.socket.setReadBufferSize(1); // else Qt reads for it while this thread's event loop runs

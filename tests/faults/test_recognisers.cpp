@@ -11,8 +11,7 @@ using RecogniserFaults = FaultTest;
 /// Every command that reaches a recogniser is answered, whatever with.
 TEST_F(RecogniserFaults, CostAFrameOrACommandAndNothingElse)
 {
-    startClass();
-    ASSERT_EQ(enrol(theClass), theClass);
+    startClassOf(theClass);
     const qint64 process = service.processId();
     const QVariantList players{QVariantMap{{"stuID", "Ada"}}, QVariantMap{{"stuID", "Ben"}}};
     for (const Behaviour behaviour : {Behaviour::throws, Behaviour::throwsNumber, Behaviour::garbage}) {
@@ -62,8 +61,7 @@ TEST_F(RecogniserFaults, CostAFrameOrACommandAndNothingElse)
 
 TEST_F(RecogniserFaults, ACrashLeavesADumpAndARecoveryBringsTheClassBack)
 {
-    startClass();
-    ASSERT_EQ(enrol(theClass), theClass);
+    startClassOf(theClass);
     ASSERT_EQ(code(1030), 0);
     service.behave(bodyDetection, Behaviour::crashes);
     ASSERT_TRUE(service.waitForExit());
@@ -90,8 +88,7 @@ TEST_F(RecogniserFaults, ARefusedModelCanBeLoadedLater)
 /// A call that doesn't return can't be ended from outside. What needs it waits; what doesn't, goes on.
 TEST_F(RecogniserFaults, AHangHoldsUpOnlyWhoNeedsThatRecogniser)
 {
-    startClass();
-    ASSERT_EQ(enrol(theClass), theClass);
+    startClassOf(theClass);
     service.behave(bodyDetection, Behaviour::hangs);
     ASSERT_EQ(code(1030), 0);
     ASSERT_TRUE(service.waitForHang(bodyDetection));
