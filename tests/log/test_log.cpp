@@ -204,6 +204,7 @@ TEST_F(LogTest, ConsoleLinesArriveByThemselvesAndAtTheEnd)
         ASSERT_GE(at, 0) << i;
     }
     MyLog::flush();
+    EXPECT_EQ(shown().count("    ==>>(:7)\r\n"), 1000);
     EXPECT_EXIT((logBurst('b'), qFatal("the end")), testing::KilledBySignal(SIGABRT), "");
     EXPECT_THAT(shown().toStdString(), testing::ContainsRegex("b999.    ==>>.:7.\r\n.*the end"));
     dup2(usual, STDOUT_FILENO);

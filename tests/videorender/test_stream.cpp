@@ -130,21 +130,17 @@ TEST_P(StreamTest, AGiverIsNeverHeldUpAndTheNewestFrameIsShown)
     EXPECT_EQ(middleOf(*display), qRgb(200, 0, 0));
     EXPECT_EQ(display->receivedFrames(), 201u);
     EXPECT_LE(display->shownFrames(), 2u);
-}
 
-TEST_P(StreamTest, AHiddenWidgetShowsTheNewestWhenItIsSeenAgain)
-{
-    showAs(*display, {64, 64});
-    give(*display, {64, 64}, 0xff00ff00);
-    ASSERT_EQ(middleOf(*display), 0xff00ff00);
+    // A hidden widget shows the newest when it is seen again.
+    const auto before = display->shownFrames();
     display->widget()->hide();
     give(*display, {64, 64}, 0xff000000);
     QCoreApplication::processEvents();
     give(*display, {64, 64}, 0xffff0000);
     display->widget()->show();
-    ASSERT_TRUE(eventually([&] { return display->shownFrames() >= 2; }));
+    ASSERT_TRUE(eventually([&] { return display->shownFrames() > before; }));
     EXPECT_EQ(middleOf(*display), 0xffff0000);
-    EXPECT_EQ(display->shownFrames(), 2u);
+    EXPECT_EQ(display->shownFrames(), before + 1);
 }
 
 TEST_P(StreamTest, TwoWidgetsAtOnceAndALostContext)
