@@ -95,7 +95,7 @@ TEST_P(StreamTest, ImpossibleBlocksAreRefusedWithALineAndNotRead)
 {
     showAs(*display, {64, 64});
     give(*display, {64, 64}, 0xff0000c0);
-    ASSERT_EQ(middleOf(*display), 0xff0000c0);
+    shownBy(*display);
 
     // Nothing lies behind these bytes: the address sanitizer sees each look too far.
     std::vector<char> bytes(12);
@@ -197,9 +197,8 @@ TEST(VideoFrame, IsHeldAgainstItsBytesAndTheLimitsOfItsSides)
         EXPECT_NE(VideoFrame::misfit(plenty, width, height, 0, RGB), QString()) << width;
     for (const int format : {-1, 0, 9})
         EXPECT_NE(VideoFrame::misfit(plenty, 2, 2, 0, format), QString()) << format;
-    for (const int stride : {5, -6})
+    for (const int stride : {5, -6, 64 * 16384 + 1})
         EXPECT_NE(VideoFrame::misfit(plenty, 2, 2, stride, RGB), QString()) << stride;
-    EXPECT_NE(VideoFrame::misfit(plenty, 1, 2, 64 * 16384 + 1, RGB), QString());
 }
 
 TEST(FramePool, GivesAgainWhatNobodyHolds)
