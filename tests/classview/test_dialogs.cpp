@@ -343,7 +343,7 @@ TEST(Label, AHandThatIsOldFadesBesideAFreshFaceAndTellsItsAge)
     }
 }
 
-TEST_F(DialogsTest, AServiceThatDoesNotAnswerIsToldUntilItDoes)
+TEST_F(DialogsTest, AServiceThatDoesNotAnswerIsToldAndOneThatBeginsAnewHasNoStudentsAndRecordsNothing)
 {
     const auto isShown = [this](const char *text) {
         const auto labels = window->findChildren<QLabel *>();
@@ -358,10 +358,7 @@ TEST_F(DialogsTest, AServiceThatDoesNotAnswerIsToldUntilItDoes)
     EXPECT_TRUE(lesson().link().isConnected());
     held.release();
     EXPECT_TRUE(eventually([&] { return isShown("Service: ready"); }));
-}
 
-TEST_F(DialogsTest, AServiceThatBeginsAnewHasNoStudentsAndRecordsNothing)
-{
     service.send(FakeService::event(code(ai::Event::Recording), {{"videoLocalPath", "/films/a.mp4"}}, "r"));
     ASSERT_TRUE(eventually([this] { return lesson().isRecording(); }));
     state = 0;

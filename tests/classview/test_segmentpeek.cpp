@@ -12,7 +12,6 @@
 #include <future>
 #include <limits>
 #include <sys/sem.h>
-#include <sys/shm.h>
 
 namespace {
 

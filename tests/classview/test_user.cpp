@@ -13,8 +13,6 @@
 #include <QToolBar>
 #include <QToolButton>
 
-#include <optional>
-
 namespace {
 
 /// Somebody with a mouse and a keyboard before the viewer; the service and the demo class are real.
@@ -22,26 +20,10 @@ class UserTest : public ::testing::Test
 {
 protected:
     UserTest() { qputenv("TMPDIR", QFile::encodeName(service.home())); }
-    void sitDown()
-    {
-        camera.emplace(CAMERAFEED, QStringList("--demo"));
-        ASSERT_TRUE(camera->hasLines(1));
-        ASSERT_TRUE(service.start());
-        window = std::make_unique<MainWindow>(service.socketPath(), "Camera");
-        window->show();
-        ASSERT_TRUE(eventually(
-            [&] { return window->lesson().link().state() == 0 && window->camera().frames() > 0; }));
-    }
     void pressTool(const QString &text) { person::press<QToolButton>(window->findChild<QToolBar *>(), text); }
     void pressGuide(const QString &text)
     {
         person::press<QPushButton>(window->findChild<GuideBar *>(), text);
-    }
-    void clickFace(int number)
-    {
-        const QRect place = window->lesson().model().faces()[number].place;
-        const QPointF point = window->display().geometryEngine().toView(QRectF(place).center());
-        QTest::mouseClick(&window->overlay(), Qt::LeftButton, {}, point.toPoint());
     }
     /// Types names into the dialog, one for each face, and an Enter after each.
     void nameFaces(const QStringList &names)
@@ -61,19 +43,20 @@ protected:
     }
 
     ServiceProcess service;
-    std::optional<Program> camera;
     std::unique_ptr<MainWindow> window;
 };
 
 TEST_F(UserTest, EnrolsTheClassWatchesHandsAndAttentionAndFindsTheRecording)
 {
-    sitDown();
+    Program camera(CAMERAFEED, {"--demo"});
+    ASSERT_TRUE(service.start());
+    window = std::make_unique<MainWindow>(service.socketPath(), "Camera");
+    window->show();
     auto &lesson = window->lesson();
+    ASSERT_TRUE(eventually([&] { return lesson.link().state() == 0 && window->camera().frames() > 0; }));
     pressGuide("Load");
-    ASSERT_TRUE(eventually([&] { return lesson.isReady(); }));
     while (lesson.model().faces().size() < 4) {
         pressGuide("Find faces");
-        const QVector<FoundFace> before = lesson.model().faces();
         ASSERT_TRUE(
             eventually([&] { return lesson.model().faces().size() >= 4 || !lesson.link().isBusy(); }));
         eventually(
@@ -81,7 +64,9 @@ TEST_F(UserTest, EnrolsTheClassWatchesHandsAndAttentionAndFindsTheRecording)
     }
 
     nameFaces({"Anna"});
-    clickFace(0);
+    const QRectF face(lesson.model().faces()[0].place);
+    QTest::mouseClick(&window->overlay(), Qt::LeftButton, {},
+                      window->display().geometryEngine().toView(face.center()).toPoint());
     EXPECT_EQ(lesson.model().faces()[0].student, "Anna");
     EXPECT_TRUE(lesson.model().knows("Anna"));
     nameFaces({"Ben", "Cleo"});

@@ -26,6 +26,13 @@ QVariantMap dataOf(const QVariantMap &request)
     return request["req_data"].toMap();
 }
 
+/// Runs beside a service that agrees to everything.
+class Aictl : public testing::Test
+{
+protected:
+    FakeService service;
+};
+
 } // namespace
 
 TEST(AictlJson, KeepsTheValueTypesOfTheProtocol)
@@ -52,9 +59,8 @@ TEST(AictlJson, KeepsTheValueTypesOfTheProtocol)
     }
 }
 
-TEST(Aictl, ExitCodeTellsOfRefusalsAndWrongUsage)
+TEST_F(Aictl, ExitCodeTellsOfRefusalsAndWrongUsage)
 {
-    FakeService service;
     service.setAnswer([](const QVariantMap &) { return QVariantList{FakeService::reply(-15)}; });
     EXPECT_EQ(exitCodeOf({"session", "-e"}, "delete a\nstatus\n"), 1);
     for (const auto *wrong : {"nonsense",         "",
@@ -75,29 +81,23 @@ TEST(Aictl, ExitCodeTellsOfRefusalsAndWrongUsage)
     EXPECT_EQ(exitCodeOf({"--socket", "nobody", "status"}), 1);
 }
 
-TEST(Aictl, AnswersThatCannotBeWrittenAreAFailure)
+TEST_F(Aictl, AnswersThatCannotBeWrittenAreAFailureAndAnAnalysisEndsWithItsReader)
 {
-    FakeService service;
     Program status("sh", {"-c", aictl + " status >/dev/full"});
     EXPECT_EQ(status.exitCode(), 1);
     EXPECT_THAT(status.errors(), HasSubstr("cannot write"));
     EXPECT_EQ(Program("sh", {"-c", aictl + " --help >/dev/full"}).exitCode(), 1);
-}
 
-/// Also while no event comes that would be written.
-TEST(Aictl, AnAnalysisEndsWithTheReaderOfItsEvents)
-{
-    FakeService service;
+    // Also while no event comes that would be written.
     Program piped("bash", {"-c", aictl + " handup start | head -1; exit ${PIPESTATUS[0]}"});
     EXPECT_EQ(piped.exitCode(), 1);
     EXPECT_EQ(piped.errors(), "");
-    ASSERT_EQ(service.requests().size(), 2);
-    EXPECT_EQ(dataOf(service.requests()[1])["command_code"], 1031);
+    ASSERT_EQ(service.requests().size(), 3);
+    EXPECT_EQ(dataOf(service.requests()[2])["command_code"], 1031);
 }
 
-TEST(Aictl, ErrorsAreTellingAndNamesKeepToTheirLine)
+TEST_F(Aictl, ErrorsAreTellingAndNamesKeepToTheirLine)
 {
-    FakeService service;
     service.setAnswer([](const QVariantMap &request) {
         const int error = dataOf(request)["command_code"] == 1025 ? -1003 : -15;
         return QVariantList{FakeService::reply(error, error == -15 ? "aiservice not open" : "")};
@@ -118,9 +118,8 @@ TEST(Aictl, ErrorsAreTellingAndNamesKeepToTheirLine)
     EXPECT_THAT(watch.lines().value(0).toStdString(), HasSubstr("registered: a\\u001b[2J\\u000ab\\u202e"));
 }
 
-TEST(Aictl, ASessionWaitsForEventsAndEndsInOrder)
+TEST_F(Aictl, ASessionWaitsForEventsAndEndsInOrder)
 {
-    FakeService service;
     Program session(aictl, {"session", "--pretty", "--at-end", "delete anna"},
                     "# a comment\n\ninit --models faceid,ssd --identify room1 --emotion off\n"
                     "wait 1013 2 20\nrename \"a 'b\" c\\ d\nsleep 100\n");
@@ -147,9 +146,8 @@ TEST(Aictl, ASessionWaitsForEventsAndEndsInOrder)
     EXPECT_THAT(late.errors(), HasSubstr("event 1019"));
 }
 
-TEST(Aictl, WatchFiltersCountsAndDraws)
+TEST_F(Aictl, WatchFiltersCountsAndDraws)
 {
-    FakeService service;
     QTemporaryDir home;
     const cv::Mat frame(360, 640, CV_8UC3, cv::Scalar(90, 120, 150));
     const QVariantMap anna{{"stuID", "anna"}, {"x", 100}, {"y", 100}, {"width", 60}, {"height", 60}};
@@ -169,10 +167,9 @@ TEST(Aictl, WatchFiltersCountsAndDraws)
     EXPECT_GT(cv::norm(drawing, frame, cv::NORM_INF), 40) << "a box around the face";
 }
 
-TEST(Aictl, TheEndOfTheServiceIsAFailureUnlessItWasAskedFor)
+TEST_F(Aictl, TheEndOfTheServiceIsAFailureUnlessItWasAskedFor)
 {
-    FakeService service;
-    service.setAnswer([&service](const QVariantMap &request) -> QVariantList {
+    service.setAnswer([this](const QVariantMap &request) -> QVariantList {
         if (request["req_id"] == "self-kill")
             service.dropClients();
         return {FakeService::reply()};

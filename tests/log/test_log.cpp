@@ -68,14 +68,14 @@ TEST_F(LogTest, EachLevelHasItsLineAndFunctionNamesAreShort)
     log(QtDebugMsg, "a", "void A::debug(int)");
     log(QtWarningMsg, "b");
     log(QtCriticalMsg, "c {} {0} {x} %s", nullptr);
-    log(QtWarningMsg, "\u0080");
+    log(QtWarningMsg, "\u0080.");
     log(QtMsgType(7), "nothing");
     for (const char *signature :
          {"int B::info(const QString &) const", "main", "void A::f(B (*)(int))", " f()", "(anonymous)"})
         log(QtInfoMsg, "d", signature);
     EXPECT_EQ(lines(), (QStringList{"[debug] a\t\t\t==>>( A::debug:7,)\r", "[warning] b    ==>>(:7)\r",
                                     "[critical] c {} {0} {x} %s    ==>>(:7)\r",
-                                    "[warning] \u0080    ==>>(:7)\r", "[info] d    ==>>( B::info:7)\r",
+                                    "[warning] \u0080.    ==>>(:7)\r", "[info] d    ==>>( B::info:7)\r",
                                     "[info] d    ==>>(main:7)\r", "[info] d    ==>>( (*):7)\r",
                                     "[info] d    ==>>( f:7)\r", "[info] d    ==>>((anonymous):7)\r", ""}));
 }
@@ -204,6 +204,7 @@ TEST_F(LogTest, ConsoleLinesArriveByThemselvesAndAtTheEnd)
         ASSERT_GE(at, 0) << i;
     }
     MyLog::flush();
+    EXPECT_EQ(shown().count("    ==>>(:7)\r\n"), 1000);
     EXPECT_EXIT((logBurst('b'), qFatal("the end")), testing::KilledBySignal(SIGABRT), "");
     EXPECT_THAT(shown().toStdString(), testing::ContainsRegex("b999.    ==>>.:7.\r\n.*the end"));
     dup2(usual, STDOUT_FILENO);

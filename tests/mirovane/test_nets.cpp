@@ -61,7 +61,6 @@ void expectAnswersLikeItsOriginal(const std::string &name, const PixelScale &sca
         const std::vector<int> size{2, channels, rows, columns};
         ASSERT_EQ(std::vector<int>(blobs[i].size.p, blobs[i].size.p + blobs[i].dims), size);
         const double range = output["high"].toDouble() - output["low"].toDouble();
-        ASSERT_GT(range, 0);
         double largest = 0;
         int place = 0;
         for (const auto value : output["values"].toArray()) {

@@ -35,8 +35,6 @@ Samples Samples::ofPage()
             samples.exchanges.append({messages[0], messages[1]});
         else if (messages.value(0)["type"] == 2)
             samples.events.append(messages[0]);
-        else
-            samples.others += messages;
     }
     return samples;
 }

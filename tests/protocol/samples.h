@@ -14,8 +14,6 @@ struct Samples
     };
     QList<Exchange> exchanges;
     QList<QVariantMap> events;
-    /// Blocks of the page that are none of both.
-    QList<QVariantMap> others;
 
     static Samples ofPage();
 };

@@ -95,7 +95,7 @@ TEST_P(StreamTest, ImpossibleBlocksAreRefusedWithALineAndNotRead)
 {
     showAs(*display, {64, 64});
     give(*display, {64, 64}, 0xff0000c0);
-    ASSERT_EQ(middleOf(*display), 0xff0000c0);
+    shownBy(*display);
 
     // Nothing lies behind these bytes: the address sanitizer sees each look too far.
     std::vector<char> bytes(12);
@@ -130,21 +130,17 @@ TEST_P(StreamTest, AGiverIsNeverHeldUpAndTheNewestFrameIsShown)
     EXPECT_EQ(middleOf(*display), qRgb(200, 0, 0));
     EXPECT_EQ(display->receivedFrames(), 201u);
     EXPECT_LE(display->shownFrames(), 2u);
-}
 
-TEST_P(StreamTest, AHiddenWidgetShowsTheNewestWhenItIsSeenAgain)
-{
-    showAs(*display, {64, 64});
-    give(*display, {64, 64}, 0xff00ff00);
-    ASSERT_EQ(middleOf(*display), 0xff00ff00);
+    // A hidden widget shows the newest when it is seen again.
+    const auto before = display->shownFrames();
     display->widget()->hide();
     give(*display, {64, 64}, 0xff000000);
     QCoreApplication::processEvents();
     give(*display, {64, 64}, 0xffff0000);
     display->widget()->show();
-    ASSERT_TRUE(eventually([&] { return display->shownFrames() >= 2; }));
+    ASSERT_TRUE(eventually([&] { return display->shownFrames() > before; }));
     EXPECT_EQ(middleOf(*display), 0xffff0000);
-    EXPECT_EQ(display->shownFrames(), 2u);
+    EXPECT_EQ(display->shownFrames(), before + 1);
 }
 
 TEST_P(StreamTest, TwoWidgetsAtOnceAndALostContext)
@@ -201,9 +197,8 @@ TEST(VideoFrame, IsHeldAgainstItsBytesAndTheLimitsOfItsSides)
         EXPECT_NE(VideoFrame::misfit(plenty, width, height, 0, RGB), QString()) << width;
     for (const int format : {-1, 0, 9})
         EXPECT_NE(VideoFrame::misfit(plenty, 2, 2, 0, format), QString()) << format;
-    for (const int stride : {5, -6})
+    for (const int stride : {5, -6, 64 * 16384 + 1})
         EXPECT_NE(VideoFrame::misfit(plenty, 2, 2, stride, RGB), QString()) << stride;
-    EXPECT_NE(VideoFrame::misfit(plenty, 1, 2, 64 * 16384 + 1, RGB), QString());
 }
 
 TEST(FramePool, GivesAgainWhatNobodyHolds)
