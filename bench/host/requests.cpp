@@ -72,7 +72,7 @@ private:
 void converse(benchmark::State &state, TestClient &client, clockid_t server)
 {
     const auto inFlight = state.range(0);
-    const QByteArray frame = TestClient::frame(makeRequest(Kind::info, status));
+    const QByteArray frame = TestClient::frame(makeRequest(ai::Kind::Info, status));
     for (int i = 1; i < inFlight; ++i)
         client.sendBytes(frame);
     std::vector<double> waits;

@@ -81,7 +81,7 @@ TEST_F(CameraFaults, OneThatStopsInsideACopyHoldsUpNoCommand)
 TEST_F(CameraFaults, OneThatStopsInsideACopyHoldsUpNoEnd)
 {
     startClassWithACameraThatStops();
-    client->send(makeRequest(Kind::close, 0, {}, "self-kill"));
+    client->send(makeRequest(ai::Kind::Close, 0, {}, "self-kill"));
     EXPECT_TRUE(service.waitForExit());
     EXPECT_EQ(service.exitCode(), 0);
 }

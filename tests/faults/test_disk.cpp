@@ -123,7 +123,7 @@ TEST_F(FrozenDisk, ARecordingHoldsUpNobodyForLong)
     openClass();
     EXPECT_EQ(code(1039, {{"recordPath", service.filePath("video")}}), 0);
     EXPECT_EQ(code(1040), 0);
-    client->send(makeRequest(Kind::close, 0, {}, "self-kill"));
+    client->send(makeRequest(ai::Kind::Close, 0, {}, "self-kill"));
     EXPECT_TRUE(service.waitForExit());
     EXPECT_EQ(service.exitCode(), 0);
 }

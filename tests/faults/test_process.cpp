@@ -25,7 +25,7 @@ TEST_F(ProcessFaults, FiveHundredConnectionsComeAndGo)
         std::vector<std::unique_ptr<TestClient>> crowd;
         for (int i = 0; i < 500; ++i) {
             crowd.push_back(std::make_unique<TestClient>(service.socketPath()));
-            ASSERT_TRUE(crowd.back()->send(makeRequest(Kind::info, 1001))) << i;
+            ASSERT_TRUE(crowd.back()->send(makeRequest(ai::Kind::Info, 1001))) << i;
         }
         for (auto &one : crowd)
             ASSERT_EQ(one->receive()["rsp_error"], QVariant(0));
@@ -48,7 +48,7 @@ TEST_F(ProcessFaults, AStoppedProcessAnswersWhenItGoesOn)
     service.signal(SIGSTOP);
     ASSERT_TRUE(eventually([&] { return service.isStopped(); }));
     for (int i = 0; i < 20; ++i)
-        ASSERT_TRUE(client->send(makeRequest(Kind::info, 1001)));
+        ASSERT_TRUE(client->send(makeRequest(ai::Kind::Info, 1001)));
     service.faults.clockSeconds = 10; // longer than the watch of the video waits
     service.signal(SIGCONT);
     for (int answers = 0; answers < 20;) {
@@ -223,7 +223,7 @@ TEST_F(ProcessFaults, AClientThatNeverReadsHoldsUpTheOthersUntilItGoes)
         return bytes;
     };
     do {
-        ASSERT_TRUE(client->send(makeRequest(Kind::execute, 1026)));
+        ASSERT_TRUE(client->send(makeRequest(ai::Kind::Execute, 1026)));
         ++asked;
         while (seen < asked && read(500)) {
         }

@@ -104,7 +104,7 @@ TEST_F(RecogniserFaults, AHangHoldsUpOnlyWhoNeedsThatRecogniser)
     service.behave(faceId, Behaviour::hangs);
     const auto enrolment = [](const char *student) {
         const QVariantMap galleries{{"galleries", QVariantList{galleryOf(student)}}};
-        return makeRequest(Kind::execute, 1022, galleries);
+        return makeRequest(ai::Kind::Execute, 1022, galleries);
     };
     ASSERT_TRUE(client->send(enrolment("Eve")));
     ASSERT_TRUE(service.waitForHang(faceId));

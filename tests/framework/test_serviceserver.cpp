@@ -105,7 +105,7 @@ TEST_F(ServiceServerTest, AnswersWhatAClientMaySend)
 {
     TestClient client;
     const std::pair<QVariantMap, int> failures[] = {
-        {{}, -10}, {{{"req_code", 5}}, -10}, {makeRequest(Kind::execute, fail), -2}};
+        {{}, -10}, {{{"req_code", 5}}, -10}, {makeRequest(ai::Kind::Execute, fail), -2}};
     for (const auto &[request, error] : failures) {
         client.send(request);
         EXPECT_EQ(client.receive(),
@@ -140,11 +140,11 @@ TEST_F(ServiceServerTest, WhatDoesNotParseIsAnsweredAndLoggedOnce)
 TEST_F(ServiceServerTest, FramesMayArriveTogetherOrInPieces)
 {
     TestClient client;
-    const QByteArray one = TestClient::frame(makeRequest(Kind::execute, echo, 1));
+    const QByteArray one = TestClient::frame(makeRequest(ai::Kind::Execute, echo, 1));
     client.sendBytes(one.repeated(100));
     for (int i = 0; i < 100; ++i)
         ASSERT_EQ(client.receive()["rsp_data"], 1);
-    client.send(makeRequest(Kind::execute, hold));
+    client.send(makeRequest(ai::Kind::Execute, hold));
     for (int i = 0; i < 100; ++i) {
         if (i % 5 == 0)
             client.sendBytes(one.repeated(5));
@@ -211,7 +211,7 @@ TEST_F(ServiceServerTest, CountsWhatPassesAndKeepsNothingOfIt)
 TEST_F(ServiceServerTest, ItsEndWaitsForTheCommandThatRuns)
 {
     TestClient client;
-    client.send(makeRequest(Kind::execute, hold));
+    client.send(makeRequest(ai::Kind::Execute, hold));
     service.waiting.acquire();
     std::atomic<bool> ended{false};
     const auto release = std::async(std::launch::async, [&] {
@@ -242,7 +242,7 @@ TEST(Service, WritesIntoASegmentOfItsOwn)
 TEST_F(ServiceServerTest, LengthsOfAFrameAreTakenAsDocumented)
 {
     const auto hex = [](const char *text) { return QByteArray::fromHex(text); };
-    const QByteArray good = TestClient::frame(makeRequest(Kind::execute, echo, 1));
+    const QByteArray good = TestClient::frame(makeRequest(ai::Kind::Execute, echo, 1));
     // All but the last three bytes are more than N, so the read comes up short; an array longer than all that
     // is there; a null array.
     for (const QByteArray &bytes : {good.left(good.size() - 3), hex("00000001 7fffffff 00") + good,
@@ -292,7 +292,7 @@ TEST_F(ServiceServerTest, NothingOfADeadConnectionReachesALaterOne)
         ++ended;
         {
             TestClient leaving;
-            leaving.send(makeRequest(Kind::execute, hold));
+            leaving.send(makeRequest(ai::Kind::Execute, hold));
             service.waiting.acquire();
             leaving.sendBytes(QByteArray::fromHex("000010000000")); // and half a frame
         }

@@ -10,20 +10,11 @@
 
 #include <functional>
 
-/// The request kinds, the values of "req_code".
-enum class Kind
-{
-    open = ai::code(ai::Kind::Open),
-    close = ai::code(ai::Kind::Close),
-    execute = ai::code(ai::Kind::Execute),
-    info = ai::code(ai::Kind::Info)
-};
-
 /// A request map as clients send it.
-inline QVariantMap makeRequest(Kind kind, int code = 0, const QVariant &data = {},
+inline QVariantMap makeRequest(ai::Kind kind, int code = 0, const QVariant &data = {},
                                const QString &requestID = {})
 {
-    return {{"req_code", static_cast<int>(kind)},
+    return {{"req_code", ai::code(kind)},
             {"req_id", requestID},
             {"req_data", QVariantMap{{"command_code", code}, {"data", data}}}};
 }
@@ -93,12 +84,12 @@ public:
             inspect(message, reply);
         return reply;
     }
-    QVariantMap open() { return request(makeRequest(Kind::open)); }
-    QVariantMap close() { return request(makeRequest(Kind::close)); }
-    QVariantMap info(int code) { return request(makeRequest(Kind::info, code)); }
+    QVariantMap open() { return request(makeRequest(ai::Kind::Open)); }
+    QVariantMap close() { return request(makeRequest(ai::Kind::Close)); }
+    QVariantMap info(int code) { return request(makeRequest(ai::Kind::Info, code)); }
     QVariantMap execute(int code, const QVariant &data = {}, const QString &requestID = {})
     {
-        return request(makeRequest(Kind::execute, code, data, requestID));
+        return request(makeRequest(ai::Kind::Execute, code, data, requestID));
     }
 
     /// The next event of this code, among those that wait and those that come.

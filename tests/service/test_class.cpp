@@ -101,7 +101,7 @@ TEST_F(ClassTest, ACloseWithoutACameraWaitsForOne)
 {
     startService();
     ASSERT_EQ(client->open()["rsp_error"], 0);
-    ASSERT_TRUE(client->send(makeRequest(Kind::close)));
+    ASSERT_TRUE(client->send(makeRequest(ai::Kind::Close)));
     ASSERT_TRUE(service.waitForOutput("AIService is closing"));
     const int attempts = service.standardOutput().count("ipc conn failed");
     ASSERT_TRUE(service.waitForOutput("ipc conn failed", attempts + 2));
@@ -125,7 +125,7 @@ TEST_F(ClassTest, AStartThatWasAnsweredRuns)
         int asked = 0, waiting = 0;
         const auto ask = [&, command = command] {
             const QString id = QString::number(++asked);
-            QVariantMap request = makeRequest(Kind::execute, command, {}, id);
+            QVariantMap request = makeRequest(ai::Kind::Execute, command, {}, id);
             request["req_id2"] = id;
             client->send(request);
             ++waiting;
@@ -171,15 +171,15 @@ Command randomCommand(QRandomGenerator &random, const QSet<QString> &students, c
     const QSet<QString> one{student};
     const auto rename = [&](const QString &name, const QSet<QString> &risked) -> Command {
         const QVariantMap names{{"oldStuID", student}, {"newStuID", name}};
-        return {makeRequest(Kind::execute, 1024, names), students - one + QSet<QString>{name}, risked};
+        return {makeRequest(ai::Kind::Execute, 1024, names), students - one + QSet<QString>{name}, risked};
     };
     switch (known.isEmpty() ? 0 : random.bounded(5)) {
     case 0: {
         const QVariantMap galleries{{"galleries", QVariantList{galleryOf(newcomer)}}};
-        return {makeRequest(Kind::execute, 1022, galleries), students + QSet<QString>{newcomer}, {}};
+        return {makeRequest(ai::Kind::Execute, 1022, galleries), students + QSet<QString>{newcomer}, {}};
     }
     case 1:
-        return {makeRequest(Kind::execute, 1025, QVariantMap{{"stuID", student}}), students - one, {}};
+        return {makeRequest(ai::Kind::Execute, 1025, QVariantMap{{"stuID", student}}), students - one, {}};
     case 2:
         return rename(newcomer, {});
     case 3:
@@ -189,7 +189,7 @@ Command randomCommand(QRandomGenerator &random, const QSet<QString> &students, c
         }
         [[fallthrough]];
     default:
-        return {makeRequest(Kind::execute, 1023, galleryOf(student)), students, one};
+        return {makeRequest(ai::Kind::Execute, 1023, galleryOf(student)), students, one};
     }
 }
 

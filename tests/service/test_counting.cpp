@@ -114,7 +114,7 @@ TEST_F(Counting, LivesKillsAndAFolderInThePlaceOfThePage)
     EXPECT_EQ(page()->restarts, 1);
     EXPECT_EQ(page()->crashes, 1);
     EXPECT_EQ(page()->requests.rows[0].requests.value(), 0);
-    client->send(makeRequest(Kind::close, 0, {}, "self-kill"));
+    client->send(makeRequest(ai::Kind::Close, 0, {}, "self-kill"));
     ASSERT_TRUE(service.waitForExit());
     EXPECT_EQ(counters::writerOf(*page()), counters::Writer::Ended);
 

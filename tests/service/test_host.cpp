@@ -24,7 +24,7 @@ protected:
 TEST_F(HostTest, SelfKillEndsTheProcessWithCode0)
 {
     TestClient client(service.socketPath());
-    client.send(makeRequest(Kind::close, 0, {}, "self-kill")); // refused, as nothing is open, and obeyed
+    client.send(makeRequest(ai::Kind::Close, 0, {}, "self-kill")); // refused, as nothing is open, and obeyed
     ASSERT_TRUE(service.waitForExit());
     EXPECT_EQ(service.exitCode(), 0);
     EXPECT_TRUE(client.waitForEnd());
@@ -81,7 +81,7 @@ TEST(ServiceProgram, CommandLinesThatStartNothing)
 TEST_F(HostTest, LivesThroughBytesThatAreNoFrames)
 {
     QRandomGenerator random(20231);
-    QVariantMap request = makeRequest(Kind::info, status, QVariantMap{{"a", QVariantList{1, "b"}}});
+    QVariantMap request = makeRequest(ai::Kind::Info, status, QVariantMap{{"a", QVariantList{1, "b"}}});
     const QByteArray good = TestClient::frame(request);
     request["req_id2"] = QByteArray(1000000, 'x');
     const QByteArray large = TestClient::frame(request);
@@ -127,7 +127,7 @@ TEST_F(HostTest, ManyRequestsInFlight)
     TestClient client(service.socketPath());
     QSet<int> missing;
     for (int i = 0; i < count; ++i) {
-        QVariantMap request = makeRequest(Kind::info, status);
+        QVariantMap request = makeRequest(ai::Kind::Info, status);
         request["req_id2"] = QVariantList{i, QByteArray(2000, 'x')};
         client.socket.write(TestClient::frame(request));
         missing.insert(i);
