@@ -2,8 +2,6 @@
 
 #include <QImage>
 
-#include <thread>
-
 namespace {
 
 TEST_F(ControllerTest, OnlyFramesOfTheRightShapeGoOutAndWithoutACopy)

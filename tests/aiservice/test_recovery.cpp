@@ -2,7 +2,6 @@
 #include "logcapture.h"
 
 #include <chrono>
-#include <thread>
 
 namespace {
 

@@ -12,7 +12,6 @@
 #include <QJsonObject>
 #include <QSet>
 
-#include <functional>
 #include <numeric>
 #include <optional>
 

@@ -4,7 +4,6 @@
 #include "faultyservice.h"
 
 #include <QFile>
-#include <QProcess>
 
 #include <csignal>
 #include <unistd.h>

@@ -17,7 +17,6 @@
 #include <dlfcn.h>
 #include <sys/statvfs.h>
 #include <sys/syscall.h>
-#include <thread>
 #include <unistd.h>
 
 namespace {

@@ -3,8 +3,6 @@
 #include "democlass.h"
 #include "eventually.h"
 
-#include <gtest/gtest.h>
-
 #include <QElapsedTimer>
 #include <QRandomGenerator>
 #include <QSet>

@@ -4,10 +4,7 @@
 #include "counterfields.h"
 #include "counters.h"
 #include "countersreader.h"
-#include "eventually.h"
 #include "program.h"
-
-#include <QDir>
 
 namespace {
 

@@ -3,11 +3,7 @@
 #include "json.h"
 #include "samples.h"
 
-#include <gtest/gtest.h>
-
 #include <QRegularExpression>
-
-#include <algorithm>
 
 namespace {
 

@@ -7,8 +7,6 @@
 #include <QDir>
 #include <QTemporaryDir>
 
-#include <thread>
-
 namespace {
 
 /// The store in a folder of its own; every warning that a test does not take is a failure, Qt's own included.
