@@ -1,6 +1,5 @@
 #include "classmodel.h"
 #include "messages.h"
-#include "words.h"
 
 #include <gmock/gmock.h>
 
@@ -146,25 +145,6 @@ TEST_F(ClassModelTest, EventsOfAnyContentDoNoHarm)
         }
     }
     EXPECT_LE(model.marks(1030).size(), 30);
-}
-
-TEST(Words, EachErrorIsToldWithWhatToDo)
-{
-    QStringList texts;
-    for (const ai::ErrorRow &row : ai::errors) {
-        if (row.error == ai::Error::None)
-            continue;
-        AiReply reply;
-        reply.outcome = AiReply::Answered;
-        reply.error = code(row.error);
-        texts.append(words::failure(ai::Command::StartHands, reply));
-        EXPECT_GT(texts.last().size(), 30) << reply.error;
-        EXPECT_FALSE(texts.last().contains(QString::number(reply.error)));
-    }
-    EXPECT_EQ(texts.removeDuplicates(), 0);
-    AiReply good;
-    good.outcome = AiReply::Answered;
-    EXPECT_EQ(words::failure(ai::Command::StartHands, good), QString());
 }
 
 } // namespace

@@ -33,6 +33,15 @@ class Recognisers : public Test
 protected:
     void SetUp() override { ASSERT_TRUE(faces && ids && bodies && hands && poses && emotions && attributes); }
 
+    /// The class of each rectangle, and how sure it is.
+    template <class Classifier>
+    static auto classified(Classifier &classifier, const cv::Mat &picture, const std::vector<cv::Rect> &rects)
+    {
+        std::pair<std::vector<int>, std::vector<float>> told;
+        classifier.classify(picture, rects, told.first, told.second, false);
+        return told;
+    }
+
     std::shared_ptr<FaceDetectionMTCNN> faces =
         make<FaceDetectionMTCNN>("blazeface.onnx", "blazeface.onnx", "landmark68.onnx");
     std::unique_ptr<FaceIDDetection> ids = make<FaceIDDetection>("recognition.onnx");
@@ -95,15 +104,9 @@ TEST_F(Recognisers, AnswerForAnyPictureAndAnyRectangle)
         EXPECT_THAT(scores, IsEmpty());
         EXPECT_THAT(landmarks, IsEmpty());
 
-        std::vector<int> labels;
-        hands->classify(picture, rects, labels, scores, false);
-        EXPECT_THAT(labels, AllOf(SizeIs(count), Each(Ne(0))));
-        EXPECT_THAT(scores, AllOf(SizeIs(count), Each(Ge(0.8F))));
-        std::vector<int> classes;
-        std::vector<float> sure;
-        poses->classify(picture, rects, classes, sure, false);
-        EXPECT_THAT(classes, AllOf(SizeIs(count), Each(1)));
-        EXPECT_THAT(sure, SizeIs(count));
+        EXPECT_THAT(classified(*hands, picture, rects),
+                    Pair(AllOf(SizeIs(count), Each(Ne(0))), AllOf(SizeIs(count), Each(Ge(0.8F)))));
+        EXPECT_THAT(classified(*poses, picture, rects), Pair(AllOf(SizeIs(count), Each(1)), SizeIs(count)));
         int label = 7;
         float score = 7;
         emotions->classify(picture, &label, &score, false);
@@ -115,6 +118,7 @@ TEST_F(Recognisers, AnswerForAnyPictureAndAnyRectangle)
 
         int id = 7;
         cv::Mat feature;
+        std::vector<int> labels;
         std::vector<double> similarities;
         EXPECT_LT(ids->registerFace(picture, -1), 0);
         EXPECT_LT(ids->extractFeature(picture, &feature, false), -1) << "-1 would count as success";
@@ -177,8 +181,7 @@ protected:
     void SetUp() override
     {
         Recognisers::SetUp();
-        if (!demo.isValid())
-            GTEST_SKIP() << demo.error().toStdString();
+        ASSERT_TRUE(demo.isValid()) << demo.error().toStdString();
     }
 
     /// The face as a detector would give it, padded as the service does.
@@ -314,12 +317,10 @@ TEST_F(DemoPeople, WhoRaiseAHandAreTold)
             for (const int grown : {6, 12, 18})
                 crops.emplace_back(body.x - 3, body.y - grown, body.width + 6, body.height + grown - 5);
         }
-        std::vector<int> labels, classes;
-        std::vector<float> scores, sure;
         const size_t before = movenet->runs();
-        hands->classify(frame, crops, labels, scores, false);
+        const auto [labels, scores] = classified(*hands, frame, crops);
         EXPECT_EQ(movenet->runs() - before, own.size()) << "one look for each person";
-        poses->classify(frame, own, classes, sure, false);
+        classified(*poses, frame, own);
         EXPECT_EQ(movenet->runs() - before, own.size()) << "which the poses share";
 
         ASSERT_THAT(labels, SizeIs(crops.size()));
@@ -367,10 +368,7 @@ TEST_F(DemoPeople, TakePosesByTheirFaces)
     covered(body).setTo(cv::Scalar(90, 60, 40));
 
     const auto classify = [&](const cv::Mat &picture) {
-        std::vector<int> labels;
-        std::vector<float> scores;
-        poses->classify(picture, std::vector<cv::Rect>(4, body), labels, scores, false);
-        return labels;
+        return classified(*poses, picture, std::vector<cv::Rect>(4, body)).first;
     };
     std::future<std::vector<int>> answers[4];
     const cv::Mat pictures[] = {upright, turned(25), turned(180), covered};

@@ -177,10 +177,7 @@ TEST_F(Wrappers, OneCallAtATimeReachesARecogniser)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
         --inside;
     };
-    for (scripted::Called *recogniser : std::initializer_list<scripted::Called *>{
-             recognisers.faces.get(), recognisers.ids.get(), recognisers.bodies.get(),
-             recognisers.handup.get(), recognisers.attributes.get(), recognisers.emotion.get()})
-        recogniser->onCall = call;
+    recognisers.forEach([&](const auto &recogniser) { recogniser->onCall = call; });
     const cv::Mat face(128, 128, CV_8UC3, cv::Scalar::all(90));
     const std::function<void(int)> uses[] = {
         [&](int) { manager.createMTCNNModel(face, true)->detect(); },
@@ -198,9 +195,7 @@ TEST_F(Wrappers, OneCallAtATimeReachesARecogniser)
     EXPECT_GT(counted.waited.value(), 0);
     EXPECT_GT(counted.longest.value(), 0);
     // And while they are taken out and put in again.
-    for (scripted::Called *recogniser : std::initializer_list<scripted::Called *>{
-             recognisers.faces.get(), recognisers.ids.get(), recognisers.bodies.get()})
-        recogniser->onCall = nullptr;
+    recognisers.forEach([](const auto &recogniser) { recogniser->onCall = nullptr; });
     atOnce(3000, {uses[0], uses[1], uses[2], [&](int round) {
                       ModelManagerTestAccess::clear();
                       if (round % 2)

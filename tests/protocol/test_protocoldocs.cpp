@@ -81,18 +81,6 @@ TEST(ProtocolDocs, TheHexFramesAreTheMapsBesideThem)
     EXPECT_EQ(frames, 3);
 }
 
-/// That they are the right ones shows when tests run the example beside the service.
-TEST(ProtocolDocs, TheCodesOfTheExampleExist)
-{
-    const QString example = QString::fromUtf8(document("../examples/client.py"));
-    auto codes = QRegularExpression("\\b10\\d\\d\\b").globalMatch(example);
-    EXPECT_TRUE(codes.hasNext());
-    while (codes.hasNext()) {
-        const unsigned code = codes.next().captured().toUInt();
-        EXPECT_TRUE(ai::find(ai::Command{code}) || ai::find(ai::Event{code})) << code;
-    }
-}
-
 /// What the checks above are worth.
 TEST(ProtocolDocs, TheSchemaFindsWhatIsWrong)
 {

@@ -249,7 +249,7 @@ struct Emotion : mirovane::FaceEmotionClassify, Called
     std::function<int(int &label, float &score)> answer;
 };
 
-struct Pose : mirovane::PoseDetectionCMU
+struct Pose : mirovane::PoseDetectionCMU, Called
 {
     void reserved1() override {}
     void reserved2() override {}
