@@ -159,6 +159,7 @@ TEST(CountersDocs, TellEachNumber)
     counters::forEach(page, [&](const counters::Place &place, const auto &field,
                                 const counters::Counter &counter) {
         EXPECT_FALSE(shown.contains(&counter)) << field.name;
+        EXPECT_EQ(place.code(), place.hasCode && place.row->key == 1 ? 1U : 0U) << field.name;
         shown.insert(&counter);
         EXPECT_TRUE(text.contains(QByteArray("`") + field.metric + '`')) << field.metric;
         EXPECT_TRUE(text.contains(QByteArray("`") + field.name + '`')) << place.section << ' ' << field.name;
