@@ -124,8 +124,8 @@ TEST(Package, TheDebianPackageMayLieAnywhereAndOthersBuildWithIt)
     service.crash();
 
     const QString vendor = folder.filePath("vendor");
-    run(CMAKE_PROGRAM,
-        {"-G", "Ninja", "-S", SOURCE_FOLDER "/vendor", "-B", vendor, "-DCMAKE_PREFIX_PATH=" + root});
+    run(CMAKE_PROGRAM, {"-G", "Ninja", "-S", QString(SOURCE_FOLDER) + "/vendor", "-B", vendor,
+                        "-DCMAKE_PREFIX_PATH=" + root});
     run(CMAKE_PROGRAM, {"--build", vendor});
     service.setEnvironment("LD_LIBRARY_PATH", vendor); // in the place of its own
     ASSERT_TRUE(service.start()) << service.standardError().constData();
