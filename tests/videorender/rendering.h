@@ -45,7 +45,7 @@ inline QImage shownBy(VideoDisplay &display)
 {
     QCoreApplication::processEvents();
     display.widget()->repaint();
-    const QImage image = display.widget()->grab().toImage().convertToFormat(QImage::Format_RGB32);
+    QImage image = display.widget()->grab().toImage().convertToFormat(QImage::Format_RGB32);
     if (auto *const render = dynamic_cast<VideoRender *>(&display))
         expectTidyContext(*render);
     return image;

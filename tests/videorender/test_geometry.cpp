@@ -22,7 +22,7 @@ protected:
         for (const auto &[x, y, colour] :
              {std::tuple(0, 0, red), {right, 0, green}, {right, bottom, white}, {0, bottom, blue}})
             pixels(cv::Rect(x, y, 8, 8)).setTo(cv::Scalar(qRed(colour), qGreen(colour), qBlue(colour)));
-        display->showBytes(reinterpret_cast<const char *>(pixels.data), qint64(pixels.total() * 3),
+        display->showBytes(reinterpret_cast<const char *>(pixels.data), qint64(pixels.total()) * 3,
                            frame.width(), frame.height(), 0, RGB, displayModel);
     }
     /// Pixels of the widget, clockwise from the top left one of a rectangle; 2 pixels inside.

@@ -13,7 +13,7 @@ namespace {
 void give(VideoDisplay &display, const QSize &size, QRgb colour)
 {
     const std::vector<QRgb> pixels(std::size_t(size.width() * size.height()), colour);
-    display.showBytes(reinterpret_cast<const char *>(pixels.data()), qint64(4 * pixels.size()), size.width(),
+    display.showBytes(reinterpret_cast<const char *>(pixels.data()), 4 * qint64(pixels.size()), size.width(),
                       size.height(), 0, RGBA);
 }
 
