@@ -131,7 +131,7 @@ TEST_F(ServiceObject, OneCommandAtATime)
                  },
                  [&](int) {
                      service.execute(1026, {}, "r");
-                     std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                     std::this_thread::sleep_for(std::chrono::milliseconds(1)); // so they meet all five
                  }});
     EXPECT_EQ(meanwhile, 0U);
     EXPECT_EQ(catcher.events(1021).size(), 100U);

@@ -256,6 +256,7 @@ struct Pose : mirovane::PoseDetectionCMU, Called
     int detect(const cv::Mat &image, std::vector<cv::Rect> &bodies, std::vector<cv::Mat> &points,
                bool) override
     {
+        called();
         if (answer)
             return answer(image, bodies, points);
         seen = image.size();

@@ -58,6 +58,7 @@ public:
     /// Kilobytes that the process has in memory; 0 when it is gone.
     qint64 residentKilobytes() const;
 
+    /// Of a file below its home; nothing when there is none.
     QByteArray content(const QString &name) const;
 
 private:
